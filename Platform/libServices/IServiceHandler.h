@@ -1,0 +1,21 @@
+#pragma once
+
+namespace Brantel::Services {
+
+class IServiceConnection;
+
+// What a server does with an accepted connection.
+class IServiceHandler {
+  public:
+    virtual ~IServiceHandler() = default;
+
+    // Serves one connection until it ends, on the caller's thread. The connection is borrowed.
+    virtual void Handle(IServiceConnection& connection) = 0;
+
+  protected:
+    IServiceHandler() = default;
+    IServiceHandler(const IServiceHandler&) = default;
+    IServiceHandler& operator=(const IServiceHandler&) = default;
+};
+
+}  // namespace Brantel::Services

@@ -1,0 +1,26 @@
+# Compiler settings of every target of ours; generated code is built without the warnings.
+set(CMAKE_CXX_STANDARD 20)
+set(CMAKE_CXX_STANDARD_REQUIRED ON)
+set(CMAKE_CXX_EXTENSIONS OFF)
+set(CMAKE_POSITION_INDEPENDENT_CODE ON)
+set(CMAKE_INSTALL_RPATH "$ORIGIN" "$ORIGIN/../${CMAKE_INSTALL_LIBDIR}")
+
+find_program(BRANTEL_CCACHE ccache)
+if(BRANTEL_CCACHE)
+  set(CMAKE_CXX_COMPILER_LAUNCHER "${BRANTEL_CCACHE}")
+endif()
+
+add_library(BrantelWarnings INTERFACE)
+target_compile_options(BrantelWarnings INTERFACE
+  -Wall -Wextra -Wpedantic -Wconversion -Wold-style-cast -Woverloaded-virtual -Wnon-virtual-dtor -Wformat=2
+  $<$<CXX_COMPILER_ID:GNU>:-Wshadow=local>
+  $<$<BOOL:${BRANTEL_WERROR}>:-Werror>)
+
+if(BRANTEL_SANITIZE)
+  add_compile_options(-fsanitize=${BRANTEL_SANITIZE} -fno-sanitize-recover=all -fno-omit-frame-pointer -O1 -g)
+  add_link_options(-fsanitize=${BRANTEL_SANITIZE})
+endif()
+if(BRANTEL_COVERAGE)
+  add_compile_options(--coverage -O0 -g)
+  add_link_options(--coverage)
+endif()
