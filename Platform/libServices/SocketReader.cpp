@@ -1,0 +1,130 @@
+#include "SocketReader.h"
+
+#include "SocketDisconnected.h"
+
+#include <poll.h>
+#include <sys/socket.h>
+
+#include <algorithm>
+#include <cerrno>
+#include <cstring>
+#include <system_error>
+
+namespace Brantel::Services {
+
+namespace {
+
+// Bytes for which memory is taken at once; beyond it a string doubles as it fills.
+constexpr std::size_t wholeAllocation = std::size_t{16} * 1024 * 1024;
+// A string is made longer (and so zeroed) in steps that stay in the cache until `recv` writes over them.
+constexpr std::size_t growthStep = std::size_t{128} * 1024;
+
+bool WouldBlock(int error) {
+    return error == EAGAIN || error == EWOULDBLOCK;
+}
+
+}  // namespace
+
+void SocketReader::Fill(std::size_t size) {
+    if (Available() >= size) {
+        return;
+    }
+    if (!buffer) {
+        // Not value-initialised: pages that are never received into are never touched.
+        buffer.reset(new unsigned char[capacity]);  // NOLINT(modernize-make-unique)
+    }
+    if (begin == end) {
+        begin = end = 0;
+    } else if (capacity - begin < size) {
+        std::memmove(buffer.get(), Data(), Available());
+        end -= begin;
+        begin = 0;
+    }
+    while (Available() < size) {
+        end += ReceiveSome(buffer.get() + end, capacity - end);
+    }
+}
+
+void SocketReader::Read(char* target, std::size_t size) {
+    const std::size_t buffered = std::min(size, Available());
+    std::memcpy(target, Data(), buffered);
+    Consume(buffered);
+    for (std::size_t done = buffered; done < size;) {
+        done += ReceiveSome(target + done, size - done);
+    }
+}
+
+void SocketReader::Append(std::string& text, std::size_t size) {
+    const std::size_t whole = text.size() + size;
+    text.reserve(std::min(whole, text.size() + wholeAllocation));
+    while (text.size() < whole) {
+        const std::size_t old = text.size();
+        const std::size_t step = std::min(whole - old, growthStep);
+        if (old + step > text.capacity()) {
+            text.reserve(std::min(whole, 2 * text.capacity()));
+        }
+        text.resize(old + step);
+        Read(text.data() + old, step);
+    }
+}
+
+void SocketReader::Discard(std::size_t size) {
+    while (size > 0) {
+        Fill(1);
+        const std::size_t dropped = std::min(size, Available());
+        Consume(dropped);
+        size -= dropped;
+    }
+}
+
+// Polls the socket for the governor's budget. Returns what `recv` returned: -1 with EAGAIN when nothing
+// came.
+long SocketReader::Poll(void* target, std::size_t size) {
+    using Clock = std::chrono::steady_clock;
+    // Reading the clock is cheap beside a `recv`, yet not free.
+    constexpr unsigned triesPerClockReading = 4;
+    long result = ::recv(fd, target, size, MSG_DONTWAIT);
+    if (result >= 0 || !WouldBlock(errno) || !governor.Enter()) {
+        return result;
+    }
+    const std::chrono::nanoseconds budget = governor.Budget();
+    const Clock::time_point start = Clock::now();
+    for (unsigned tries = 1;; ++tries) {
+        result = ::recv(fd, target, size, MSG_DONTWAIT);
+        if (result >= 0 || !WouldBlock(errno) ||
+            (tries % triesPerClockReading == 0 && Clock::now() - start >= budget)) {
+            break;
+        }
+    }
+    const int error = errno;
+    // Data that came much later than the budget came because the processor was taken away meanwhile.
+    governor.Leave(memory, result >= 0 && Clock::now() - start <= 2 * budget);
+    errno = error;
+    return result;
+}
+
+std::size_t SocketReader::ReceiveSome(void* target, std::size_t size) {
+    long result = -1;
+    errno = EAGAIN;
+    if (governor.MayPoll(memory)) {
+        result = Poll(target, size);
+    }
+    while (result < 0 && (errno == EINTR || WouldBlock(errno))) {
+        result = ::recv(fd, target, size, 0);
+        if (result < 0 && WouldBlock(errno)) {
+            // Somebody made the descriptor non-blocking behind our back: wait as if it were not.
+            pollfd wait{fd, POLLIN, 0};
+            ::poll(&wait, 1, -1);
+            errno = EAGAIN;
+        }
+    }
+    if (result < 0) {
+        throw SocketDisconnected("Connection lost: " + std::system_category().message(errno));
+    }
+    if (result == 0) {
+        throw SocketDisconnected("Connection closed by the other side");
+    }
+    return static_cast<std::size_t>(result);
+}
+
+}  // namespace Brantel::Services

@@ -1,0 +1,51 @@
+#pragma once
+
+#include "SpinGovernor.h"
+
+#include <cstddef>
+#include <memory>
+#include <string>
+
+namespace Brantel::Services {
+
+// The receiving side of a stream socket: a small buffer that one `recv` fills with as much as there is,
+// and reads past it straight into the caller's memory. Every wait may poll first, as the governor says.
+// Losing the connection is a SocketDisconnected. Used by one thread at a time.
+class SocketReader {
+  public:
+    // Enough for the frame length and the whole of a small message together.
+    static constexpr std::size_t capacity = std::size_t{48} * 1024;
+
+    // Both are borrowed and outlive the reader.
+    SocketReader(const int& fd, SpinGovernor& governor) : fd(fd), governor(governor) {}
+
+    const unsigned char* Data() const { return buffer.get() + begin; }
+    std::size_t Available() const { return end - begin; }
+    void Consume(std::size_t size) { begin += size; }
+
+    // Waits until at least `size` bytes are available, size <= capacity.
+    void Fill(std::size_t size);
+
+    // Moves exactly `size` bytes to `target`, first from the buffer, then from the socket.
+    void Read(char* target, std::size_t size);
+
+    // Reads `size` bytes behind the end of `text`. Memory is taken as the bytes arrive, so that an
+    // announced length alone costs nothing.
+    void Append(std::string& text, std::size_t size);
+
+    // Drops the next `size` bytes.
+    void Discard(std::size_t size);
+
+  private:
+    std::size_t ReceiveSome(void* target, std::size_t size);
+    long Poll(void* target, std::size_t size);
+
+    const int& fd;
+    SpinGovernor& governor;
+    SpinMemory memory;
+    std::unique_ptr<unsigned char[]> buffer;
+    std::size_t begin = 0;
+    std::size_t end = 0;
+};
+
+}  // namespace Brantel::Services

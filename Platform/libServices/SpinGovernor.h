@@ -1,0 +1,65 @@
+#pragma once
+
+#include <atomic>
+#include <chrono>
+#include <cstdint>
+
+namespace Brantel::Services {
+
+// What one connection remembers about spinning. Used by the connection's receiving thread alone.
+struct SpinMemory {
+    std::uint32_t pause = 0;    // this many waits block at once
+    std::uint32_t penalty = 1;  // the pause after the next spin that does not pay
+    std::int64_t slice = -1;  // the last slice of time in which this connection was counted active
+};
+
+// Decides whether a connection that waits for its peer may poll for a moment before it blocks. Waking a
+// blocked thread on another processor costs several times what a small call does, so polling pays when
+// the answer is near; it harms when it takes a processor that somebody else could use. So at most one
+// connection (half of the processors on larger machines) polls at a time, only while no more than that
+// many are active, never with one processor, and each connection learns from spins that did not pay.
+//
+// One governor serves all clients of a process, a listener owns one for the connections it accepted.
+// Thread-safe.
+class SpinGovernor {
+  public:
+    // Long enough for the other side to serve a small call, short beside a time slice.
+    static constexpr std::chrono::microseconds defaultBudget{30};
+
+    // `budget` is the longest time that one wait polls; 0 turns polling off.
+    explicit SpinGovernor(std::chrono::nanoseconds budget = defaultBudget) noexcept;
+
+    // The governor of every connection that is made without one: the processors are shared by the whole
+    // process, and so is what limits their use.
+    static SpinGovernor& ForProcess();
+
+    void SetBudget(std::chrono::nanoseconds budget) noexcept;
+    std::chrono::nanoseconds Budget() const noexcept {
+        return std::chrono::nanoseconds(budgetNanoseconds.load(std::memory_order_relaxed));
+    }
+
+    // Called once before each wait: counts the connection as active. False: block at once.
+    bool MayPoll(SpinMemory& memory) noexcept;
+
+    // Takes a place among those that poll, for Budget() at most. False: none is free, block. After true
+    // the caller calls Leave.
+    bool Enter() noexcept;
+
+    // `paid`: the data came in about the time that was to be polled.
+    void Leave(SpinMemory& memory, bool paid) noexcept;
+
+  private:
+    static constexpr std::uint32_t highestPenalty = 4096;
+
+    void CountActive(SpinMemory& memory) noexcept;
+
+    // All synchronised by themselves; they are estimates that steer, and guard nothing.
+    std::atomic<std::int64_t> budgetNanoseconds;
+    std::atomic<std::int64_t> currentSlice{0};
+    std::atomic<std::uint32_t> activeInSlice{0};
+    std::atomic<std::uint32_t> activeBefore{0};
+    std::atomic<std::uint32_t> spinners{0};
+    std::atomic<std::uint32_t> allowedSpinners;
+};
+
+}  // namespace Brantel::Services
