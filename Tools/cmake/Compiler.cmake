@@ -13,6 +13,7 @@ endif()
 add_library(BrantelWarnings INTERFACE)
 target_compile_options(BrantelWarnings INTERFACE
   -Wall -Wextra -Wpedantic -Wconversion -Wold-style-cast -Woverloaded-virtual -Wnon-virtual-dtor -Wformat=2
+  -Wzero-as-null-pointer-constant
   $<$<CXX_COMPILER_ID:GNU>:-Wshadow=local>
   $<$<BOOL:${BRANTEL_WERROR}>:-Werror>)
 

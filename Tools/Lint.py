@@ -1,0 +1,219 @@
+#!/usr/bin/env python3
+"""Checks the format of every source and header with clang-format, and every source with clang-tidy.
+
+usage: Lint.py [--changed] [--verbose] <build folder>...
+
+The build folders are configured ones with a compile_commands.json; a source is checked as the first of them that
+compiles it does. A source that none of them compiles is a finding too, because nothing would ever check it.
+
+With --changed only what differs from the branch main (or origin/main), with what includes it, is looked at.
+
+A source that was found clean is not checked again as long as what clang-tidy would read stays the same: the
+preprocessed text with its comments, the command, the settings and clang-tidy itself. The findings of a source that is
+not clean are never remembered. The memory is the folder lint/ of the first build folder.
+"""
+
+import argparse
+import concurrent.futures
+import hashlib
+import json
+import os
+import pathlib
+import re
+import shlex
+import subprocess
+import sys
+import time
+
+formatter = "clang-format-14"
+tidy = "clang-tidy-14"
+compiler = "clang++-14"
+
+root = pathlib.Path(__file__).resolve().parent.parent
+
+
+def output(*command):
+    return subprocess.run(command, cwd=root, check=True, capture_output=True, text=True).stdout
+
+
+def treeFiles():
+    """Every source and header that is under version control or could be."""
+    listed = output("git", "ls-files", "--cached", "--others", "--exclude-standard", "*.h", "*.cpp")
+    return [root / name for name in sorted(set(listed.splitlines())) if (root / name).is_file()]
+
+
+def changedFiles():
+    """What differs from the common ancestor with main, committed or not."""
+    for branch in ("origin/main", "main"):
+        base = subprocess.run(("git", "merge-base", "HEAD", branch), cwd=root, capture_output=True, text=True)
+        if base.returncode == 0:
+            break
+    else:
+        sys.exit("lint: there is no branch main to compare with")
+    names = output("git", "diff", "--name-only", base.stdout.strip()).splitlines()
+    names += output("git", "ls-files", "--others", "--exclude-standard").splitlines()
+    return {root / name for name in names}
+
+
+class Unit:
+    """One source with the command that compiles it."""
+
+    def __init__(self, entry, folder):
+        self.source = (pathlib.Path(entry["directory"]) / entry["file"]).resolve()
+        self.directory = entry["directory"]
+        self.folder = folder
+        words = shlex.split(entry["command"])
+        compilerAt = next(i for i, word in enumerate(words) if re.search(r"(g\+\+|c\+\+|clang\+\+)[-\d]*$", word))
+        self.arguments = self.withoutOutput(words[compilerAt + 1 :])
+
+    @staticmethod
+    def withoutOutput(words):
+        kept = []
+        words = iter(words)
+        for word in words:
+            if word == "-o":
+                next(words)
+            elif word != "-c":
+                kept.append(word)
+        return kept
+
+    def preprocess(self):
+        """The text that clang-tidy reads, or None when it does not even preprocess (clang-tidy then says why)."""
+        result = subprocess.run(
+            (compiler, "-E", "-CC", "-Wno-everything", *self.arguments), cwd=self.directory, capture_output=True
+        )
+        return result.stdout if result.returncode == 0 else None
+
+
+def unitsOf(folders):
+    """Source -> Unit, for the sources of the tree; the first folder that compiles one gives its command."""
+    units = {}
+    for folder in folders:
+        database = folder / "compile_commands.json"
+        if not database.is_file():
+            sys.exit(f"lint: {database} is not there: configure first")
+        for entry in json.loads(database.read_text()):
+            unit = Unit(entry, folder)
+            units.setdefault(unit.source, unit)
+    return units
+
+
+def settings():
+    version = output(tidy, "--version")
+    return hashlib.sha256((version + (root / ".clang-tidy").read_text()).encode()).digest()
+
+
+class Checker:
+    def __init__(self, memory, changed):
+        self.memory = memory
+        self.changed = changed
+        self.settings = settings()
+        memory.mkdir(parents=True, exist_ok=True)
+
+    def run(self, unit):
+        """(unit, "clean" | "remembered" | "unchanged" | "findings", text, seconds)"""
+        started = time.monotonic()
+        text = unit.preprocess()
+        stamp = None
+        if text is not None:
+            if self.changed is not None and not self.reads(text, unit):
+                return unit, "unchanged", "", 0
+            key = hashlib.sha256(self.settings + "\0".join(unit.arguments).encode() + text).hexdigest()
+            stamp = self.memory / key
+            if stamp.exists():
+                stamp.touch()
+                return unit, "remembered", "", 0
+        # The commands are those of g++, some of whose warnings clang does not know.
+        command = (tidy, "--quiet", "--extra-arg=-Wno-unknown-warning-option", "-p", str(unit.folder))
+        result = subprocess.run((*command, str(unit.source)), cwd=root, capture_output=True, text=True)
+        seconds = time.monotonic() - started
+        if result.returncode == 0 and not result.stdout.strip():
+            if stamp is not None:
+                stamp.touch()
+            return unit, "clean", "", seconds
+        return unit, "findings", result.stdout + (result.stderr if result.returncode else ""), seconds
+
+    def reads(self, text, unit):
+        """Whether the preprocessed text came from a changed file."""
+        named = set(re.findall(rb'^# \d+ "([^"<]+)"', text, re.MULTILINE))
+        files = {(pathlib.Path(unit.directory) / os.fsdecode(name)).resolve() for name in named}
+        return bool(files & self.changed)
+
+
+def checkFormat(files):
+    """The complaints of the formatter about these files."""
+    complaints = []
+    for start in range(0, len(files), 50):
+        part = [str(file) for file in files[start : start + 50]]
+        result = subprocess.run((formatter, "--dry-run", "--Werror", *part), capture_output=True, text=True)
+        complaints += re.findall(r"^.*error: .*$", result.stderr, re.MULTILINE)
+        if result.returncode != 0 and not complaints:
+            complaints.append(result.stderr)
+    return [complaint.replace(f"{root}/", "") for complaint in complaints]
+
+
+def findingsOf(text):
+    """The findings in clang-tidy's answer, each with the lines that explain it; without its counts."""
+    blocks = re.split(r"(?m)^(?=\S+:\d+:\d+: (?:error|warning): )", text)
+    kept = []
+    for block in blocks:
+        block = re.sub(r"(?m)^(\d+ warnings?.*generated\.|Suppressed .*|Use -header.*|Error while.*)\n?", "", block)
+        if block.strip():
+            kept.append(block.replace(f"{root}/", "").rstrip())
+    return kept
+
+
+def prune(memory, days):
+    oldest = time.time() - days * 86400
+    for stamp in memory.iterdir():
+        if stamp.stat().st_mtime < oldest:
+            stamp.unlink(missing_ok=True)
+
+
+def main():
+    parser = argparse.ArgumentParser(description="clang-format and clang-tidy")
+    parser.add_argument("--changed", action="store_true", help="only what differs from main")
+    parser.add_argument("--verbose", action="store_true", help="seconds of each source")
+    parser.add_argument("folders", nargs="+", type=lambda name: pathlib.Path(name).resolve())
+    arguments = parser.parse_args()
+
+    changed = changedFiles() if arguments.changed else None
+    if changed is not None and root / ".clang-tidy" in changed:
+        changed = None
+    files = [file for file in treeFiles() if changed is None or file in changed]
+    units = unitsOf(arguments.folders)
+    complaints = checkFormat(files)
+    complaints += [
+        f"{file.relative_to(root)}: none of the build folders compiles it"
+        for file in files
+        if file.suffix == ".cpp" and file not in units
+    ]
+
+    ours = set(treeFiles())
+    todo = [unit for source, unit in units.items() if source in ours]
+    checker = Checker(arguments.folders[0] / "lint", changed)
+    seen = {}
+    counts = {"clean": 0, "remembered": 0, "unchanged": 0, "findings": 0}
+    with concurrent.futures.ThreadPoolExecutor(os.cpu_count()) as pool:
+        for unit, result, text, seconds in pool.map(checker.run, todo):
+            counts[result] += 1
+            if arguments.verbose and seconds:
+                print(f"{seconds:6.1f} s {unit.source.relative_to(root)}", flush=True)
+            for finding in findingsOf(text):
+                if finding not in seen:
+                    seen[finding] = unit.source
+                    print(finding, flush=True)
+    for complaint in complaints:
+        print(complaint)
+    prune(checker.memory, 30)
+    total = len(complaints) + len(seen)
+    print(
+        f"lint: {len(files)} files formatted, {counts['clean'] + counts['findings']} sources checked, "
+        f"{counts['remembered']} clean as before, {counts['unchanged']} not touched: {total} findings"
+    )
+    # A source that clang-tidy refuses without a word is no clean one.
+    return 1 if total or counts["findings"] else 0
+
+
+if __name__ == "__main__":
+    sys.exit(main())
