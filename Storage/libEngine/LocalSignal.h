@@ -1,0 +1,29 @@
+#pragma once
+
+#include <libEngine/IEngine.h>
+
+#include <atomic>
+#include <cstdint>
+#include <functional>
+#include <map>
+#include <memory>
+#include <mutex>
+
+namespace Brantel::Engine {
+
+// The signal of an engine that only one server uses: Notify calls the callbacks on its own thread.
+// Thread-safe. Every watch must be destroyed before it.
+class LocalSignal {
+  public:
+    void Notify(TrackId track, std::int64_t hint) noexcept;
+    std::unique_ptr<IWatch> Watch(TrackId track, std::function<void(std::int64_t)> callback);
+
+  private:
+    class WatchOnTrack;
+
+    std::atomic<std::size_t> watchCount = 0;  // read without the lock by Notify
+    std::mutex mutex;
+    std::multimap<TrackId, WatchOnTrack*> watches;  // guarded by mutex; borrowed
+};
+
+}  // namespace Brantel::Engine
