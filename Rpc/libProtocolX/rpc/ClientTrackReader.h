@@ -11,9 +11,9 @@ class NativeMutex;
 
 namespace BrantelStorageApi {
 
-// A reader that lives on the server, addressed by its handle. Every operation is one exchange on the
-// connection and throws std::runtime_error "Exception from server: " and the server's text when the
-// server reports a failure, "Could not lock mutex", and what the connection throws. When the
+// A reader that lives on the server, addressed by its handle. Every operation is one exchange on
+// the connection and throws std::runtime_error "Exception from server: " and the server's text when
+// the server reports a failure, "Could not lock mutex", and what the connection throws. When the
 // connection reports its failure by a result, the operation returns normally and leaves its outputs
 // as they were. Any thread may call; calls on one connection wait for each other, so that a Wait
 // holds all others back until the server answers.

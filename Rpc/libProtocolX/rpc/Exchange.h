@@ -9,8 +9,8 @@ class NativeMutex;
 
 namespace BrantelStorageApi {
 
-// One call of a stub: the caller fills `request`, performs the exchange and takes the results out of
-// `response`. Made anew for every call; nothing is shared but the connection and its lock.
+// One call of a stub: the caller fills `request`, performs the exchange and takes the results out
+// of `response`. Made anew for every call; nothing is shared but the connection and its lock.
 class Exchange {
   public:
     Exchange(Brantel::Services::IServiceConnection& connection,

@@ -1,0 +1,26 @@
+#pragma once
+
+#include <google/protobuf/message.h>
+#include <google/protobuf/text_format.h>
+
+#include <stdexcept>
+#include <string>
+
+namespace Brantel::Tests {
+
+// A message written as protocol-buffer text, such as `ids: 1 ids: 2`.
+template <class Message>
+Message FromText(const std::string& text) {
+    Message message;
+    if (!google::protobuf::TextFormat::ParseFromString(text, &message)) {
+        throw std::logic_error("Bad text of a message: " + text);
+    }
+    return message;
+}
+
+// The same in one line, for comparisons and failure reports.
+inline std::string ToText(const google::protobuf::Message& message) {
+    return message.ShortDebugString();
+}
+
+}  // namespace Brantel::Tests
