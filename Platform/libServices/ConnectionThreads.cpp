@@ -1,0 +1,199 @@
+#include "ConnectionThreads.h"
+
+#include "SocketDisconnected.h"
+
+#include <cxxabi.h>
+
+#include <cstdlib>
+#include <exception>
+#include <memory>
+#include <typeinfo>
+#include <utility>
+
+namespace Brantel::Services {
+
+namespace {
+
+thread_local const ConnectionThreads* ownerOfThisThread = nullptr;
+
+// How the handler ended, from within a catch of everything; empty when it ends its thread (pthread_exit),
+// which unwinds the stack like an exception but has no type and must go on.
+std::string DescribeUnknown() {
+    const std::type_info* const type = abi::__cxa_current_exception_type();
+    if (type == nullptr) {
+        return {};
+    }
+    int status = 0;
+    const std::unique_ptr<char, decltype(&std::free)> name(
+        abi::__cxa_demangle(type->name(), nullptr, nullptr, &status), &std::free);
+    return std::string("Exception of type ") + (status == 0 ? name.get() : type->name());
+}
+
+}  // namespace
+
+// Takes the connection out of service when the thread leaves it, also by pthread_exit.
+class ConnectionThreads::End {
+  public:
+    End(ConnectionThreads& threads, Connections::iterator connection)
+        : threads(threads), connection(connection) {}
+    End(const End&) = delete;
+    End& operator=(const End&) = delete;
+    ~End() { threads.Finish(connection); }
+
+  private:
+    ConnectionThreads& threads;
+    const Connections::iterator connection;
+};
+
+ConnectionThreads::ConnectionThreads(const ServiceListenerOptions& options,
+                                     const ServiceListener::HandlerFactory& factory,
+                                     SpinGovernor& governor, std::function<void()> whenOneEnds)
+    : options(options), factory(factory), governor(governor), whenOneEnds(std::move(whenOneEnds)) {}
+
+void ConnectionThreads::Serve(OwnedDescriptor socket, const PeerAddress& peer) noexcept {
+    try {
+        if (active >= options.maximumConnections) {
+            Refuse(peer, "Already serving " + std::to_string(options.maximumConnections) +
+                             " connections, the limit");
+            return;
+        }
+        Connections one;
+        one.emplace_back(peer);
+        one.front().stream.emplace(socket.Release(), options.messageLimit, governor);
+        Start(one);
+    } catch (const std::exception& error) {
+        Refuse(peer, error.what());
+    }
+}
+
+void ConnectionThreads::Start(Connections& one) {
+    const auto connection = one.begin();
+    {
+        const std::lock_guard guard(mutex);
+        running.splice(running.end(), one);
+    }
+    ++active;
+    try {
+        connection->thread.emplace(options.stackSize,
+                                   "conn " + std::to_string(connection->peer.connectionId),
+                                   [this, connection] { Run(connection); });
+    } catch (...) {
+        --active;
+        const std::lock_guard guard(mutex);
+        one.splice(one.end(), running, connection);
+        throw;
+    }
+}
+
+void ConnectionThreads::Run(Connections::iterator connection) {
+    AdoptThisThread();
+    const End end(*this, connection);
+    ++accepted;
+    try {
+        Handle(*connection);
+    } catch (const SocketDisconnected& error) {
+        ++lostConnections;
+        Report(ServiceListenerEvent::Kind::ConnectionLost, connection->peer, error.what());
+    } catch (const std::exception& error) {
+        CountFailure(connection->peer, error.what());
+    } catch (...) {
+        const std::string unknown = DescribeUnknown();
+        if (unknown.empty()) {
+            CountFailure(connection->peer, "The handler ended its thread");
+            throw;
+        }
+        CountFailure(connection->peer, unknown);
+    }
+}
+
+void ConnectionThreads::Handle(Connection& connection) {
+    const std::unique_ptr<IServiceHandler> handler = factory(*connection.stream, connection.peer);
+    if (handler == nullptr) {
+        Refuse(connection.peer, "There is no handler for it");
+        return;
+    }
+    handler->Handle(*connection.stream);
+}
+
+void ConnectionThreads::Finish(Connections::iterator connection) noexcept {
+    {
+        const std::lock_guard guard(mutex);
+        connection->mayBeClosed = false;
+    }
+    // A peer that sees the end of its connection may come back at once and finds its place free.
+    --active;
+    connection->stream.reset();
+    {
+        const std::lock_guard guard(mutex);
+        ended.splice(ended.end(), running, connection);
+    }
+    whenOneEnds();
+}
+
+void ConnectionThreads::CountFailure(const PeerAddress& peer, const std::string& text) noexcept {
+    ++failedHandlers;
+    Report(ServiceListenerEvent::Kind::HandlerFailed, peer, text);
+}
+
+void ConnectionThreads::Refuse(const PeerAddress& peer, const std::string& reason) noexcept {
+    ++refused;
+    Report(ServiceListenerEvent::Kind::ConnectionRefused, peer, reason);
+}
+
+void ConnectionThreads::Report(ServiceListenerEvent::Kind kind, const PeerAddress& peer,
+                               const std::string& text) const noexcept {
+    if (!options.onEvent) {
+        return;
+    }
+    try {
+        options.onEvent(ServiceListenerEvent{kind, peer, text});
+    } catch (...) {
+        // There is nobody left to tell.
+    }
+}
+
+void ConnectionThreads::JoinEnded() {
+    Connections joined;
+    {
+        const std::lock_guard guard(mutex);
+        joined.splice(joined.end(), ended);
+    }
+}
+
+void ConnectionThreads::CloseAndJoinAll() {
+    {
+        const std::lock_guard guard(mutex);
+        for (Connection& connection : running) {
+            if (connection.mayBeClosed) {
+                connection.stream->Close();
+            }
+        }
+    }
+    for (;;) {
+        ServiceThread* thread = nullptr;
+        {
+            const std::lock_guard guard(mutex);
+            if (running.empty()) {
+                break;
+            }
+            thread = &*running.front().thread;
+        }
+        // At the thread's end its connection is among the ended ones.
+        thread->Join();
+    }
+    JoinEnded();
+}
+
+ServiceListenerCounters ConnectionThreads::Counters() const noexcept {
+    return {accepted, active, refused, lostConnections, failedHandlers};
+}
+
+void ConnectionThreads::AdoptThisThread() const noexcept {
+    ownerOfThisThread = this;
+}
+
+bool ConnectionThreads::OwnsThisThread() const noexcept {
+    return ownerOfThisThread == this;
+}
+
+}  // namespace Brantel::Services

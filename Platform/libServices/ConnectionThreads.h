@@ -1,0 +1,90 @@
+#pragma once
+
+#include "OwnedDescriptor.h"
+#include "ServiceListener.h"
+#include "ServiceThread.h"
+
+#include <atomic>
+#include <cstdint>
+#include <functional>
+#include <list>
+#include <mutex>
+#include <optional>
+#include <string>
+
+namespace Brantel::Services {
+
+// The connections of a listener, each served on a thread of its own.
+class ConnectionThreads {
+  public:
+    // All are borrowed. `whenOneEnds` is called on a connection's thread that is about to end, when its
+    // descriptor is free again.
+    ConnectionThreads(const ServiceListenerOptions& options,
+                      const ServiceListener::HandlerFactory& factory, SpinGovernor& governor,
+                      std::function<void()> whenOneEnds);
+    ConnectionThreads(const ConnectionThreads&) = delete;
+    ConnectionThreads& operator=(const ConnectionThreads&) = delete;
+    // CloseAndJoinAll has been called if there ever was a connection.
+    ~ConnectionThreads() = default;
+
+    // Serves the connection, or refuses it, which is counted and reported. One thread at a time.
+    void Serve(OwnedDescriptor socket, const PeerAddress& peer) noexcept;
+
+    // Counts and reports a connection that is closed unserved.
+    void Refuse(const PeerAddress& peer, const std::string& reason) noexcept;
+
+    // What the program's onEvent throws is dropped.
+    void Report(ServiceListenerEvent::Kind kind, const PeerAddress& peer,
+                const std::string& text) const noexcept;
+
+    // Joins the threads that have ended.
+    void JoinEnded();
+
+    // Closes every connection and waits until all threads have ended. Serve is not called any more.
+    void CloseAndJoinAll();
+
+    ServiceListenerCounters Counters() const noexcept;
+
+    // Which threads are the listener's own: those that serve, and those that adopted themselves.
+    void AdoptThisThread() const noexcept;
+    bool OwnsThisThread() const noexcept;
+
+  private:
+    struct Connection {
+        explicit Connection(const PeerAddress& peer) : peer(peer) {}
+
+        const PeerAddress peer;
+        // Ended by the thread that serves it; guarded by the mutex is only whether others may close it.
+        std::optional<FileDescriptorServiceConnection> stream;
+        bool mayBeClosed = true;
+        // Used by the thread that serves and joins.
+        std::optional<ServiceThread> thread;
+    };
+    using Connections = std::list<Connection>;
+    class End;
+
+    void Start(Connections& one);
+    void Run(Connections::iterator connection);
+    void Handle(Connection& connection);
+    void Finish(Connections::iterator connection) noexcept;
+    void CountFailure(const PeerAddress& peer, const std::string& text) noexcept;
+
+    // Constant after construction.
+    const ServiceListenerOptions& options;
+    const ServiceListener::HandlerFactory& factory;
+    SpinGovernor& governor;
+    const std::function<void()> whenOneEnds;
+    // Synchronised by themselves.
+    std::atomic<std::uint64_t> accepted{0};
+    std::atomic<std::uint64_t> active{0};
+    std::atomic<std::uint64_t> refused{0};
+    std::atomic<std::uint64_t> lostConnections{0};
+    std::atomic<std::uint64_t> failedHandlers{0};
+    // Guards the lists and what is said to be guarded in their elements.
+    std::mutex mutex;
+    Connections running;
+    // Whose threads have nothing more to do but end.
+    Connections ended;
+};
+
+}  // namespace Brantel::Services
