@@ -1,0 +1,48 @@
+#pragma once
+
+#include <libProtocolX/IStorageReaderX.h>
+#include <libTime/TimePoint.h>
+
+#include <memory>
+#include <set>
+#include <string>
+
+namespace BrantelStorageApi {
+class ITrackReader;
+}
+
+namespace Brantel::ProtocolX {
+
+// A reader over one remote reader, its stub. Without a stub it asks nobody: time points are 0
+// nanoseconds, the track is 0, there is no chunk.
+class StorageReaderX : public IStorageReaderX {
+  public:
+    StorageReaderX() noexcept;
+    // Asks the storage to drop the remote reader. What fails then is one line on the standard
+    // output, "Storage seems disconnected: " or "Exception from storage: " with the text, and never
+    // thrown; an exception that isn't a std::runtime_error ends the process.
+    ~StorageReaderX() override;
+    StorageReaderX(const StorageReaderX&) = delete;
+    StorageReaderX& operator=(const StorageReaderX&) = delete;
+
+    // Takes the stub; the former one is destroyed, without a word to the storage.
+    void SetReader(std::unique_ptr<BrantelStorageApi::ITrackReader> newReader);
+
+    long GetTrackId() override;
+    // Through NextTimePoint and PreviousTimePoint, as a derived class may override them.
+    Time::TimePoint FirstTimePoint() override;
+    Time::TimePoint LastTimePoint() override;
+    Time::TimePoint NextTimePoint(Time::TimePoint timePoint) override;
+    Time::TimePoint PreviousTimePoint(Time::TimePoint timePoint) override;
+    bool GetChunk(DataChunk& chunk, Time::TimePoint timePoint,
+                  const std::set<std::string>& keys) override;
+    bool GetNextChunk(DataChunk& chunk, Time::TimePoint timePoint,
+                      const std::set<std::string>& keys) override;
+    bool GetPreviousChunk(DataChunk& chunk, Time::TimePoint timePoint,
+                          const std::set<std::string>& keys) override;
+
+  private:
+    std::unique_ptr<BrantelStorageApi::ITrackReader> reader;
+};
+
+}  // namespace Brantel::ProtocolX
