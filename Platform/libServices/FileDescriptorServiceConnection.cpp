@@ -15,6 +15,7 @@
 #include <unistd.h>
 
 #include <cerrno>
+#include <exception>
 #include <stdexcept>
 #include <system_error>
 
@@ -42,6 +43,12 @@ void PrepareDescriptor(int fd) {
 std::string OverTheLimit(const char* what, std::size_t size, std::size_t limit) {
     return std::string(what) + std::to_string(size) + " bytes is over the limit of " +
            std::to_string(limit) + " bytes";
+}
+
+std::string WhyLost(const std::exception& failure) {
+    const bool reported = dynamic_cast<const SocketDisconnected*>(&failure) != nullptr;
+    return reported ? failure.what()
+                    : std::string("Connection lost in the middle of a message: ") + failure.what();
 }
 
 }  // namespace
@@ -136,21 +143,22 @@ bool FileDescriptorServiceConnection::Receive(Message& message) {
         ReceiveWhole(message);
     } catch (const std::exception& failure) {
         message.Clear();
-        if (!inStep) {
-            // Lost, or stopped half-way (no memory, say): what comes next can't be followed.
-            inStep = true;
-            lost = closed.load() ? "Connection closed" : failure.what();
-            ::shutdown(fd, SHUT_RDWR);
-            throw SocketDisconnected(lost);
+        if (inStep) {
+            throw;
         }
-        throw;
+        // Lost, or stopped half-way (no memory, say): what comes next can't be followed.
+        ::shutdown(fd, SHUT_RDWR);
+        if (lost.empty()) {
+            lost = closed.load() ? "Connection closed" : WhyLost(failure);
+        }
+        throw SocketDisconnected(lost);
     }
     return true;
 }
 
 void FileDescriptorServiceConnection::ThrowIfLost() const {
-    if (!lost.empty()) {
-        throw SocketDisconnected(lost);
+    if (!inStep) {
+        throw SocketDisconnected(lost.empty() ? "Connection lost" : lost);
     }
     if (closed.load(std::memory_order_relaxed)) {
         throw SocketDisconnected("Connection closed");

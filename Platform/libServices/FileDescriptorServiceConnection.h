@@ -77,8 +77,8 @@ class FileDescriptorServiceConnection : public IServiceConnection {
     std::atomic<int> sendError{0};
     // The receiving thread's.
     std::unique_ptr<SocketReader> reader;
-    bool inStep = true;  // the stream stands between two messages
-    std::string lost;    // why nothing can be received any more; empty while something can
+    bool inStep = true;  // the stream stands between two messages; once lost, false for good
+    std::string lost;    // why nothing can be received any more
     // The sending thread's, allocated on first use.
     std::unique_ptr<unsigned char[]> scratch;
 };

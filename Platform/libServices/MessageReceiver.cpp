@@ -43,6 +43,14 @@ bool MergePartial(Message& message, const void* data, std::size_t size, int dept
     return message.MergePartialFromCodedStream(&input) && input.ConsumedEntireMessage();
 }
 
+// The ordinary parser refuses a text (not bytes) of a proto3 file that is not UTF-8.
+bool IsValid(const std::string& value, const FieldDescriptor& field) {
+    return field.type() != FieldDescriptor::TYPE_STRING ||
+           field.file()->syntax() != google::protobuf::FileDescriptor::SYNTAX_PROTO3 ||
+           WireFormatLite::VerifyUtf8String(value.data(), static_cast<int>(value.size()),
+                                            WireFormatLite::PARSE, field.full_name().c_str());
+}
+
 }  // namespace
 
 bool MessageReceiver::Receive(Message& message, std::size_t length) {
@@ -152,6 +160,9 @@ bool MessageReceiver::ReceiveLong(Message& message, const Field& field, int dept
         std::string value;
         source.Append(value, field.payloadSize);
         unread -= field.payloadSize;
+        if (!IsValid(value, *known)) {
+            return false;
+        }
         if (known->is_repeated()) {
             reflection.AddString(&message, known, std::move(value));
         } else {
