@@ -113,8 +113,8 @@ class IEngine {
     // that are there; `entry.offset` is where that is, lengths follow ChunkLayout. Returns when the
     // chunk is as safe as asked (blocks; appends that arrive together share one flush). Readable
     // from then on.
-    // NoSpace and Refused leave the segment usable. After any other failure it is Closed: it takes
-    // no chunk any more, what was answered stays readable, and a Seal settles what it holds.
+    // NoSpace, Refused and Fenced leave the segment as it is. After Io it is Closed: it takes no
+    // chunk any more, what was answered stays readable, and a Seal settles what it holds.
     virtual void Append(const SegmentId& id, Epoch epoch, const ChunkEntry& entry,
                         std::span<const std::string_view> parts, const Durability& durability) = 0;
 

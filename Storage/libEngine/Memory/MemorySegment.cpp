@@ -1,0 +1,233 @@
+#include "Memory/MemorySegment.h"
+
+#include "Checksum.h"
+
+#include <algorithm>
+#include <array>
+#include <cstring>
+#include <string>
+
+namespace Brantel::Engine {
+
+MemorySegment::MemorySegment(const SegmentId& id, std::uint32_t size, Epoch epoch)
+    : id(id), size(size), epoch(epoch) {}
+
+MemorySegment::MemorySegment(MemorySegment& other)
+    : id(other.id), size(other.size), epoch(other.epoch) {
+    const std::lock_guard lock(other.mutex);
+    sealed = other.sealed;
+    durationSum = other.durationSum;
+    chunks = other.chunks;
+    epoch = other.epoch;
+}
+
+std::string MemorySegment::Describe(const SegmentId& id) {
+    return "memory/" + std::to_string(id.track) + (id.log == LogKind::Ring ? "/ring/" : "/held/") +
+           std::to_string(id.number);
+}
+
+void MemorySegment::Throw(EngineError::Kind kind, const std::string& text) const {
+    throw EngineError(kind, Describe(id) + ": " + text);
+}
+
+void MemorySegment::CheckEpochLocked(Epoch writer) const {
+    if (writer < epoch) {
+        Throw(EngineError::Kind::Fenced,
+              "epoch " + std::to_string(epoch) + " has taken over from " + std::to_string(writer));
+    }
+}
+
+void MemorySegment::CheckEpoch(Epoch writer) {
+    const std::lock_guard lock(mutex);
+    CheckEpochLocked(writer);
+}
+
+std::uint32_t MemorySegment::EndLocked() const {
+    return chunks.empty() ? ChunkLayout::segmentHeaderSize
+                          : chunks.back()->entry.offset + chunks.back()->entry.length;
+}
+
+SegmentInfo MemorySegment::InfoLocked() const {
+    SegmentInfo info;
+    info.id = id;
+    info.epoch = epoch;
+    info.sealed = sealed;
+    info.count = chunks.size();
+    info.end = EndLocked();
+    info.durationSum = durationSum;
+    if (!chunks.empty()) {
+        info.first = chunks.front()->entry;
+        info.last = chunks.back()->entry;
+    }
+    return info;
+}
+
+SegmentInfo MemorySegment::GetInfo() {
+    const std::lock_guard lock(mutex);
+    return InfoLocked();
+}
+
+SegmentInfo MemorySegment::Claim(Epoch newEpoch) {
+    const std::lock_guard lock(mutex);
+    CheckEpochLocked(newEpoch);
+    epoch = newEpoch;
+    return InfoLocked();
+}
+
+void MemorySegment::Append(Epoch writer, const ChunkEntry& entry,
+                           std::span<const std::string_view> parts) {
+    auto chunk = std::make_shared<Chunk>();
+    chunk->entry = entry;
+    std::size_t total = 0;
+    for (const std::string_view part : parts) {
+        total += part.size();
+    }
+    if (parts.empty() || entry.length != ChunkLayout::Length(parts.size(), total) ||
+        entry.headLength != ChunkLayout::HeadLength(parts.size(), parts[0].size())) {
+        Throw(EngineError::Kind::Refused, "lengths do not fit the parts of the chunk");
+    }
+    chunk->bytes.reserve(total);
+    chunk->sizes.reserve(parts.size());
+    chunk->checksums.reserve(parts.size());
+    for (const std::string_view part : parts) {
+        chunk->bytes.append(part);
+        chunk->sizes.push_back(static_cast<std::uint32_t>(part.size()));
+        chunk->checksums.push_back(Checksum(part));
+    }
+
+    const std::lock_guard lock(mutex);
+    CheckEpochLocked(writer);
+    if (sealed) {
+        Throw(EngineError::Kind::Closed, "the segment is sealed");
+    }
+    if (entry.offset != EndLocked()) {
+        Throw(EngineError::Kind::Refused, "a chunk at " + std::to_string(entry.offset) +
+                                              " is not at the end, " + std::to_string(EndLocked()));
+    }
+    const std::uint64_t taken = entry.offset - ChunkLayout::segmentHeaderSize + entry.length +
+                                (chunks.size() + 1) * ChunkLayout::indexEntrySize;
+    if (taken > ChunkLayout::Usable(size)) {
+        Throw(EngineError::Kind::NoSpace, "a chunk of " + std::to_string(entry.length) +
+                                              " bytes does not fit behind " +
+                                              std::to_string(entry.offset));
+    }
+    chunks.push_back(std::move(chunk));
+    durationSum += static_cast<std::uint64_t>(entry.duration);
+}
+
+void MemorySegment::Seal(Epoch writer, std::uint64_t count) {
+    const std::lock_guard lock(mutex);
+    CheckEpochLocked(writer);
+    if (count > chunks.size() || (sealed && count != chunks.size())) {
+        Throw(EngineError::Kind::Refused, "can't be sealed with " + std::to_string(count) +
+                                              " chunks, it has " + std::to_string(chunks.size()));
+    }
+    while (chunks.size() > count) {
+        durationSum -= static_cast<std::uint64_t>(chunks.back()->entry.duration);
+        chunks.pop_back();
+    }
+    sealed = true;
+}
+
+std::vector<ChunkEntry> MemorySegment::ReadEntries() {
+    const std::lock_guard lock(mutex);
+    std::vector<ChunkEntry> entries;
+    entries.reserve(chunks.size());
+    for (const auto& chunk : chunks) {
+        entries.push_back(chunk->entry);
+    }
+    return entries;
+}
+
+std::shared_ptr<const MemorySegment::Chunk> MemorySegment::Find(const ChunkEntry& entry) {
+    const std::lock_guard lock(mutex);
+    if (removed) {
+        Throw(EngineError::Kind::Gone, "the segment was removed");
+    }
+    const auto position = std::lower_bound(
+        chunks.begin(), chunks.end(), entry.offset,
+        [](const auto& chunk, std::uint32_t offset) { return chunk->entry.offset < offset; });
+    if (position == chunks.end() || (*position)->entry != entry) {
+        Throw(EngineError::Kind::Refused, "no such chunk at " + std::to_string(entry.offset));
+    }
+    return *position;
+}
+
+void MemorySegment::CheckPart(const Chunk& chunk, std::size_t part, std::string_view bytes) const {
+    if (Checksum(bytes) != chunk.checksums[part]) {
+        Throw(EngineError::Kind::Damaged, "the checksum of part " + std::to_string(part) +
+                                              " of the chunk at " +
+                                              std::to_string(chunk.entry.offset) + " is wrong");
+    }
+}
+
+void MemorySegment::ReadChunk(const ChunkEntry& entry, IChunkSink& sink) {
+    const std::shared_ptr<const Chunk> chunk = Find(entry);
+    const std::string_view first(chunk->bytes.data(), chunk->sizes[0]);
+    CheckPart(*chunk, 0, first);
+
+    std::array<char*, 16> few{};
+    std::vector<char*> many;
+    std::span<char*> destinations(few);
+    if (chunk->sizes.size() > few.size()) {
+        many.resize(chunk->sizes.size());
+        destinations = many;
+    }
+    destinations = destinations.first(chunk->sizes.size());
+    sink.Begin(first, chunk->sizes, destinations);
+
+    const char* source = chunk->bytes.data() + chunk->sizes[0];
+    for (std::size_t part = 1; part < chunk->sizes.size(); ++part) {
+        if (destinations[part] != nullptr) {
+            std::memcpy(destinations[part], source, chunk->sizes[part]);
+            CheckPart(*chunk, part, std::string_view(destinations[part], chunk->sizes[part]));
+        }
+        source += chunk->sizes[part];
+    }
+}
+
+void MemorySegment::Verify(std::uint32_t offset, IVerifyObserver& observer) {
+    const std::vector<ChunkEntry> entries = ReadEntries();
+    for (std::size_t index = 0; index < entries.size(); ++index) {
+        if (!observer.Report(index, entries.size())) {
+            return;
+        }
+        if (entries[index].offset < offset) {
+            continue;
+        }
+        const std::shared_ptr<const Chunk> chunk = Find(entries[index]);
+        const char* source = chunk->bytes.data();
+        for (std::size_t part = 0; part < chunk->sizes.size(); ++part) {
+            try {
+                CheckPart(*chunk, part, std::string_view(source, chunk->sizes[part]));
+            } catch (const EngineError& error) {
+                observer.OnDamage(Damage{id, entries[index].offset, entries[index], error.what()});
+                break;
+            }
+            source += chunk->sizes[part];
+        }
+    }
+}
+
+void MemorySegment::SetRemoved() {
+    const std::lock_guard lock(mutex);
+    removed = true;
+}
+
+void MemorySegment::FlipBit(const ChunkEntry& entry, std::size_t part) {
+    auto damaged = std::make_shared<Chunk>(*Find(entry));
+    std::size_t position = 0;
+    for (std::size_t index = 0; index < part; ++index) {
+        position += damaged->sizes[index];
+    }
+    damaged->bytes[position] = static_cast<char>(damaged->bytes[position] ^ 1);
+
+    const std::lock_guard lock(mutex);
+    for (auto& chunk : chunks) {
+        if (chunk->entry.offset == entry.offset) {
+            chunk = damaged;
+        }
+    }
+}
+
+}  // namespace Brantel::Engine
