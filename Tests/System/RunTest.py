@@ -1,0 +1,151 @@
+"""The script ./run with made-up programs around it: what it calls, how it counts, and what it says when it can't."""
+
+import pathlib
+import shutil
+import subprocess
+import sys
+import unittest
+
+sys.path.insert(0, str(pathlib.Path(__file__).resolve().parents[1] / "Support"))
+import MadeUpTree
+
+junit = '<?xml version="1.0"?>\n<testsuite name="x"\n\ttests="{}"\n\tfailures="{}"\n\tdisabled="{}"\n\tskipped="{}"\n\t>\n'
+
+
+class RunTest(MadeUpTree.MadeUpTree):
+    def setUp(self):
+        super().setUp()
+        shutil.copy(MadeUpTree.root / "run", self.tree / "run")
+        self.put("Tools/packages.txt", "# build\npresent\nabsent  # with a reason\n\nother\n")
+        # Tells what it was called with; fails when a file fail-<name> is there.
+        self.recorder = (
+            '#!/bin/bash\nhere=$(dirname "$0")/..\nname=$(basename "$0")\n'
+            'echo "$name $*" >> "$here/calls"\n[[ ! -e "$here/fail-$name" ]]\n'
+        )
+        for name in ("apt-get", "python3", "ninja"):
+            self.command(name)
+        self.command("dpkg-query", '[[ ${@: -1} == present ]] && echo installed || echo none\n')
+        self.command("id", "echo 0\n")
+        self.command("setarch", "exit 1\n")
+        self.command("cmake", 'if [[ $1 == --workflow ]]; then cp report-dev build/dev/junit.xml; exit "$(cat status-dev)"; fi\n')
+        self.command("ctest", 'cp "report-$2" "build/$2/junit.xml"; exit "$(cat "status-$2")"\n')
+        for preset in ("dev", "tsan", "release"):
+            self.put(f"build/{preset}/.keep")
+            self.report(preset, 10, 0, 0, 0)
+
+    def command(self, name, text=""):
+        self.put(f"bin/{name}", f"{self.recorder.rstrip()} || exit 1\n{text}", executable=True)
+
+    def report(self, preset, tests, failures, disabled, skipped):
+        self.put(f"report-{preset}", junit.format(tests, failures, disabled, skipped))
+        self.put(f"status-{preset}", "1" if failures else "0")
+
+    def run_(self, *arguments, path=None):
+        result = subprocess.run(
+            ("./run", *arguments), cwd=self.tree, capture_output=True, text=True,
+            env={"PATH": path or f"{self.tree}/bin:/usr/bin:/bin"},
+        )
+        return result.returncode, result.stdout, result.stderr
+
+    def calls(self):
+        log = self.tree / "calls"
+        return log.read_text().splitlines() if log.exists() else []
+
+    def testAnUnknownCommandIsRefusedWithTheUsage(self):
+        code, out, err = self.run_("everything")
+        self.assertEqual((code, out), (2, ""))
+        self.assertIn("run: unknown command everything\nusage: ./run <command>", err)
+
+    def testNoCommandIsRefusedWithTheUsage(self):
+        code, out, err = self.run_()
+        self.assertEqual((code, out), (2, ""))
+        self.assertIn("run: a command is missing\nusage: ./run <command>", err)
+
+    def testAnUnknownPresetIsRefused(self):
+        code, _, err = self.run_("build", "fast")
+        self.assertEqual(code, 2)
+        self.assertIn("run: unknown preset fast: one of dev tsan release coverage fuzz", err)
+
+    def testArgumentsThatMeanNothingAreRefused(self):
+        for command in ("test", "install", "coverage"):
+            with self.subTest(command):
+                self.assertEqual(self.run_(command, "more")[0], 2)
+
+    def testHelpNamesEveryCommand(self):
+        code, out, err = self.run_("help")
+        self.assertEqual((code, err), (0, ""))
+        for command in ("install", "build", "test", "demo", "bench", "fuzz", "coverage", "lint", "help"):
+            self.assertRegex(out, rf"(?m)^  {command}\b")
+
+    def testOnlyWhatIsMissingIsInstalled(self):
+        self.assertEqual(self.run_("install")[0], 0)
+        self.assertEqual(
+            [call for call in self.calls() if call.startswith("apt-get")],
+            ["apt-get update --quiet", "apt-get install --yes --quiet --no-install-recommends absent other"],
+        )
+
+    def testNothingIsAskedOfAptWhenNothingIsMissing(self):
+        self.put("Tools/packages.txt", "present\n")
+        code, out, _ = self.run_("install")
+        self.assertEqual((code, out), (0, "install: nothing is missing\n"))
+        self.assertFalse([call for call in self.calls() if call.startswith("apt-get")])
+
+    def testSomebodyElseThanRootInstallsThroughSudo(self):
+        self.command("id", "echo 1000\n")
+        self.command("sudo", '"$@"\n')
+        self.assertEqual(self.run_("install")[0], 0)
+        self.assertIn("sudo apt-get update --quiet", self.calls())
+
+    def testWithoutRootAndSudoTheMissingPackagesAreNamed(self):
+        self.command("id", "echo 1000\n")
+        for name in ("bash", "dirname", "basename", "nproc", "sed", "grep", "cat"):
+            (self.tree / "bin" / name).symlink_to(shutil.which(name))
+        code, _, err = self.run_("install", path=f"{self.tree}/bin")
+        self.assertEqual(code, 1)
+        self.assertIn("these packages are missing, and installing them needs root or sudo: absent other", err)
+
+    def testWhatAptRefusesFailsTheCommand(self):
+        self.put("fail-apt-get")
+        self.assertEqual(self.run_("install")[0], 1)
+
+    def testTheLastLineOfTestCountsAllStepsAndTests(self):
+        self.report("dev", 100, 0, 1, 2)
+        code, out, _ = self.run_("test")
+        # 97 + 10 + 10 tests; install, the release build and lint are steps without tests of their own.
+        self.assertEqual((code, out.splitlines()[-1]), (0, "120 passed, 0 failed, 3 skipped"))
+
+    def testFailedTestsFailTheRun(self):
+        self.report("tsan", 10, 2, 0, 1)
+        code, out, _ = self.run_("test")
+        self.assertEqual((code, out.splitlines()[-1]), (1, "30 passed, 2 failed, 1 skipped"))
+        self.assertRegex(out, r"(?m)^tsan: tests of threads +FAILED")
+
+    def testAStepThatFailsBeforeItsTestsCountsAsOneFailure(self):
+        self.put("fail-ctest")
+        code, out, _ = self.run_("test")
+        self.assertEqual((code, out.splitlines()[-1]), (1, "13 passed, 2 failed, 0 skipped"))
+
+    def testAReportOfAnEarlierRunIsNotCounted(self):
+        self.put("build/tsan/junit.xml", junit.format(50, 0, 0, 0))
+        self.put("fail-ctest")
+        self.assertEqual(self.run_("test")[1].splitlines()[-1], "13 passed, 2 failed, 0 skipped")
+
+    def testAStepWhoseTestsPassButWhichFailsIsAFailure(self):
+        self.put("status-dev", "8")
+        code, out, _ = self.run_("test")
+        self.assertEqual((code, out.splitlines()[-1]), (1, "32 passed, 1 failed, 0 skipped"))
+
+    def testAFailedStepDoesNotHideTheLaterOnes(self):
+        self.put("fail-apt-get")
+        code, out, _ = self.run_("test")
+        self.assertEqual((code, out.splitlines()[-1]), (1, "32 passed, 1 failed, 0 skipped"))
+
+    def testFindingsOfLintFailTheRun(self):
+        self.put("fail-python3")
+        code, out, _ = self.run_("test")
+        self.assertEqual(code, 1)
+        self.assertRegex(out, r"(?m)^lint +FAILED")
+
+
+if __name__ == "__main__":
+    unittest.main()
