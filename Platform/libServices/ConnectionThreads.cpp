@@ -16,8 +16,8 @@ namespace {
 
 thread_local const ConnectionThreads* ownerOfThisThread = nullptr;
 
-// How the handler ended, from within a catch of everything; empty when it ends its thread (pthread_exit),
-// which unwinds the stack like an exception but has no type and must go on.
+// How the handler ended, from within a catch of everything; empty when it ends its thread
+// (pthread_exit), which unwinds the stack like an exception but has no type and must go on.
 std::string DescribeUnknown() {
     const std::type_info* const type = abi::__cxa_current_exception_type();
     if (type == nullptr) {

@@ -17,8 +17,8 @@ namespace Brantel::Services {
 // The connections of a listener, each served on a thread of its own.
 class ConnectionThreads {
   public:
-    // All are borrowed. `whenOneEnds` is called on a connection's thread that is about to end, when its
-    // descriptor is free again.
+    // All are borrowed. `whenOneEnds` is called on a connection's thread that is about to end, when
+    // its descriptor is free again.
     ConnectionThreads(const ServiceListenerOptions& options,
                       const ServiceListener::HandlerFactory& factory, SpinGovernor& governor,
                       std::function<void()> whenOneEnds);
@@ -54,7 +54,8 @@ class ConnectionThreads {
         explicit Connection(const PeerAddress& peer) : peer(peer) {}
 
         const PeerAddress peer;
-        // Ended by the thread that serves it; guarded by the mutex is only whether others may close it.
+        // Ended by the thread that serves it; guarded by the mutex is only whether others may close
+        // it.
         std::optional<FileDescriptorServiceConnection> stream;
         bool mayBeClosed = true;
         // Used by the thread that serves and joins.

@@ -14,17 +14,17 @@ class SocketReader;
 
 // A service connection on a connected stream socket.
 //
-// On the wire a message is its length as a base-128 varint and then its bytes (protobuf's "delimited"
-// form, which the runtimes of other languages read and write):
+// On the wire a message is its length as a base-128 varint and then its bytes (protobuf's
+// "delimited" form, which the runtimes of other languages read and write):
 //
 //     offset 0            length n, 1 to 5 bytes, least significant group first
 //     after the length    n bytes of message
 //
-// There is no call number: a connection whose stream can't be followed any more (lost, closed, a length
-// over the limit, half a message) is of no further use, and every later Receive says so.
+// There is no call number: a connection whose stream can't be followed any more (lost, closed, a
+// length over the limit, half a message) is of no further use, and every later Receive says so.
 //
-// One thread may send while another receives; Close and PeerGone may be called by any thread. Idle, a
-// connection keeps at most 64 KiB of buffers.
+// One thread may send while another receives; Close and PeerGone may be called by any thread. Idle,
+// a connection keeps at most 64 KiB of buffers.
 class FileDescriptorServiceConnection : public IServiceConnection {
   public:
     static constexpr std::size_t defaultMessageLimit = std::size_t{256} * 1024 * 1024;
@@ -32,8 +32,8 @@ class FileDescriptorServiceConnection : public IServiceConnection {
     static constexpr std::size_t highestMessageLimit = (std::size_t{1} << 31) - 1;
 
     // Takes the descriptor over (also when this throws) and makes it blocking and close-on-exec.
-    // `messageLimit`: the longest message in bytes, either way. `governor` is borrowed and outlives the
-    // connection. Throws std::invalid_argument when the limit is 0 or over highestMessageLimit,
+    // `messageLimit`: the longest message in bytes, either way. `governor` is borrowed and outlives
+    // the connection. Throws std::invalid_argument when the limit is 0 or over highestMessageLimit,
     // std::system_error when the descriptor is not usable.
     explicit FileDescriptorServiceConnection(int fd, std::size_t messageLimit = defaultMessageLimit,
                                              SpinGovernor& governor = SpinGovernor::ForProcess());
@@ -43,14 +43,14 @@ class FileDescriptorServiceConnection : public IServiceConnection {
 
     void Close() override;
 
-    // Returns true when the message was handed to the system, and also when the connection is lost: that
-    // is remembered, and every Receive from then on reports it. Throws MessageNotSendable, nothing
-    // written, when required fields are missing or the message is over the limit.
+    // Returns true when the message was handed to the system, and also when the connection is lost:
+    // that is remembered, and every Receive from then on reports it. Throws MessageNotSendable,
+    // nothing written, when required fields are missing or the message is over the limit.
     bool Send(const google::protobuf::Message& message) override;
 
     // Returns true with a whole message. Throws SocketDisconnected when the connection is lost, and
-    // std::runtime_error when a whole message arrived that is not a valid one of this type (the next
-    // Receive gets the next message); `message` is then cleared.
+    // std::runtime_error when a whole message arrived that is not a valid one of this type (the
+    // next Receive gets the next message); `message` is then cleared.
     bool Receive(google::protobuf::Message& message) override;
 
     // True when the other side has closed its end or is gone. Reads nothing.

@@ -10,13 +10,13 @@
 
 namespace Brantel::Services {
 
-// Sends every byte that `parts` describe (which it may change). Returns 0, or the error number when the
-// connection failed; then part of the bytes may have left.
+// Sends every byte that `parts` describe (which it may change). Returns 0, or the error number when
+// the connection failed; then part of the bytes may have left.
 int SendParts(int fd, iovec* parts, std::size_t count);
 
-// An output stream on a socket that sends large fields from where they lie in the message and collects the
-// small ones in the caller's scratch memory. Lives for one message. After an error, which Error reports,
-// nothing more is sent.
+// An output stream on a socket that sends large fields from where they lie in the message and
+// collects the small ones in the caller's scratch memory. Lives for one message. After an error,
+// which Error reports, nothing more is sent.
 class GatherOutput : public google::protobuf::io::ZeroCopyOutputStream {
   public:
     // A field that does not fit into one block is referenced instead of copied.

@@ -24,8 +24,8 @@ int ListenOn(const SocketAddress& address, OwnedDescriptor& result) {
     }
     const int fd = socket.Get();
     const int on = 1;
-    // A server that is started again must not wait until the connections before it are forgotten; and
-    // IPv6 leaves IPv4 to a socket of its own, so that both may have the same port.
+    // A server that is started again must not wait until the connections before it are forgotten;
+    // and IPv6 leaves IPv4 to a socket of its own, so that both may have the same port.
     const bool done = setsockopt(fd, SOL_SOCKET, SO_REUSEADDR, &on, sizeof(on)) == 0 &&
                       (address.Family() != AF_INET6 ||
                        setsockopt(fd, IPPROTO_IPV6, IPV6_V6ONLY, &on, sizeof(on)) == 0) &&

@@ -11,20 +11,21 @@ namespace Brantel::Services {
 
 class UnixSocketFile;
 
-// A socket that listens, non-blocking and close-on-exec; stops listening when destroyed. A Unix-domain
-// socket removes its file then, unless another server has taken the name meanwhile.
+// A socket that listens, non-blocking and close-on-exec; stops listening when destroyed. A
+// Unix-domain socket removes its file then, unless another server has taken the name meanwhile.
 class ListeningSocket {
   public:
     // So many connections may wait to be accepted (the system may hold it lower).
     static constexpr int backlog = 4096;
 
-    // One socket for each address of the name: a numeric address; a name; or nothing, for every IPv4 and
-    // IPv6 address of this machine. Port 0 takes a free port for each. Addresses that this machine does
-    // not have are left out unless that leaves none. Throws std::runtime_error: "Could not listen on
-    // 192.0.2.7 port 4711: Address already in use".
+    // One socket for each address of the name: a numeric address; a name; or nothing, for every
+    // IPv4 and IPv6 address of this machine. Port 0 takes a free port for each. Addresses that this
+    // machine does not have are left out unless that leaves none. Throws std::runtime_error: "Could
+    // not listen on 192.0.2.7 port 4711: Address already in use".
     static std::vector<ListeningSocket> OnTcp(const std::string& host, unsigned short port);
 
-    // `mode` is the file's access mode, 0 to 0777, whatever the process's umask. See UnixSocketFile.
+    // `mode` is the file's access mode, 0 to 0777, whatever the process's umask. See
+    // UnixSocketFile.
     static ListeningSocket OnUnix(const std::string& path, unsigned int mode);
 
     ListeningSocket(ListeningSocket&&) noexcept;

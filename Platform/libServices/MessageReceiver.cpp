@@ -21,8 +21,8 @@ constexpr std::size_t longPayload = std::size_t{4} * 1024;
 constexpr std::size_t tagSizeLimit = 5;
 constexpr std::size_t varintSizeLimit = 10;
 
-// Reads a base-128 number of up to `limit` bytes. Returns its size; 0 when it is cut off by the end of
-// the data or has no end within the limit.
+// Reads a base-128 number of up to `limit` bytes. Returns its size; 0 when it is cut off by the end
+// of the data or has no end within the limit.
 std::size_t ReadVarint(const unsigned char* data, std::size_t size, std::size_t limit,
                        std::uint64_t& value) {
     value = 0;
@@ -60,8 +60,8 @@ bool MessageReceiver::Receive(Message& message, std::size_t length) {
     return valid;
 }
 
-// Looks at the field that begins at `data`, of which `size` bytes are there and `left` belong to the
-// message.
+// Looks at the field that begins at `data`, of which `size` bytes are there and `left` belong to
+// the message.
 MessageReceiver::Field MessageReceiver::Delimit(const unsigned char* data, std::size_t size,
                                                 std::size_t left) {
     const auto whenShort = [size, left](std::size_t needed) {

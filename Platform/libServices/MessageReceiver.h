@@ -10,18 +10,19 @@
 
 namespace Brantel::Services {
 
-// Parses one message of known length while it arrives, exactly as protobuf's own parser would parse the
-// whole: large strings go from the socket straight into their field, everything else passes through the
-// ordinary parser in runs of complete fields (parsing a concatenation is merging the parts). Whatever
-// this class does not know how to take apart (groups, unknown or damaged fields) is gathered and given to
-// the ordinary parser as it is, so that what is valid is decided there alone.
+// Parses one message of known length while it arrives, exactly as protobuf's own parser would parse
+// the whole: large strings go from the socket straight into their field, everything else passes
+// through the ordinary parser in runs of complete fields (parsing a concatenation is merging the
+// parts). Whatever this class does not know how to take apart (groups, unknown or damaged fields)
+// is gathered and given to the ordinary parser as it is, so that what is valid is decided there
+// alone.
 class MessageReceiver {
   public:
     explicit MessageReceiver(SocketReader& source) : source(source) {}
 
-    // Merges the next `length` bytes into `message`, without looking for missing required fields. Takes
-    // exactly `length` bytes from the source, also when it returns false: the bytes are not a valid
-    // message, `message` holds something of them.
+    // Merges the next `length` bytes into `message`, without looking for missing required fields.
+    // Takes exactly `length` bytes from the source, also when it returns false: the bytes are not a
+    // valid message, `message` holds something of them.
     bool Receive(google::protobuf::Message& message, std::size_t length);
 
   private:

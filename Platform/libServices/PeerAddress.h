@@ -15,7 +15,8 @@ struct PeerAddress {
     // "192.0.2.7", also for an IPv4 peer of an IPv6 socket; empty for another IPv6 peer and on a
     // Unix-domain socket.
     std::string ipV4;
-    // For people: "192.0.2.7:40312", "[2001:db8::7]:40312", "/run/storage.sock process 4711 user 1000".
+    // For people: "192.0.2.7:40312", "[2001:db8::7]:40312", "/run/storage.sock process 4711 user
+    // 1000".
     std::string text;
 };
 

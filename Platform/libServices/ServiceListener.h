@@ -42,15 +42,17 @@ struct ServiceListenerOptions {
     // At most so many connections are served at once, at least 1; one more is closed at once. Each
     // takes a thread, a descriptor and about 50 KiB of memory beside what its handler takes.
     std::size_t maximumConnections = 10'000;
-    // The stack of each connection's thread in bytes, 256 KiB to 1 MiB; memory is taken as it is used.
+    // The stack of each connection's thread in bytes, 256 KiB to 1 MiB; memory is taken as it is
+    // used.
     std::size_t stackSize = std::size_t{512} * 1024;
-    // The longest time that a connection polls for the next message before its thread sleeps; 0: never.
+    // The longest time that a connection polls for the next message before its thread sleeps; 0:
+    // never.
     std::chrono::nanoseconds spinBudget = SpinGovernor::defaultBudget;
-    // After the system has failed to accept (no descriptors, no memory) the next attempt is made when a
-    // connection has ended, or after this time, 1 ms to 1 hour.
+    // After the system has failed to accept (no descriptors, no memory) the next attempt is made
+    // when a connection has ended, or after this time, 1 ms to 1 hour.
     std::chrono::milliseconds acceptPause{100};
-    // Called on the thread that the event happened on, several at once; what it throws is dropped. May be
-    // empty.
+    // Called on the thread that the event happened on, several at once; what it throws is dropped.
+    // May be empty.
     std::function<void(const ServiceListenerEvent&)> onEvent;
 };
 
@@ -63,13 +65,13 @@ struct ServiceListenerCounters {
     std::uint64_t failedHandlers = 0;   // the factory or Handle threw anything else
 };
 
-// Accepts connections on any number of TCP and Unix-domain addresses and serves each on a thread of its
-// own: makes a handler for it, runs Handle, destroys the handler, then the connection, however Handle
-// ends. No exception of a handler ends the process. No signal handler of the program runs on the
-// listener's threads.
+// Accepts connections on any number of TCP and Unix-domain addresses and serves each on a thread of
+// its own: makes a handler for it, runs Handle, destroys the handler, then the connection, however
+// Handle ends. No exception of a handler ends the process. No signal handler of the program runs on
+// the listener's threads.
 //
-// The program calls ListenTcp and ListenUnix, then Start, then Stop or the destructor; all of them may be
-// called by any thread. Connections that arrive between Listen... and Start wait.
+// The program calls ListenTcp and ListenUnix, then Start, then Stop or the destructor; all of them
+// may be called by any thread. Connections that arrive between Listen... and Start wait.
 class ServiceListener {
   public:
     // Makes the handler of one connection. Called on the connection's thread, several at once. The
@@ -80,8 +82,8 @@ class ServiceListener {
     // Throws std::runtime_error when an option is out of its range.
     explicit ServiceListener(HandlerFactory factory, ServiceListenerOptions options = {});
 
-    // Serves every connection with the one handler, which is borrowed, outlives the listener and takes
-    // calls of Handle from several threads at once.
+    // Serves every connection with the one handler, which is borrowed, outlives the listener and
+    // takes calls of Handle from several threads at once.
     explicit ServiceListener(IServiceHandler& handler, ServiceListenerOptions options = {});
 
     ServiceListener(const ServiceListener&) = delete;
@@ -90,32 +92,32 @@ class ServiceListener {
     // Stops. Not on one of the listener's own threads.
     ~ServiceListener();
 
-    // Listens on every address of the host: a numeric IPv4 or IPv6 address, a name, or nothing for every
-    // address of this machine. Addresses that this machine does not have are left out unless that leaves
-    // none. Port 0 takes a free port for each address. Returns the port of the first. Throws
-    // std::runtime_error: "Could not listen on 192.0.2.7 port 4711: Address already in use", or after
-    // Start.
+    // Listens on every address of the host: a numeric IPv4 or IPv6 address, a name, or nothing for
+    // every address of this machine. Addresses that this machine does not have are left out unless
+    // that leaves none. Port 0 takes a free port for each address. Returns the port of the first.
+    // Throws std::runtime_error: "Could not listen on 192.0.2.7 port 4711: Address already in use",
+    // or after Start.
     unsigned short ListenTcp(const std::string& host, unsigned short port);
 
     // Listens on a Unix-domain socket of 1 to 107 bytes; mode: the file's access mode, 0 to 0777,
-    // whatever the umask (connecting takes the right to write). A socket file on which nobody answers is
-    // replaced; the file is removed by Stop. Throws std::runtime_error naming the path, also when a server
-    // answers there, when the file is no socket, or after Start.
+    // whatever the umask (connecting takes the right to write). A socket file on which nobody
+    // answers is replaced; the file is removed by Stop. Throws std::runtime_error naming the path,
+    // also when a server answers there, when the file is no socket, or after Start.
     void ListenUnix(const std::string& path, unsigned int mode = 0660);
 
-    // Where it listens: "127.0.0.1:4711", "[::1]:4711", "/run/storage.sock", with the ports really taken;
-    // empty after Stop.
+    // Where it listens: "127.0.0.1:4711", "[::1]:4711", "/run/storage.sock", with the ports really
+    // taken; empty after Stop.
     std::vector<std::string> Addresses() const;
 
-    // Starts to serve. Throws std::runtime_error when no thread can be started, without an address to
-    // listen on, and when called twice or after Stop.
+    // Starts to serve. Throws std::runtime_error when no thread can be started, without an address
+    // to listen on, and when called twice or after Stop.
     void Start();
 
     // Stops accepting, removes the socket files, closes every connection, so that a handler that is
-    // waiting for its peer ends, and waits for the end of every handler and thread. What else a handler
-    // may wait for must be ended by its owner. Later calls do nothing; calls at the same time return
-    // together. Throws std::runtime_error on one of the listener's own threads (a handler's, or one that
-    // runs onEvent).
+    // waiting for its peer ends, and waits for the end of every handler and thread. What else a
+    // handler may wait for must be ended by its owner. Later calls do nothing; calls at the same
+    // time return together. Throws std::runtime_error on one of the listener's own threads (a
+    // handler's, or one that runs onEvent).
     void Stop();
 
     // A snapshot; each number is right by itself.

@@ -19,8 +19,8 @@ static_assert(sizeof(sockaddr_un::sun_path) == SocketAddress::highestPathSize + 
 
 namespace {
 
-// The system hands out addresses through a common head; reading them through a copy of the right type
-// leaves no question of aliasing.
+// The system hands out addresses through a common head; reading them through a copy of the right
+// type leaves no question of aliasing.
 template <typename Address>
 Address As(const sockaddr_storage& storage) noexcept {
     Address result{};

@@ -17,8 +17,8 @@ class SocketAddress {
     SocketAddress() noexcept = default;
     SocketAddress(const sockaddr* address, socklen_t size) noexcept;
 
-    // Throws std::runtime_error when the path is empty, longer than highestPathSize bytes or holds a
-    // zero byte.
+    // Throws std::runtime_error when the path is empty, longer than highestPathSize bytes or holds
+    // a zero byte.
     static SocketAddress OfUnixPath(const std::string& path);
 
     // What the name stands for, in the system's order of preference, each address once. A numeric

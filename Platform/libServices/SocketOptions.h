@@ -4,28 +4,28 @@ namespace Brantel::Services {
 
 // What every connection of ours has set on its socket, on either end.
 
-// The largest send buffer that the system grants everybody by default, in bytes (it doubles the value
-// for its own bookkeeping). Large messages move up to twice as fast with it where the traffic stays on
-// the machine; on a network the system's own tuning is better.
+// The largest send buffer that the system grants everybody by default, in bytes (it doubles the
+// value for its own bookkeeping). Large messages move up to twice as fast with it where the traffic
+// stays on the machine; on a network the system's own tuning is better.
 constexpr int localSendBufferSize = 212992;
 
 // A TCP peer that does not answer for about this long is given up, in milliseconds: after
-// keepAliveIdleSeconds of silence the system asks every keepAliveIntervalSeconds, and data that is not
-// acknowledged, or not taken because the peer's buffers are full, waits no longer than this.
+// keepAliveIdleSeconds of silence the system asks every keepAliveIntervalSeconds, and data that is
+// not acknowledged, or not taken because the peer's buffers are full, waits no longer than this.
 constexpr unsigned int userTimeoutMilliseconds = 30'000;
 constexpr int keepAliveIdleSeconds = 10;
 constexpr int keepAliveIntervalSeconds = 5;
 constexpr int keepAliveProbes = 4;
 
-// For a connected TCP socket: no delay of small segments, keep-alive, the time-out above, and the send
-// buffer when the peer is on this machine. Throws std::runtime_error naming the option.
+// For a connected TCP socket: no delay of small segments, keep-alive, the time-out above, and the
+// send buffer when the peer is on this machine. Throws std::runtime_error naming the option.
 void PrepareTcpSocket(int fd);
 
 // For a Unix-domain stream socket: the send buffer. Throws std::runtime_error naming the option.
 void PrepareUnixSocket(int fd);
 
-// True for a TCP socket whose two ends are the same. The system makes such a connection when a program
-// connects to a free local port and is given just this port as its own.
+// True for a TCP socket whose two ends are the same. The system makes such a connection when a
+// program connects to a free local port and is given just this port as its own.
 bool IsConnectedToItself(int fd) noexcept;
 
 }  // namespace Brantel::Services

@@ -16,7 +16,8 @@ namespace {
 
 // Bytes for which memory is taken at once; beyond it a string doubles as it fills.
 constexpr std::size_t wholeAllocation = std::size_t{16} * 1024 * 1024;
-// A string is made longer (and so zeroed) in steps that stay in the cache until `recv` writes over them.
+// A string is made longer (and so zeroed) in steps that stay in the cache until `recv` writes over
+// them.
 constexpr std::size_t growthStep = std::size_t{128} * 1024;
 
 bool WouldBlock(int error) {
@@ -77,8 +78,8 @@ void SocketReader::Discard(std::size_t size) {
     }
 }
 
-// Polls the socket for the governor's budget. Returns what `recv` returned: -1 with EAGAIN when nothing
-// came.
+// Polls the socket for the governor's budget. Returns what `recv` returned: -1 with EAGAIN when
+// nothing came.
 long SocketReader::Poll(void* target, std::size_t size) {
     using Clock = std::chrono::steady_clock;
     // Reading the clock is cheap beside a `recv`, yet not free.
@@ -97,7 +98,8 @@ long SocketReader::Poll(void* target, std::size_t size) {
         }
     }
     const int error = errno;
-    // Data that came much later than the budget came because the processor was taken away meanwhile.
+    // Data that came much later than the budget came because the processor was taken away
+    // meanwhile.
     governor.Leave(memory, result >= 0 && Clock::now() - start <= 2 * budget);
     errno = error;
     return result;

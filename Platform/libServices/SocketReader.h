@@ -8,9 +8,9 @@
 
 namespace Brantel::Services {
 
-// The receiving side of a stream socket: a small buffer that one `recv` fills with as much as there is,
-// and reads past it straight into the caller's memory. Every wait may poll first, as the governor says.
-// Losing the connection is a SocketDisconnected. Used by one thread at a time.
+// The receiving side of a stream socket: a small buffer that one `recv` fills with as much as there
+// is, and reads past it straight into the caller's memory. Every wait may poll first, as the
+// governor says. Losing the connection is a SocketDisconnected. Used by one thread at a time.
 class SocketReader {
   public:
     // Enough for the frame length and the whole of a small message together.

@@ -20,8 +20,8 @@ std::uint32_t AllowedSpinners() noexcept {
     return static_cast<std::uint32_t>(CPU_COUNT(&processors)) / 2;
 }
 
-// The system's coarse clock: its tick of a few milliseconds is the slice in which active connections
-// are counted, and reading it costs a fraction of a precise clock.
+// The system's coarse clock: its tick of a few milliseconds is the slice in which active
+// connections are counted, and reading it costs a fraction of a precise clock.
 std::int64_t CurrentSlice() noexcept {
     timespec now{};
     clock_gettime(CLOCK_MONOTONIC_COARSE, &now);

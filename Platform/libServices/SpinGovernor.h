@@ -13,14 +13,15 @@ struct SpinMemory {
     std::int64_t slice = -1;  // the last slice of time in which this connection was counted active
 };
 
-// Decides whether a connection that waits for its peer may poll for a moment before it blocks. Waking a
-// blocked thread on another processor costs several times what a small call does, so polling pays when
-// the answer is near; it harms when it takes a processor that somebody else could use. So at most one
-// connection (half of the processors on larger machines) polls at a time, only while no more than that
-// many are active, never with one processor, and each connection learns from spins that did not pay.
+// Decides whether a connection that waits for its peer may poll for a moment before it blocks.
+// Waking a blocked thread on another processor costs several times what a small call does, so
+// polling pays when the answer is near; it harms when it takes a processor that somebody else could
+// use. So at most one connection (half of the processors on larger machines) polls at a time, only
+// while no more than that many are active, never with one processor, and each connection learns
+// from spins that did not pay.
 //
-// One governor serves all clients of a process, a listener owns one for the connections it accepted.
-// Thread-safe.
+// One governor serves all clients of a process, a listener owns one for the connections it
+// accepted. Thread-safe.
 class SpinGovernor {
   public:
     // Long enough for the other side to serve a small call, short beside a time slice.
@@ -29,8 +30,8 @@ class SpinGovernor {
     // `budget` is the longest time that one wait polls; 0 turns polling off.
     explicit SpinGovernor(std::chrono::nanoseconds budget = defaultBudget) noexcept;
 
-    // The governor of every connection that is made without one: the processors are shared by the whole
-    // process, and so is what limits their use.
+    // The governor of every connection that is made without one: the processors are shared by the
+    // whole process, and so is what limits their use.
     static SpinGovernor& ForProcess();
 
     void SetBudget(std::chrono::nanoseconds budget) noexcept;
@@ -41,8 +42,8 @@ class SpinGovernor {
     // Called once before each wait: counts the connection as active. False: block at once.
     bool MayPoll(SpinMemory& memory) noexcept;
 
-    // Takes a place among those that poll, for Budget() at most. False: none is free, block. After true
-    // the caller calls Leave.
+    // Takes a place among those that poll, for Budget() at most. False: none is free, block. After
+    // true the caller calls Leave.
     bool Enter() noexcept;
 
     // `paid`: the data came in about the time that was to be polled.

@@ -24,7 +24,8 @@ namespace {
 using Clock = std::chrono::steady_clock;
 using Deadline = std::optional<Clock::time_point>;
 
-// For poll: rounded up, so that the deadline has passed when the wait is over; -1 without a deadline.
+// For poll: rounded up, so that the deadline has passed when the wait is over; -1 without a
+// deadline.
 int RemainingMilliseconds(const Deadline& deadline) {
     if (!deadline) {
         return -1;

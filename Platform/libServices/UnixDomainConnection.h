@@ -11,9 +11,9 @@ namespace Brantel::Services {
 class UnixDomainConnection : public FileDescriptorServiceConnection {
   public:
     // Connects to the socket at `path`, 1 to 107 bytes without a zero byte (abstract names are not
-    // supported). Waits while the queue of the listening socket is full; signals do not end the wait.
-    // Throws std::runtime_error naming the path and what the system said: "Could not connect to
-    // /run/storage.sock: Connection refused". messageLimit: see the base.
+    // supported). Waits while the queue of the listening socket is full; signals do not end the
+    // wait. Throws std::runtime_error naming the path and what the system said: "Could not connect
+    // to /run/storage.sock: Connection refused". messageLimit: see the base.
     explicit UnixDomainConnection(const std::string& path,
                                   std::size_t messageLimit = defaultMessageLimit);
 };

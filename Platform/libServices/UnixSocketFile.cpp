@@ -16,8 +16,8 @@ namespace Brantel::Services {
 
 namespace {
 
-// Holds the folder's lock. A folder that this process may not read can't be locked; then the servers on
-// it are not protected from each other's start.
+// Holds the folder's lock. A folder that this process may not read can't be locked; then the
+// servers on it are not protected from each other's start.
 class FolderLock {
   public:
     explicit FolderLock(int folder) : folder(folder), result(Lock()) {}
@@ -111,8 +111,8 @@ UnixSocketFile::~UnixSocketFile() {
 
 void UnixSocketFile::Bind(int socket, unsigned int mode) const {
     const SocketAddress address = SocketAddress::OfUnixPath(path);
-    // The new file takes its mode from here, less the umask: never wider than asked for, not even for a
-    // moment.
+    // The new file takes its mode from here, less the umask: never wider than asked for, not even
+    // for a moment.
     fchmod(socket, mode);
     if (bind(socket, address.Get(), address.Size()) == 0) {
         return;

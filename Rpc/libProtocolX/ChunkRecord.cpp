@@ -64,8 +64,8 @@ class BufferSource {
     const std::string fault;
 };
 
-// Reads ahead in small pieces, so that a short field costs no system call of its own; long values go
-// from the file straight into their strings. The file's position is never touched.
+// Reads ahead in small pieces, so that a short field costs no system call of its own; long values
+// go from the file straight into their strings. The file's position is never touched.
 class FileSource {
   public:
     FileSource(int fd, std::uint64_t position, std::uint64_t size)

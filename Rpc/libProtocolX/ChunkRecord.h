@@ -33,7 +33,8 @@ Outcome ReadBuffer(const unsigned char* buffer, std::uint64_t size, Protocol::Ch
 // at all otherwise.
 Outcome ReadFile(int fd, const std::set<std::string>& keys, Protocol::Chunk& chunk);
 
-// Why a chunk can't be written as a record of `size` bytes into `capacity` bytes; empty when it can.
+// Why a chunk can't be written as a record of `size` bytes into `capacity` bytes; empty when it
+// can.
 std::string WhyNotWritable(const Protocol::Chunk& chunk, std::uint64_t size,
                            std::uint64_t capacity);
 

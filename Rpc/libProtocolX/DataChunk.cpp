@@ -76,8 +76,8 @@ void RequireKeyAndValue(const char* operation, const std::string& key, const std
     }
 }
 
-// What both lists' comparison shares: the number of entries, then the values in ascending key order,
-// the other chunk's first.
+// What both lists' comparison shares: the number of entries, then the values in ascending key
+// order, the other chunk's first.
 template <typename OtherValue, typename OwnValue>
 bool SameValues(const std::set<std::string>& keys, unsigned long otherSize,
                 const OtherValue& otherValue, const OwnValue& ownValue) {
@@ -100,7 +100,8 @@ DataChunk::DataChunk() : activeChunk(&ownChunk) {}
 DataChunk::DataChunk(const DataChunk& other)
     : ownChunk(*other.activeChunk), activeChunk(&ownChunk) {}
 
-// Without a test for self-assignment: a chunk that references a message is detached from it that way.
+// Without a test for self-assignment: a chunk that references a message is detached from it that
+// way.
 DataChunk& DataChunk::operator=(
     const DataChunk& other) {  // NOLINT(bugprone-unhandled-self-assignment)
     ownChunk.CopyFrom(*other.activeChunk);

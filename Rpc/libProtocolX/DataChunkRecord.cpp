@@ -95,9 +95,9 @@ class MemoryReader {
     const unsigned char* next;
 };
 
-// Reads a record from a descriptor, field after field, believing it. A number of which nothing or not
-// all comes is made of zero bytes there, so that the end of a file is a length of 0 or an end of the
-// list, and never what happened to lie in memory.
+// Reads a record from a descriptor, field after field, believing it. A number of which nothing or
+// not all comes is made of zero bytes there, so that the end of a file is a length of 0 or an end
+// of the list, and never what happened to lie in memory.
 class FileReader {
   public:
     explicit FileReader(int fd) : fd(fd) {}
@@ -155,8 +155,8 @@ class FileReader {
     // Back to where this reader began.
     void GoBack() const { ::lseek64(fd, -moved, SEEK_CUR); }
 
-    // Back by what was consumed, but not before the place where this reader began: what was declared
-    // may be more than what the file held.
+    // Back by what was consumed, but not before the place where this reader began: what was
+    // declared may be more than what the file held.
     void GoBackByConsumed() const {
         const auto back = static_cast<std::int64_t>(consumed);
         ::lseek64(fd, back < 0 ? -moved : -std::min(back, moved), SEEK_CUR);

@@ -23,8 +23,8 @@ using Services::TcpSocketConnection;
 using Services::UnixDomainConnection;
 using TcpConnection = TcpSocketConnection<FileDescriptorServiceConnection>;
 
-// Ends an object whose address an application may still hold: the object is destroyed, with all that
-// this does, and one that is connected to nothing takes its place.
+// Ends an object whose address an application may still hold: the object is destroyed, with all
+// that this does, and one that is connected to nothing takes its place.
 template <typename Object>
 void Detach(Object* object) noexcept {
     std::destroy_at(object);

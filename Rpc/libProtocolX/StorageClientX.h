@@ -26,11 +26,11 @@ class StorageWriterX;
 // What an application holds to talk to one track storage: one connection, the operations on tracks,
 // and the readers and writers that it handed out, all of which it owns.
 //
-// Not connected, the operations answer with a neutral value (named below) and ask nobody. Connected,
-// each is one exchange with the storage. What the storage refuses is thrown as std::runtime_error,
-// "Exception from server: " and its text. A connection found lost is thrown as SocketDisconnected by
-// the connections of this project; a connection whose Send or Receive answers false instead leaves
-// the result at its neutral value. Connected() does not notice either.
+// Not connected, the operations answer with a neutral value (named below) and ask nobody.
+// Connected, each is one exchange with the storage. What the storage refuses is thrown as
+// std::runtime_error, "Exception from server: " and its text. A connection found lost is thrown as
+// SocketDisconnected by the connections of this project; a connection whose Send or Receive answers
+// false instead leaves the result at its neutral value. Connected() does not notice either.
 //
 // The operations may be called by several threads at once: exchanges happen one after the other.
 // Connecting, disconnecting, the destructor and everything about readers and writers may not run
@@ -95,11 +95,11 @@ class StorageClientX {
     StorageClientX(const StorageClientX&) = delete;
     StorageClientX& operator=(const StorageClientX&) = delete;
 
-    // Ends the present connection, if any, and connects over TCP, over a Unix-domain socket, or over
-    // a connection that is given (null: none). Returns false, not connected, when a
-    // std::runtime_error says that it can't be done; the old connection is gone then too. `timeout`:
-    // milliseconds for the connect, 0 waits as long as the system does. `port` is taken as an
-    // unsigned number of the same bits.
+    // Ends the present connection, if any, and connects over TCP, over a Unix-domain socket, or
+    // over a connection that is given (null: none). Returns false, not connected, when a
+    // std::runtime_error says that it can't be done; the old connection is gone then too.
+    // `timeout`: milliseconds for the connect, 0 waits as long as the system does. `port` is taken
+    // as an unsigned number of the same bits.
     //
     // Readers and writers still open tell the storage that they end, but keep their keys and their
     // addresses: they stay registered and answer like ones without a remote object. Close them

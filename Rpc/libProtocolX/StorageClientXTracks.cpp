@@ -1,4 +1,5 @@
-// The operations on tracks: each converts its arguments, asks the stub once, and converts the answer.
+// The operations on tracks: each converts its arguments, asks the stub once, and converts the
+// answer.
 #include "Converter.h"
 #include "StorageClientX.h"
 #include "rpc/Client.h"

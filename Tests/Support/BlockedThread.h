@@ -13,9 +13,9 @@ inline long ThisThread() {
     return ::syscall(SYS_gettid);
 }
 
-// Waits until the thread (of this process or of a child) is blocked inside the system call of that number: what
-// the kernel says, so that a test never guesses by the clock. Where the kernel does not tell the call, until
-// the thread is asleep.
+// Waits until the thread (of this process or of a child) is blocked inside the system call of that
+// number: what the kernel says, so that a test never guesses by the clock. Where the kernel does
+// not tell the call, until the thread is asleep.
 inline void WaitUntilBlockedIn(long thread, long call) {
     const std::string folder = "/proc/" + std::to_string(thread);
     const std::string wanted = std::to_string(call) + ' ';

@@ -17,8 +17,8 @@ extern "C" void __gcov_dump() __attribute__((weak));
 namespace Brantel::Tests {
 
 // A forked copy of the test program that runs one function and ends with what it returns (99 for an
-// exception, whose text goes to the standard error). Made before the test starts threads of its own.
-// The child is killed if it still runs at the end.
+// exception, whose text goes to the standard error). Made before the test starts threads of its
+// own. The child is killed if it still runs at the end.
 class ChildProcess {
   public:
     // One end of a pair of connected stream sockets is the body's, the other the test's: for saying

@@ -35,8 +35,8 @@ inline std::string Frame(const google::protobuf::Message& message) {
     return std::move(stream).str();
 }
 
-// A message whose serialised form has exactly `size` bytes, which differ along it (size is 0 or over 2, and none
-// of those where the length's own length changes).
+// A message whose serialised form has exactly `size` bytes, which differ along it (size is 0 or
+// over 2, and none of those where the length's own length changes).
 inline google::protobuf::BytesValue MessageOfSize(std::size_t size) {
     google::protobuf::BytesValue message;
     if (size > 0) {

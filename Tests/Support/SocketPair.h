@@ -51,8 +51,8 @@ class Descriptor {
     int fd = -1;
 };
 
-// The bare end of a stream socket: what a peer without our library does. Blocking; failures that a test does
-// not ask for are std::system_error.
+// The bare end of a stream socket: what a peer without our library does. Blocking; failures that a
+// test does not ask for are std::system_error.
 class RawPeer {
   public:
     explicit RawPeer(Descriptor end) : end(std::move(end)) {}
@@ -80,9 +80,9 @@ class RawPeer {
         return true;
     }
 
-    // Writes a piece behind whose last byte every reading ends, however much was written after it: the
-    // system does not read across a descriptor that travels with the bytes (Unix sockets only). False when
-    // the other side does not take it.
+    // Writes a piece behind whose last byte every reading ends, however much was written after it:
+    // the system does not read across a descriptor that travels with the bytes (Unix sockets only).
+    // False when the other side does not take it.
     bool TryWritePiece(std::string_view bytes) {
         while (!bytes.empty()) {
             iovec part{const_cast<char*>(bytes.data()), bytes.size()};  // NOLINT(*-const-cast)

@@ -64,8 +64,8 @@ class PlainTcpListener {
     socklen_t size = 0;
 };
 
-// A plain socket on which a listener's address and port get no answer any more: the one connection that
-// its queue holds is waiting there.
+// A plain socket on which a listener's address and port get no answer any more: the one connection
+// that its queue holds is waiting there.
 class FullTcpListener : public PlainTcpListener {
   public:
     explicit FullTcpListener(const std::string& host) : PlainTcpListener(host, 0) {

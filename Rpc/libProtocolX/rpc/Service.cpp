@@ -1,9 +1,9 @@
 #include "rpc/Service.h"
 
+#include "rpc/ITrackReader.h"
+#include "rpc/ITrackWriter.h"
 #include "rpc/ServiceCalls.h"
 
-#include <libProtocolX/rpc/ITrackReader.h>
-#include <libProtocolX/rpc/ITrackWriter.h>
 #include <libServices/IServiceConnection.h>
 #include <libServices/MessageNotSendable.h>
 

@@ -1,7 +1,7 @@
 #include "rpc/ServiceCalls.h"
 
-#include <libProtocolX/rpc/ITrackReader.h>
-#include <libProtocolX/rpc/ITrackWriter.h>
+#include "rpc/ITrackReader.h"
+#include "rpc/ITrackWriter.h"
 
 #include <cstdint>
 #include <memory>

@@ -22,8 +22,8 @@ using Tests::FrameOf;
 using Tests::MessageOfSize;
 using Tests::SocketPair;
 
-// Around every size at which something changes: the length's own size, the block that is referenced instead of
-// copied, the sending scratch, the receiving buffer, what a socket takes at once.
+// Around every size at which something changes: the length's own size, the block that is referenced
+// instead of copied, the sending scratch, the receiving buffer, what a socket takes at once.
 std::vector<std::size_t> InterestingSizes() {
     std::vector<std::size_t> sizes{0, 3, 100, 127, 128, 4095, 4096, 4097, 65536, 200'000, 900'000};
     for (std::size_t size = 16376; size <= 16385; ++size) {

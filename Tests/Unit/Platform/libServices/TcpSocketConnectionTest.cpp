@@ -183,14 +183,14 @@ TEST(TcpSocketConnectionNameTest, WithoutAnyDescriptorLeftTheReasonIsTold) {
     EXPECT_EQ(Where("127.0.0.1", listener.Port()) + "Too many open files", error);
 }
 
-// A name with several addresses, which only a hosts file of its own can promise. Runs in a child with a
-// mount namespace, where that is allowed.
+// A name with several addresses, which only a hosts file of its own can promise. Runs in a child
+// with a mount namespace, where that is allowed.
 class SeveralAddressesTest : public testing::Test {
   protected:
     static constexpr int notAllowed = 77;
 
-    // Gives the name "storage" two addresses, 127.0.0.2 and 127.0.0.3; returns the one that the system
-    // prefers and the other.
+    // Gives the name "storage" two addresses, 127.0.0.2 and 127.0.0.3; returns the one that the
+    // system prefers and the other.
     static std::pair<std::string, std::string> NameTwoAddresses(const std::string& folder) {
         const std::string hosts = folder + "/hosts";
         std::ofstream(hosts) << "127.0.0.2 storage\n127.0.0.3 storage\n";

@@ -140,7 +140,8 @@ TEST_F(StorageRegistryTest, AReaderOfAnotherTrackWithTheSameIdIsAnotherReader) {
     EXPECT_TRUE(client.IsReader(1, 5));
 }
 
-// After the next connect the old keys and addresses stay; nothing of them reaches either connection.
+// After the next connect the old keys and addresses stay; nothing of them reaches either
+// connection.
 
 TEST_F(StorageRegistryTest, AfterReconnectingAnOldKeyGivesTheSameAddressAndAsksNobody) {
     IStorageReaderX* reader = client.GetTrackReader(7, 1);
