@@ -43,7 +43,7 @@ class SocketReader {
     const int& fd;
     SpinGovernor& governor;
     SpinMemory memory;
-    std::unique_ptr<unsigned char[]> buffer;
+    std::unique_ptr<unsigned char[]> buffer;  // NOLINT(modernize-avoid-c-arrays)
     std::size_t begin = 0;
     std::size_t end = 0;
 };
