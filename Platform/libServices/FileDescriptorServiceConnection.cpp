@@ -14,6 +14,7 @@
 #include <sys/socket.h>
 #include <unistd.h>
 
+#include <algorithm>
 #include <cerrno>
 #include <exception>
 #include <stdexcept>
@@ -51,6 +52,11 @@ std::string WhyLost(const std::exception& failure) {
                     : std::string("Connection lost in the middle of a message: ") + failure.what();
 }
 
+[[noreturn]] void ThrowNotInitialized(const Message& message) {
+    throw MessageNotSendable("Message " + message.GetTypeName() +
+                             " lacks required fields: " + message.InitializationErrorString());
+}
+
 }  // namespace
 
 FileDescriptorServiceConnection::FileDescriptorServiceConnection(int fd, std::size_t messageLimit,
@@ -76,6 +82,7 @@ FileDescriptorServiceConnection::~FileDescriptorServiceConnection() {
 
 void FileDescriptorServiceConnection::Close() {
     closed.store(true);
+    broken.store(true);
     ::shutdown(fd, SHUT_RDWR);
 }
 
@@ -84,16 +91,27 @@ bool FileDescriptorServiceConnection::PeerGone() const {
     return ::poll(&state, 1, 0) > 0;
 }
 
+inline void FileDescriptorServiceConnection::SendSmall(const Message& message, std::size_t size) {
+    unsigned char* end =
+        CodedOutputStream::WriteVarint32ToArray(static_cast<std::uint32_t>(size), scratch.get());
+    end = message.SerializeWithCachedSizesToArray(end);
+    const auto frameSize = end - scratch.get();
+    const ssize_t sent =
+        ::send(fd, scratch.get(), static_cast<std::size_t>(frameSize), MSG_NOSIGNAL);
+    if (sent != frameSize) {
+        FinishSend(sent, frameSize);
+    }
+}
+
 bool FileDescriptorServiceConnection::Send(const Message& message) {
     if (!message.IsInitialized()) {
-        throw MessageNotSendable("Message " + message.GetTypeName() +
-                                 " lacks required fields: " + message.InitializationErrorString());
+        ThrowNotInitialized(message);
     }
     const std::size_t size = message.ByteSizeLong();
     if (size > messageLimit) {
         throw MessageNotSendable(OverTheLimit("Message of ", size, messageLimit));
     }
-    if (sendError.load(std::memory_order_relaxed) != 0) {
+    if (broken.load(std::memory_order_relaxed)) {
         return true;
     }
     if (!scratch) {
@@ -108,12 +126,15 @@ bool FileDescriptorServiceConnection::Send(const Message& message) {
     return true;
 }
 
-void FileDescriptorServiceConnection::SendSmall(const Message& message, std::size_t size) {
-    unsigned char* end =
-        CodedOutputStream::WriteVarint32ToArray(static_cast<std::uint32_t>(size), scratch.get());
-    end = message.SerializeWithCachedSizesToArray(end);
-    iovec part{scratch.get(), static_cast<std::size_t>(end - scratch.get())};
-    NoteSendError(SendParts(fd, &part, 1));
+// What is left to do when the first `send` of a small frame did not take it all.
+void FileDescriptorServiceConnection::FinishSend(long sent, long frameSize) {
+    if (sent < 0 && errno != EINTR && errno != EAGAIN) {
+        NoteSendError(errno);
+        return;
+    }
+    const long done = std::max(sent, 0L);
+    iovec rest{scratch.get() + done, static_cast<std::size_t>(frameSize - done)};
+    NoteSendError(SendParts(fd, &rest, 1));
 }
 
 void FileDescriptorServiceConnection::SendLarge(const Message& message, std::size_t size) {
@@ -131,22 +152,76 @@ void FileDescriptorServiceConnection::SendLarge(const Message& message, std::siz
 
 void FileDescriptorServiceConnection::NoteSendError(int error) {
     if (error != 0) {
-        sendError.store(error, std::memory_order_relaxed);
+        sendError.store(error);
+        broken.store(true);
         // Half a message may have left: nobody can follow what would come after it.
         ::shutdown(fd, SHUT_RDWR);
     }
 }
 
+inline std::size_t FileDescriptorServiceConnection::ReceiveLength() {
+    constexpr unsigned bitsPerByte = 7;
+    constexpr unsigned char more = 0x80;
+    reader->Fill(1);
+    std::size_t size = reader->Data()[0];
+    std::size_t lengthSize = 1;
+    if (size >= more) {
+        size -= more;
+        unsigned char byte = more;
+        while (byte >= more) {
+            if (lengthSize == lengthSizeLimit) {
+                throw SocketDisconnected(
+                    "Connection lost: a message length of more than 5 bytes is not valid");
+            }
+            reader->Fill(lengthSize + 1);
+            byte = reader->Data()[lengthSize];
+            size |= static_cast<std::size_t>(byte & ~more) << (bitsPerByte * lengthSize);
+            ++lengthSize;
+        }
+    }
+    if (size > messageLimit) {
+        throw SocketDisconnected(OverTheLimit("Connection lost: message of ", size, messageLimit));
+    }
+    reader->Consume(lengthSize);
+    return size;
+}
+
+inline bool FileDescriptorServiceConnection::ReceiveBody(Message& message, std::size_t size) {
+    if (size <= SocketReader::capacity) {
+        reader->Fill(size);
+        const bool valid = message.ParsePartialFromArray(reader->Data(), static_cast<int>(size));
+        reader->Consume(size);
+        return valid;
+    }
+    message.Clear();
+    return MessageReceiver(*reader).Receive(message, size);
+}
+
 bool FileDescriptorServiceConnection::Receive(Message& message) {
     try {
-        ThrowIfLost();
-        ReceiveWhole(message);
+        if (broken.load(std::memory_order_relaxed)) {
+            ThrowLost();
+        }
+        inStep = false;
+        const std::size_t size = ReceiveLength();
+        const bool valid = ReceiveBody(message, size);
+        inStep = true;
+        if (!valid) {
+            throw std::runtime_error("Received " + std::to_string(size) + " bytes that are not a " +
+                                     message.GetTypeName());
+        }
+        if (!message.IsInitialized()) {
+            throw std::runtime_error(
+                "Received a " + message.GetTypeName() +
+                " that lacks required fields: " + message.InitializationErrorString());
+        }
     } catch (const std::exception& failure) {
         message.Clear();
         if (inStep) {
             throw;
         }
         // Lost, or stopped half-way (no memory, say): what comes next can't be followed.
+        broken.store(true);
         ::shutdown(fd, SHUT_RDWR);
         if (lost.empty()) {
             lost = closed.load() ? "Connection closed" : WhyLost(failure);
@@ -156,62 +231,15 @@ bool FileDescriptorServiceConnection::Receive(Message& message) {
     return true;
 }
 
-void FileDescriptorServiceConnection::ThrowIfLost() const {
+void FileDescriptorServiceConnection::ThrowLost() const {
     if (!inStep) {
         throw SocketDisconnected(lost.empty() ? "Connection lost" : lost);
     }
-    if (closed.load(std::memory_order_relaxed)) {
+    if (closed.load()) {
         throw SocketDisconnected("Connection closed");
     }
-    const int error = sendError.load(std::memory_order_relaxed);
-    if (error != 0) {
-        throw SocketDisconnected("Connection lost: " + std::system_category().message(error));
-    }
-}
-
-void FileDescriptorServiceConnection::ReceiveWhole(Message& message) {
-    inStep = false;
-    const std::size_t size = ReceiveLength();
-    bool valid = false;
-    if (size <= SocketReader::capacity) {
-        reader->Fill(size);
-        valid = message.ParsePartialFromArray(reader->Data(), static_cast<int>(size));
-        reader->Consume(size);
-    } else {
-        message.Clear();
-        valid = MessageReceiver(*reader).Receive(message, size);
-    }
-    inStep = true;
-    if (!valid) {
-        throw std::runtime_error("Received " + std::to_string(size) + " bytes that are not a " +
-                                 message.GetTypeName());
-    }
-    if (!message.IsInitialized()) {
-        throw std::runtime_error(
-            "Received a " + message.GetTypeName() +
-            " that lacks required fields: " + message.InitializationErrorString());
-    }
-}
-
-std::size_t FileDescriptorServiceConnection::ReceiveLength() {
-    constexpr unsigned bitsPerByte = 7;
-    constexpr unsigned char more = 0x80;
-    reader->Fill(1);
-    std::size_t size = 0;
-    for (std::size_t i = 0; i < lengthSizeLimit; ++i) {
-        reader->Fill(i + 1);
-        const unsigned char byte = reader->Data()[i];
-        size |= static_cast<std::size_t>(byte & ~more) << (bitsPerByte * i);
-        if ((byte & more) == 0) {
-            if (size > messageLimit) {
-                throw SocketDisconnected(
-                    OverTheLimit("Connection lost: message of ", size, messageLimit));
-            }
-            reader->Consume(i + 1);
-            return size;
-        }
-    }
-    throw SocketDisconnected("Connection lost: a message length of more than 5 bytes is not valid");
+    throw SocketDisconnected("Connection lost: " +
+                             std::system_category().message(sendError.load()));
 }
 
 }  // namespace Brantel::Services

@@ -62,17 +62,19 @@ class FileDescriptorServiceConnection : public IServiceConnection {
     int Descriptor() const { return fd; }
 
   private:
-    void ThrowIfLost() const;
-    void ReceiveWhole(google::protobuf::Message& message);
+    [[noreturn]] void ThrowLost() const;
     std::size_t ReceiveLength();
+    bool ReceiveBody(google::protobuf::Message& message, std::size_t size);
     void SendSmall(const google::protobuf::Message& message, std::size_t size);
     void SendLarge(const google::protobuf::Message& message, std::size_t size);
+    void FinishSend(long sent, long frameSize);
     void NoteSendError(int error);
 
     // Constant after construction.
     const int fd;
     const std::size_t messageLimit;
-    // Set by any thread.
+    // Set by any thread, never taken back: `broken` once any of the others is.
+    std::atomic<bool> broken{false};
     std::atomic<bool> closed{false};
     std::atomic<int> sendError{0};
     // The receiving thread's.

@@ -26,10 +26,7 @@ bool WouldBlock(int error) {
 
 }  // namespace
 
-void SocketReader::Fill(std::size_t size) {
-    if (Available() >= size) {
-        return;
-    }
+void SocketReader::ReceiveAtLeast(std::size_t size) {
     if (!buffer) {
         // Not value-initialised: pages that are never received into are never touched.
         buffer.reset(new unsigned char[capacity]);  // NOLINT(modernize-make-unique)
@@ -41,9 +38,9 @@ void SocketReader::Fill(std::size_t size) {
         end -= begin;
         begin = 0;
     }
-    while (Available() < size) {
+    do {
         end += ReceiveSome(buffer.get() + end, capacity - end);
-    }
+    } while (Available() < size);
 }
 
 void SocketReader::Read(char* target, std::size_t size) {
@@ -105,28 +102,41 @@ long SocketReader::Poll(void* target, std::size_t size) {
     return result;
 }
 
-std::size_t SocketReader::ReceiveSome(void* target, std::size_t size) {
-    long result = -1;
-    errno = EAGAIN;
-    if (governor.MayPoll(memory)) {
-        result = Poll(target, size);
-    }
-    while (result < 0 && (errno == EINTR || WouldBlock(errno))) {
-        result = ::recv(fd, target, size, 0);
-        if (result < 0 && WouldBlock(errno)) {
+long SocketReader::Block(void* target, std::size_t size) const {
+    for (;;) {
+        const long result = ::recv(fd, target, size, 0);
+        if (result >= 0 || (errno != EINTR && !WouldBlock(errno))) {
+            return result;
+        }
+        if (WouldBlock(errno)) {
             // Somebody made the descriptor non-blocking behind our back: wait as if it were not.
             pollfd wait{fd, POLLIN, 0};
             ::poll(&wait, 1, -1);
-            errno = EAGAIN;
         }
     }
-    if (result < 0) {
-        throw SocketDisconnected("Connection lost: " + std::system_category().message(errno));
+}
+
+std::size_t SocketReader::ReceiveSome(void* target, std::size_t size) {
+    long result = -1;
+    if (governor.MayPoll(memory)) {
+        result = Poll(target, size);
+        if (result < 0 && (errno == EINTR || WouldBlock(errno))) {
+            result = Block(target, size);
+        }
+    } else {
+        result = Block(target, size);
     }
+    if (result <= 0) {
+        ThrowLost(result);
+    }
+    return static_cast<std::size_t>(result);
+}
+
+void SocketReader::ThrowLost(long result) {
     if (result == 0) {
         throw SocketDisconnected("Connection closed by the other side");
     }
-    return static_cast<std::size_t>(result);
+    throw SocketDisconnected("Connection lost: " + std::system_category().message(errno));
 }
 
 }  // namespace Brantel::Services

@@ -24,7 +24,11 @@ class SocketReader {
     void Consume(std::size_t size) { begin += size; }
 
     // Waits until at least `size` bytes are available, size <= capacity.
-    void Fill(std::size_t size);
+    void Fill(std::size_t size) {
+        if (Available() < size) {
+            ReceiveAtLeast(size);
+        }
+    }
 
     // Moves exactly `size` bytes to `target`, first from the buffer, then from the socket.
     void Read(char* target, std::size_t size);
@@ -37,8 +41,11 @@ class SocketReader {
     void Discard(std::size_t size);
 
   private:
+    void ReceiveAtLeast(std::size_t size);
     std::size_t ReceiveSome(void* target, std::size_t size);
     long Poll(void* target, std::size_t size);
+    long Block(void* target, std::size_t size) const;
+    [[noreturn]] static void ThrowLost(long result);
 
     const int& fd;
     SpinGovernor& governor;

@@ -1,24 +1,13 @@
 #include "SpinGovernor.h"
 
-#include <sched.h>
 #include <time.h>
+#include <unistd.h>
 
 #include <algorithm>
 
 namespace Brantel::Services {
 
 namespace {
-
-// Half of the processors that this thread may use; none when there is only one, where whoever could
-// send the data would wait for the poller.
-std::uint32_t AllowedSpinners() noexcept {
-    cpu_set_t processors;
-    CPU_ZERO(&processors);
-    if (sched_getaffinity(0, sizeof(processors), &processors) != 0) {
-        return 0;
-    }
-    return static_cast<std::uint32_t>(CPU_COUNT(&processors)) / 2;
-}
 
 // The system's coarse clock: its tick of a few milliseconds is the slice in which active
 // connections are counted, and reading it costs a fraction of a precise clock.
@@ -32,8 +21,13 @@ std::int64_t CurrentSlice() noexcept {
 
 }  // namespace
 
-SpinGovernor::SpinGovernor(std::chrono::nanoseconds budget) noexcept
-    : budgetNanoseconds(budget.count()), allowedSpinners(AllowedSpinners()) {}
+SpinGovernor::SpinGovernor(std::chrono::nanoseconds budget, unsigned processors) noexcept
+    : allowedSpinners(processors / 2), budgetNanoseconds(budget.count()) {}
+
+unsigned SpinGovernor::OnlineProcessors() noexcept {
+    const long online = ::sysconf(_SC_NPROCESSORS_ONLN);
+    return online > 0 ? static_cast<unsigned>(online) : 1;
+}
 
 SpinGovernor& SpinGovernor::ForProcess() {
     static SpinGovernor governor;
@@ -55,28 +49,22 @@ void SpinGovernor::CountActive(SpinMemory& memory) noexcept {
         currentSlice.compare_exchange_strong(counted, now, std::memory_order_relaxed)) {
         const std::uint32_t active = activeInSlice.exchange(0, std::memory_order_relaxed);
         activeBefore.store(counted + 1 == now ? active : 0, std::memory_order_relaxed);
-        allowedSpinners.store(AllowedSpinners(), std::memory_order_relaxed);
     }
     activeInSlice.fetch_add(1, std::memory_order_relaxed);
 }
 
-bool SpinGovernor::MayPoll(SpinMemory& memory) noexcept {
-    if (budgetNanoseconds.load(std::memory_order_relaxed) <= 0) {
-        return false;
-    }
+bool SpinGovernor::Promises(SpinMemory& memory) noexcept {
     CountActive(memory);
     if (memory.pause > 0) {
         --memory.pause;
         return false;
     }
     return std::max(activeInSlice.load(std::memory_order_relaxed),
-                    activeBefore.load(std::memory_order_relaxed)) <=
-           allowedSpinners.load(std::memory_order_relaxed);
+                    activeBefore.load(std::memory_order_relaxed)) <= allowedSpinners;
 }
 
 bool SpinGovernor::Enter() noexcept {
-    const std::uint32_t allowed = allowedSpinners.load(std::memory_order_relaxed);
-    if (spinners.fetch_add(1, std::memory_order_relaxed) < allowed) {
+    if (spinners.fetch_add(1, std::memory_order_relaxed) < allowedSpinners) {
         return true;
     }
     spinners.fetch_sub(1, std::memory_order_relaxed);

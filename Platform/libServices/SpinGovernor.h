@@ -17,8 +17,9 @@ struct SpinMemory {
 // Waking a blocked thread on another processor costs several times what a small call does, so
 // polling pays when the answer is near; it harms when it takes a processor that somebody else could
 // use. So at most one connection (half of the processors on larger machines) polls at a time, only
-// while no more than that many are active, never with one processor, and each connection learns
-// from spins that did not pay.
+// while no more than that many are active, never on a machine with one processor, and each
+// connection learns from polls that did not pay: that is what keeps two ends that share one of
+// several processors from robbing each other.
 //
 // One governor serves all clients of a process, a listener owns one for the connections it
 // accepted. Thread-safe.
@@ -28,7 +29,11 @@ class SpinGovernor {
     static constexpr std::chrono::microseconds defaultBudget{30};
 
     // `budget` is the longest time that one wait polls; 0 turns polling off.
-    explicit SpinGovernor(std::chrono::nanoseconds budget = defaultBudget) noexcept;
+    // `processors`: those of the machine.
+    explicit SpinGovernor(std::chrono::nanoseconds budget = defaultBudget,
+                          unsigned processors = OnlineProcessors()) noexcept;
+
+    static unsigned OnlineProcessors() noexcept;
 
     // The governor of every connection that is made without one: the processors are shared by the
     // whole process, and so is what limits their use.
@@ -40,7 +45,9 @@ class SpinGovernor {
     }
 
     // Called once before each wait: counts the connection as active. False: block at once.
-    bool MayPoll(SpinMemory& memory) noexcept;
+    bool MayPoll(SpinMemory& memory) noexcept {
+        return budgetNanoseconds.load(std::memory_order_relaxed) > 0 && Promises(memory);
+    }
 
     // Takes a place among those that poll, for Budget() at most. False: none is free, block. After
     // true the caller calls Leave.
@@ -52,15 +59,16 @@ class SpinGovernor {
   private:
     static constexpr std::uint32_t highestPenalty = 4096;
 
+    bool Promises(SpinMemory& memory) noexcept;
     void CountActive(SpinMemory& memory) noexcept;
 
+    const std::uint32_t allowedSpinners;
     // All synchronised by themselves; they are estimates that steer, and guard nothing.
     std::atomic<std::int64_t> budgetNanoseconds;
     std::atomic<std::int64_t> currentSlice{0};
     std::atomic<std::uint32_t> activeInSlice{0};
     std::atomic<std::uint32_t> activeBefore{0};
     std::atomic<std::uint32_t> spinners{0};
-    std::atomic<std::uint32_t> allowedSpinners;
 };
 
 }  // namespace Brantel::Services

@@ -5,6 +5,10 @@ set(CMAKE_CXX_EXTENSIONS OFF)
 set(CMAKE_POSITION_INDEPENDENT_CODE ON)
 set(CMAKE_INSTALL_RPATH "$ORIGIN" "$ORIGIN/../${CMAKE_INSTALL_LIBDIR}")
 
+# A shared library's own calls go to its own functions, without the detour that would let a program replace them.
+add_compile_options(-fno-semantic-interposition -fno-plt)
+add_link_options($<$<STREQUAL:$<TARGET_PROPERTY:TYPE>,SHARED_LIBRARY>:-Wl,-Bsymbolic-functions>)
+
 find_program(BRANTEL_CCACHE ccache)
 if(BRANTEL_CCACHE)
   set(CMAKE_CXX_COMPILER_LAUNCHER "${BRANTEL_CCACHE}")

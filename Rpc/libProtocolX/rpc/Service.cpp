@@ -11,6 +11,7 @@
 #include <exception>
 #include <stdexcept>
 #include <string>
+#include <type_traits>
 #include <utility>
 
 namespace BrantelStorageApi {
@@ -92,8 +93,8 @@ Service::Service(std::unique_ptr<ITrackStorage> trackStorage,
       readerFactory(std::move(readerFactory)) {}
 
 Service::~Service() {
-    for (const auto& [handle, object] : objects) {
-        delete object;
+    for (const auto& [handle, entry] : objects) {
+        delete entry.object;
     }
 }
 
@@ -136,7 +137,11 @@ T* Service::GetDynamicObject(std::uint32_t handle) {
     if (entry == objects.end()) {
         throw std::runtime_error("Accessing an invalid remote object");
     }
-    return dynamic_cast<T*>(entry->second);
+    if constexpr (std::is_same_v<T, ITrackReader>) {
+        return entry->second.reader;
+    } else {
+        return entry->second.writer;
+    }
 }
 
 template ITrackReader* Service::GetDynamicObject<ITrackReader>(std::uint32_t handle);
@@ -146,7 +151,8 @@ template ITrackWriter* Service::GetDynamicObject<ITrackWriter>(std::uint32_t han
 // used up.
 std::uint32_t Service::Register(std::unique_ptr<DynamicObject> object) {
     const std::uint32_t handle = freeHandles.empty() ? nextHandle : freeHandles.back();
-    objects[handle] = object.get();
+    objects[handle] = {object.get(), dynamic_cast<ITrackReader*>(object.get()),
+                       dynamic_cast<ITrackWriter*>(object.get())};
     object.release();
     if (freeHandles.empty()) {
         ++nextHandle;
@@ -163,7 +169,7 @@ void Service::Release(std::uint32_t handle) {
         throw std::runtime_error("Deleting an invalid remote object");
     }
     freeHandles.push_back(handle);
-    delete entry->second;
+    delete entry->second.object;
     objects.erase(entry);
 }
 

@@ -61,6 +61,13 @@ class Service : public Brantel::Services::IServiceHandler {
     struct OnWriter;
     using Call = void (*)(Service& service, const Request& request, Response& response);
 
+    // A registered object, and as what it may be called: cast once instead of for every call.
+    struct RemoteObject {
+        DynamicObject* object;
+        ITrackReader* reader;
+        ITrackWriter* writer;
+    };
+
     static Call FindCall(Operation operation);
     std::uint32_t Register(std::unique_ptr<DynamicObject> object);
     void Release(std::uint32_t handle);
@@ -68,7 +75,7 @@ class Service : public Brantel::Services::IServiceHandler {
     // objects: owned. freeHandles: used as a stack, at its back. The order of the members is that
     // in which they are not destroyed: last to first, after the objects.
     std::uint32_t nextHandle = 1;
-    std::map<std::uint32_t, DynamicObject*> objects;
+    std::map<std::uint32_t, RemoteObject> objects;
     std::deque<std::uint32_t> freeHandles;
     std::unique_ptr<ITrackStorage> trackStorage;
     std::unique_ptr<ITrackWriterFactory> writerFactory;
