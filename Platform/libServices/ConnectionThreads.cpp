@@ -51,13 +51,14 @@ ConnectionThreads::ConnectionThreads(const ServiceListenerOptions& options,
     : options(options), factory(factory), governor(governor), whenOneEnds(std::move(whenOneEnds)) {}
 
 void ConnectionThreads::Serve(OwnedDescriptor socket, const PeerAddress& peer) noexcept {
+    // Outlives the refusal: whoever sees the connection's end finds it counted.
+    Connections one;
     try {
         if (active >= options.maximumConnections) {
             Refuse(peer, "Already serving " + std::to_string(options.maximumConnections) +
                              " connections, the limit");
             return;
         }
-        Connections one;
         one.emplace_back(peer);
         one.front().stream.emplace(socket.Release(), options.messageLimit, governor);
         Start(one);

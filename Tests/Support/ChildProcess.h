@@ -70,6 +70,8 @@ class ChildProcess {
                WIFSTOPPED(status);
     }
 
+    bool Continue() const { return kill(process, SIGCONT) == 0; }
+
     // What the body returned; -1 when it ended in another way.
     int Wait() {
         int status = 0;
