@@ -1,6 +1,5 @@
 #include "AcceptLoop.h"
 
-#include "SocketOptions.h"
 #include "SystemText.h"
 
 #include <sys/eventfd.h>
@@ -9,7 +8,6 @@
 
 #include <algorithm>
 #include <cerrno>
-#include <exception>
 #include <stdexcept>
 #include <thread>
 #include <utility>
@@ -20,36 +18,6 @@ namespace {
 
 // Between two looks at the other sockets and at the ended connections.
 constexpr int acceptedAtOnce = 64;
-
-std::string UnixPeerText(int connection) {
-    ucred peer{};
-    socklen_t size = sizeof(peer);
-    getsockopt(connection, SOL_SOCKET, SO_PEERCRED, &peer, &size);
-    return SocketAddress::OfSocket(connection).Text() + " process " + std::to_string(peer.pid) +
-           " user " + std::to_string(peer.uid);
-}
-
-PeerAddress Describe(int connection, const SocketAddress& address, std::uint64_t connectionId) {
-    PeerAddress peer;
-    peer.connectionId = connectionId;
-    if (address.Family() == AF_UNIX) {
-        peer.kind = PeerAddress::Kind::Unix;
-        peer.text = UnixPeerText(connection);
-    } else {
-        peer.kind = PeerAddress::Kind::Tcp;
-        peer.ipV4 = address.IpV4();
-        peer.text = address.Text();
-    }
-    return peer;
-}
-
-void Prepare(int connection, PeerAddress::Kind kind) {
-    if (kind == PeerAddress::Kind::Unix) {
-        PrepareUnixSocket(connection);
-    } else {
-        PrepareTcpSocket(connection);
-    }
-}
 
 }  // namespace
 
@@ -132,8 +100,8 @@ void AcceptLoop::AcceptFrom(const ListeningSocket& socket) {
             accept4(socket.Get(), reinterpret_cast<sockaddr*>(&address), &size, SOCK_CLOEXEC));
         if (connection.IsOpen()) {
             pauseReported = false;
-            Admit(std::move(connection),
-                  SocketAddress(reinterpret_cast<const sockaddr*>(&address), size));
+            connections->Serve(std::move(connection),
+                               SocketAddress(reinterpret_cast<const sockaddr*>(&address), size));
         } else if (errno == EAGAIN) {
             return;
         } else if (errno != EINTR && errno != ECONNABORTED) {
@@ -141,18 +109,6 @@ void AcceptLoop::AcceptFrom(const ListeningSocket& socket) {
             return;
         }
     }
-}
-
-void AcceptLoop::Admit(OwnedDescriptor connection, const SocketAddress& address) {
-    PeerAddress peer;
-    try {
-        peer = Describe(connection.Get(), address, ++lastConnectionId);
-        Prepare(connection.Get(), peer.kind);
-    } catch (const std::exception& error) {
-        connections->Refuse(peer, error.what());
-        return;
-    }
-    connections->Serve(std::move(connection), peer);
 }
 
 void AcceptLoop::Pause(int error) {

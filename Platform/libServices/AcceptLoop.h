@@ -9,7 +9,6 @@
 
 #include <atomic>
 #include <chrono>
-#include <cstdint>
 #include <optional>
 #include <vector>
 
@@ -41,7 +40,6 @@ class AcceptLoop {
     void Run();
     void Wait();
     void AcceptFrom(const ListeningSocket& socket);
-    void Admit(OwnedDescriptor connection, const SocketAddress& peer);
     void Pause(int error);
 
     // Constant while the thread runs.
@@ -54,7 +52,6 @@ class AcceptLoop {
     std::atomic<bool> stopping{false};
     // Used by the thread alone. The first watched descriptor is `wake`, then come the sockets.
     std::vector<pollfd> watched;
-    std::uint64_t lastConnectionId = 0;
     std::optional<Clock::time_point> pausedUntil;
     bool pauseReported = false;
 };

@@ -1,8 +1,10 @@
 #include "ConnectionThreads.h"
 
 #include "SocketDisconnected.h"
+#include "SocketOptions.h"
 
 #include <cxxabi.h>
+#include <sys/socket.h>
 
 #include <cstdlib>
 #include <exception>
@@ -15,6 +17,36 @@ namespace Brantel::Services {
 namespace {
 
 thread_local const ConnectionThreads* ownerOfThisThread = nullptr;
+
+std::string UnixPeerText(int connection) {
+    ucred peer{};
+    socklen_t size = sizeof(peer);
+    getsockopt(connection, SOL_SOCKET, SO_PEERCRED, &peer, &size);
+    return SocketAddress::OfSocket(connection).Text() + " process " + std::to_string(peer.pid) +
+           " user " + std::to_string(peer.uid);
+}
+
+PeerAddress Describe(int connection, const SocketAddress& address, std::uint64_t connectionId) {
+    PeerAddress peer;
+    peer.connectionId = connectionId;
+    if (address.Family() == AF_UNIX) {
+        peer.kind = PeerAddress::Kind::Unix;
+        peer.text = UnixPeerText(connection);
+    } else {
+        peer.kind = PeerAddress::Kind::Tcp;
+        peer.ipV4 = address.IpV4();
+        peer.text = address.Text();
+    }
+    return peer;
+}
+
+void Prepare(int connection, PeerAddress::Kind kind) {
+    if (kind == PeerAddress::Kind::Unix) {
+        PrepareUnixSocket(connection);
+    } else {
+        PrepareTcpSocket(connection);
+    }
+}
 
 // How the handler ended, from within a catch of everything; empty when it ends its thread
 // (pthread_exit), which unwinds the stack like an exception but has no type and must go on.
@@ -50,10 +82,13 @@ ConnectionThreads::ConnectionThreads(const ServiceListenerOptions& options,
                                      SpinGovernor& governor, std::function<void()> whenOneEnds)
     : options(options), factory(factory), governor(governor), whenOneEnds(std::move(whenOneEnds)) {}
 
-void ConnectionThreads::Serve(OwnedDescriptor socket, const PeerAddress& peer) noexcept {
+void ConnectionThreads::Serve(OwnedDescriptor socket, const SocketAddress& address) noexcept {
+    PeerAddress peer;
     // Outlives the refusal: whoever sees the connection's end finds it counted.
     Connections one;
     try {
+        peer = Describe(socket.Get(), address, ++lastConnectionId);
+        Prepare(socket.Get(), peer.kind);
         if (active >= options.maximumConnections) {
             Refuse(peer, "Already serving " + std::to_string(options.maximumConnections) +
                              " connections, the limit");

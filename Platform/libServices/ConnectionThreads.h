@@ -3,6 +3,7 @@
 #include "OwnedDescriptor.h"
 #include "ServiceListener.h"
 #include "ServiceThread.h"
+#include "SocketAddress.h"
 
 #include <atomic>
 #include <cstdint>
@@ -11,6 +12,7 @@
 #include <mutex>
 #include <optional>
 #include <string>
+#include <utility>
 
 namespace Brantel::Services {
 
@@ -28,10 +30,7 @@ class ConnectionThreads {
     ~ConnectionThreads() = default;
 
     // Serves the connection, or refuses it, which is counted and reported. One thread at a time.
-    void Serve(OwnedDescriptor socket, const PeerAddress& peer) noexcept;
-
-    // Counts and reports a connection that is closed unserved.
-    void Refuse(const PeerAddress& peer, const std::string& reason) noexcept;
+    void Serve(OwnedDescriptor socket, const SocketAddress& address) noexcept;
 
     // What the program's onEvent throws is dropped.
     void Report(ServiceListenerEvent::Kind kind, const PeerAddress& peer,
@@ -51,7 +50,7 @@ class ConnectionThreads {
 
   private:
     struct Connection {
-        explicit Connection(const PeerAddress& peer) : peer(peer) {}
+        explicit Connection(PeerAddress peer) : peer(std::move(peer)) {}
 
         const PeerAddress peer;
         // Ended by the thread that serves it; guarded by the mutex is only whether others may close
@@ -68,6 +67,8 @@ class ConnectionThreads {
     void Run(Connections::iterator connection);
     void Handle(Connection& connection);
     void Finish(Connections::iterator connection) noexcept;
+    // Counts and reports a connection that is closed unserved.
+    void Refuse(const PeerAddress& peer, const std::string& reason) noexcept;
     void CountFailure(const PeerAddress& peer, const std::string& text) noexcept;
 
     // Constant after construction.
@@ -75,6 +76,8 @@ class ConnectionThreads {
     const ServiceListener::HandlerFactory& factory;
     SpinGovernor& governor;
     const std::function<void()> whenOneEnds;
+    // The thread's that calls Serve.
+    std::uint64_t lastConnectionId = 0;
     // Synchronised by themselves.
     std::atomic<std::uint64_t> accepted{0};
     std::atomic<std::uint64_t> active{0};

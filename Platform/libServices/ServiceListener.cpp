@@ -22,6 +22,12 @@ class SharedHandler : public IServiceHandler {
     IServiceHandler& handler;
 };
 
+ServiceListener::HandlerFactory Sharing(IServiceHandler& handler) {
+    return [&handler](FileDescriptorServiceConnection&, const PeerAddress&) {
+        return std::make_unique<SharedHandler>(handler);
+    };
+}
+
 void CheckRange(const std::string& what, std::uint64_t value, std::uint64_t lowest,
                 std::uint64_t highest) {
     if (value < lowest || value > highest) {
@@ -56,13 +62,9 @@ ServiceListener::ServiceListener(HandlerFactory handlerFactory, ServiceListenerO
 }
 
 ServiceListener::ServiceListener(IServiceHandler& handler, ServiceListenerOptions options)
-    : ServiceListener(
-          [&handler](FileDescriptorServiceConnection&, const PeerAddress&) {
-              return std::make_unique<SharedHandler>(handler);
-          },
-          std::move(options)) {}
+    : ServiceListener(Sharing(handler), std::move(options)) {}
 
-ServiceListener::~ServiceListener() {
+ServiceListener::~ServiceListener() {  // NOLINT(bugprone-exception-escape): see the header
     Stop();
 }
 

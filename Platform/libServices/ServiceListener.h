@@ -89,8 +89,9 @@ class ServiceListener {
     ServiceListener(const ServiceListener&) = delete;
     ServiceListener& operator=(const ServiceListener&) = delete;
 
-    // Stops. Not on one of the listener's own threads.
-    ~ServiceListener();
+    // Stops. Destroyed by one of its own threads, which can't wait for their own end, it ends the
+    // process.
+    ~ServiceListener();  // NOLINT(bugprone-exception-escape): the exception of Stop ends the process
 
     // Listens on every address of the host: a numeric IPv4 or IPv6 address, a name, or nothing for
     // every address of this machine. Addresses that this machine does not have are left out unless

@@ -2,8 +2,7 @@
 
 #include "SystemText.h"
 
-#include <signal.h>
-
+#include <csignal>
 #include <memory>
 #include <stdexcept>
 #include <utility>

@@ -8,6 +8,7 @@
 #include <sys/un.h>
 
 #include <algorithm>
+#include <array>
 #include <cerrno>
 #include <cstring>
 #include <memory>
@@ -29,9 +30,9 @@ Address As(const sockaddr_storage& storage) noexcept {
 }
 
 std::string Numeric(int family, const void* address) {
-    char text[INET6_ADDRSTRLEN] = "";
-    inet_ntop(family, address, text, sizeof(text));
-    return text;
+    std::array<char, INET6_ADDRSTRLEN> text{};
+    inet_ntop(family, address, text.data(), text.size());
+    return text.data();
 }
 
 std::string ResolveError(int result, int systemError) {
@@ -150,9 +151,9 @@ std::string SocketAddress::Host() const {
         return IpV4();
     }
     // Adds the interface that a link-local address is valid on.
-    char text[NI_MAXHOST] = "";
-    getnameinfo(Get(), size, text, sizeof(text), nullptr, 0, NI_NUMERICHOST);
-    return text;
+    std::array<char, NI_MAXHOST> text{};
+    getnameinfo(Get(), size, text.data(), text.size(), nullptr, 0, NI_NUMERICHOST);
+    return text.data();
 }
 
 unsigned short SocketAddress::Port() const noexcept {

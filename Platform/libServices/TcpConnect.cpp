@@ -47,10 +47,12 @@ int FinishConnect(int fd, const Deadline& deadline) {
     }
     int error = 0;
     socklen_t size = sizeof(error);
-    if (ready < 0 || getsockopt(fd, SOL_SOCKET, SO_ERROR, &error, &size) != 0) {
-        return errno;
-    }
-    return error;
+    const bool known = ready > 0 && getsockopt(fd, SOL_SOCKET, SO_ERROR, &error, &size) == 0;
+    return known ? error : errno;
+}
+
+int SetBlocking(int fd) {
+    return fcntl(fd, F_SETFL, 0) == 0 ? 0 : errno;
 }
 
 // Returns 0 and the connected socket, or the error number.
@@ -64,11 +66,8 @@ int ConnectTo(const SocketAddress& address, const Deadline& deadline, OwnedDescr
     if (error == EINPROGRESS || error == EINTR) {
         error = FinishConnect(socket.Get(), deadline);
     }
-    if (error == 0 && IsConnectedToItself(socket.Get())) {
-        error = ECONNREFUSED;
-    }
     if (error == 0) {
-        error = fcntl(socket.Get(), F_SETFL, 0) == 0 ? 0 : errno;
+        error = IsConnectedToItself(socket.Get()) ? ECONNREFUSED : SetBlocking(socket.Get());
     }
     result = std::move(socket);
     return error;

@@ -64,13 +64,16 @@ OwnedDescriptor OpenFolder(const std::string& folder) {
     return OwnedDescriptor(open(folder.c_str(), O_PATH | O_DIRECTORY | O_CLOEXEC));
 }
 
+// Returns 0 or the error number.
+int BindTo(const SocketAddress& address, int socket) {
+    return bind(socket, address.Get(), address.Size()) == 0 ? 0 : errno;
+}
+
 // What a connect to the path meets: 0 when a server answers, or the error number.
 int Knock(const SocketAddress& address) {
     const OwnedDescriptor socket(::socket(AF_UNIX, SOCK_STREAM | SOCK_CLOEXEC | SOCK_NONBLOCK, 0));
-    if (!socket.IsOpen()) {
-        return errno;
-    }
-    const bool answered = connect(socket.Get(), address.Get(), address.Size()) == 0;
+    const bool answered =
+        socket.IsOpen() && connect(socket.Get(), address.Get(), address.Size()) == 0;
     // A full queue belongs to a server that is alive.
     return answered || errno == EAGAIN ? 0 : errno;
 }
@@ -114,16 +117,14 @@ void UnixSocketFile::Bind(int socket, unsigned int mode) const {
     // The new file takes its mode from here, less the umask: never wider than asked for, not even
     // for a moment.
     fchmod(socket, mode);
-    if (bind(socket, address.Get(), address.Size()) == 0) {
-        return;
-    }
-    if (errno == EADDRINUSE) {
+    int error = BindTo(address, socket);
+    if (error == EADDRINUSE) {
         RemoveStale();
-        if (bind(socket, address.Get(), address.Size()) == 0) {
-            return;
-        }
+        error = BindTo(address, socket);
     }
-    Fail(SystemText(errno));
+    if (error != 0) {
+        Fail(SystemText(error));
+    }
 }
 
 void UnixSocketFile::RemoveStale() const {

@@ -1,18 +1,17 @@
 #pragma once
 
-#include <signal.h>
 #include <sys/socket.h>
 #include <sys/wait.h>
 #include <unistd.h>
 
+#include <array>
 #include <cerrno>
+#include <csignal>
 #include <cstdio>
+#include <cstdlib>
 #include <exception>
 #include <functional>
 #include <system_error>
-
-// Present in programs that count their coverage.
-extern "C" void __gcov_dump() __attribute__((weak));
 
 namespace Brantel::Tests {
 
@@ -26,8 +25,8 @@ class ChildProcess {
     using Body = std::function<int(int channel)>;
 
     explicit ChildProcess(const Body& body) {
-        int ends[2] = {-1, -1};
-        if (socketpair(AF_UNIX, SOCK_STREAM | SOCK_CLOEXEC, 0, ends) != 0) {
+        std::array<int, 2> ends{};
+        if (socketpair(AF_UNIX, SOCK_STREAM | SOCK_CLOEXEC, 0, ends.data()) != 0) {
             throw std::system_error(errno, std::generic_category(), "socketpair");
         }
         std::fflush(nullptr);
@@ -89,10 +88,8 @@ class ChildProcess {
         } catch (const std::exception& error) {
             std::fprintf(stderr, "child: %s\n", error.what());
         }
-        if (__gcov_dump != nullptr) {
-            __gcov_dump();
-        }
-        _exit(result);
+        // Orderly, so that leaks are looked for and coverage is written.
+        std::exit(result);
     }
 
     pid_t process = -1;

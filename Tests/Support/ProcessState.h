@@ -1,11 +1,11 @@
 #pragma once
 
 #include <sys/resource.h>
-#include <time.h>
 #include <unistd.h>
 
 #include <chrono>
 #include <cstddef>
+#include <ctime>
 #include <filesystem>
 #include <fstream>
 #include <iterator>

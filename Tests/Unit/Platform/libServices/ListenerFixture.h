@@ -28,8 +28,8 @@ class FunctionHandler : public IServiceHandler {
     using Function = std::function<void(FileDescriptorServiceConnection&, const PeerAddress&)>;
 
     FunctionHandler(Function function, FileDescriptorServiceConnection& connection,
-                    const PeerAddress& peer)
-        : function(std::move(function)), connection(connection), peer(peer) {}
+                    PeerAddress peer)
+        : function(std::move(function)), connection(connection), peer(std::move(peer)) {}
     void Handle(IServiceConnection&) override { function(connection, peer); }
 
     static ServiceListener::HandlerFactory Factory(const Function& function) {

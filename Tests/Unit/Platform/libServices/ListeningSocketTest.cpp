@@ -228,6 +228,10 @@ TEST_F(ListeningUnixSocketTest, AMissingFolderIsReported) {
     EXPECT_EQ("Could not listen on " + missing + ": No such file or directory", ErrorOn(missing));
 }
 
+TEST_F(ListeningUnixSocketTest, AFolderThatTakesNoFilesIsReported) {
+    EXPECT_EQ("Could not listen on /proc/s: No such file or directory", ErrorOn("/proc/s"));
+}
+
 TEST_F(ListeningUnixSocketTest, AnotherServersFileOfTheSameNameIsNotRemoved) {
     std::optional<ListeningSocket> first(ListeningSocket::OnUnix(path, 0660));
     fs::rename(path, folder.File("moved away"));
@@ -291,8 +295,9 @@ TEST_F(ListeningUnixSocketTest, AFolderThatMayOnlyBePassedAndWrittenServes) {
 TEST_F(ListeningUnixSocketTest, OfManyServersThatStartOnAStaleFileOneWins) {
     LeaveStaleFile();
     std::vector<std::unique_ptr<Tests::ChildProcess>> servers;
-    constexpr int count = 8;
-    for (int server = 0; server < count; ++server) {
+    constexpr std::size_t count = 8;
+    servers.reserve(count);
+    for (std::size_t server = 0; server < count; ++server) {
         servers.push_back(std::make_unique<Tests::ChildProcess>([&](int channel) {
             Tests::ChildProcess::Hear(channel);
             try {

@@ -11,13 +11,13 @@
 #include <gtest/gtest.h>
 
 #include <poll.h>
-#include <signal.h>
 #include <sys/resource.h>
 #include <sys/socket.h>
 #include <unistd.h>
 
 #include <atomic>
 #include <chrono>
+#include <csignal>
 #include <memory>
 #include <string>
 #include <thread>
@@ -144,7 +144,9 @@ class ServerProcessTest : public ListenerFixture {
         return getrlimit(resource, &limit) == 0 && Tests::SetSoftLimit(resource, limit.rlim_max);
     }
     // Back to who the process was, so that it may write what it has to at its end.
-    static bool AfterStop() { return getuid() == geteuid() || setresuid(0, 0, 0) == 0; }
+    bool AfterStop() const { return geteuid() == user || setresuid(user, user, user) == 0; }
+
+    const uid_t user = geteuid();
 };
 
 // A tenth of the time of one processor would be much for a thread that looks ten times a second.
@@ -229,7 +231,8 @@ TEST_F(ServerProcessTest, AThousandConnectionsAtOnceAreServed) {
     rlimit limit{};
     ASSERT_EQ(0, getrlimit(RLIMIT_NOFILE, &limit));
     constexpr int count = 1000;
-    if (limit.rlim_max < 2 * count || !Tests::SetSoftLimit(RLIMIT_NOFILE, limit.rlim_max)) {
+    constexpr rlim_t needed = 2000;
+    if (limit.rlim_max < needed || !Tests::SetSoftLimit(RLIMIT_NOFILE, limit.rlim_max)) {
         GTEST_SKIP() << "The process may have only " << limit.rlim_max << " descriptors";
     }
     StartServer();

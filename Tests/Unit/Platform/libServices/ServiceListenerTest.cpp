@@ -13,6 +13,7 @@
 #include <fcntl.h>
 #include <netinet/tcp.h>
 #include <pthread.h>
+#include <sys/resource.h>
 #include <sys/socket.h>
 #include <unistd.h>
 
@@ -402,6 +403,16 @@ TEST_F(ServiceListenerTest, AListenerNeedsAFactory) {
               ErrorOf([] { const ServiceListener none{ServiceListener::HandlerFactory()}; }));
 }
 
+TEST_F(ServiceListenerTest, WithoutAnyDescriptorLeftItCanNotBeMade) {
+    EchoHandler echo;
+    rlimit before{};
+    ASSERT_EQ(0, getrlimit(RLIMIT_NOFILE, &before));
+    ASSERT_TRUE(Tests::SetSoftLimit(RLIMIT_NOFILE, 0));
+    const std::string error = ErrorOf([&] { const ServiceListener none(echo); });
+    ASSERT_EQ(0, setrlimit(RLIMIT_NOFILE, &before));
+    EXPECT_EQ("Could not make an event descriptor: Too many open files", error);
+}
+
 TEST_F(ServiceListenerTest, StartingWithoutAnAddressIsRefused) {
     EchoHandler echo;
     ServiceListener nowhere(echo);
@@ -480,6 +491,7 @@ TEST_F(ServiceListenerTest, StopsAtTheSameTimeReturnWhenEverythingHasEnded) {
     const auto client = Connect();
     EXPECT_EQ("here", Hear(*client));
     std::vector<std::thread> stoppers;
+    stoppers.reserve(8);
     std::atomic<int> tooEarly{0};
     for (int count = 0; count < 8; ++count) {
         stoppers.emplace_back([&] {
@@ -519,6 +531,7 @@ TEST_F(ServiceListenerTest, StopWhileClientsKeepConnectingServesOrEndsEachOfThem
     std::atomic<bool> stopped{false};
     std::atomic<int> served{0};
     std::vector<std::thread> clients;
+    clients.reserve(4);
     for (int count = 0; count < 4; ++count) {
         clients.emplace_back([&] {
             while (!stopped) {
@@ -551,6 +564,7 @@ TEST_F(ServiceListenerTest, ManyConnectionsLeaveNoDescriptorAndNoThread) {
     constexpr int atOnce = 100;
     for (int round = 0; round < rounds; ++round) {
         std::vector<std::unique_ptr<UnixDomainConnection>> clients;
+        clients.reserve(atOnce);
         for (int count = 0; count < atOnce; ++count) {
             clients.push_back(Connect());
         }

@@ -3,8 +3,8 @@
 #include <gtest/gtest.h>
 
 #include <pthread.h>
-#include <signal.h>
 
+#include <csignal>
 #include <stdexcept>
 #include <string>
 

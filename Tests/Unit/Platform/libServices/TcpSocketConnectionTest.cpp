@@ -15,12 +15,15 @@
 #include <gtest/gtest.h>
 
 #include <fcntl.h>
+#include <net/if.h>
 #include <netinet/tcp.h>
-#include <signal.h>
+#include <sched.h>
+#include <sys/ioctl.h>
 #include <sys/mount.h>
 
 #include <atomic>
 #include <chrono>
+#include <csignal>
 #include <fstream>
 #include <future>
 #include <stdexcept>
@@ -181,6 +184,33 @@ TEST(TcpSocketConnectionNameTest, WithoutAnyDescriptorLeftTheReasonIsTold) {
     const std::string error = ConnectError("127.0.0.1", listener.Port(), ampleTimeout);
     ASSERT_EQ(0, setrlimit(RLIMIT_NOFILE, &before));
     EXPECT_EQ(Where("127.0.0.1", listener.Port()) + "Too many open files", error);
+}
+
+// In a network that has one local port, a connect to this port is given just this port as its own
+// and meets itself.
+TEST(TcpSocketConnectionToItselfTest, AConnectionToItselfCountsAsRefused) {
+    constexpr int notAllowed = 77;
+    Tests::ChildProcess child([](int) {
+        const OwnedDescriptor control(
+            unshare(CLONE_NEWNET) == 0 ? socket(AF_INET, SOCK_DGRAM | SOCK_CLOEXEC, 0) : -1);
+        ifreq loopback{};
+        loopback.ifr_name[0] = 'l';
+        loopback.ifr_name[1] = 'o';
+        loopback.ifr_flags = IFF_UP;
+        std::ofstream ports("/proc/sys/net/ipv4/ip_local_port_range");
+        if (ioctl(control.Get(), SIOCSIFFLAGS, &loopback) != 0 ||
+            !(ports << "40000 40000" << std::flush)) {
+            return notAllowed;
+        }
+        const std::string error = ConnectError("127.0.0.1", 40'000, ampleTimeout);
+        EXPECT_EQ(Where("127.0.0.1", 40'000) + "Connection refused", error);
+        return testing::Test::HasFailure() ? 1 : 0;
+    });
+    const int result = child.Wait();
+    if (result == notAllowed) {
+        GTEST_SKIP() << "No right to give this test a network of its own";
+    }
+    EXPECT_EQ(0, result);
 }
 
 // A name with several addresses, which only a hosts file of its own can promise. Runs in a child

@@ -14,10 +14,10 @@
 #include <gtest/gtest.h>
 
 #include <fcntl.h>
-#include <signal.h>
 #include <sys/socket.h>
 
 #include <atomic>
+#include <csignal>
 #include <fstream>
 #include <stdexcept>
 #include <string>
