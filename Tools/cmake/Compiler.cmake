@@ -17,8 +17,11 @@ endif()
 add_library(BrantelWarnings INTERFACE)
 target_compile_options(BrantelWarnings INTERFACE
   -Wall -Wextra -Wpedantic -Wconversion -Wold-style-cast -Woverloaded-virtual -Wnon-virtual-dtor -Wformat=2
-  -Wzero-as-null-pointer-constant
+  # clang takes the 0 of a rewritten a <=> b for a pointer
   $<$<CXX_COMPILER_ID:GNU>:-Wshadow=local>
+  $<$<CXX_COMPILER_ID:GNU>:-Wzero-as-null-pointer-constant>
+  # g++ does not count these among its conversions
+  $<$<CXX_COMPILER_ID:Clang>:-Wno-sign-conversion>
   $<$<BOOL:${BRANTEL_WERROR}>:-Werror>)
 
 if(BRANTEL_SANITIZE)
@@ -29,6 +32,9 @@ if(BRANTEL_SANITIZE)
     # it none, and it takes the exception that tells of it for no object.
     add_compile_options(-fno-sanitize=vptr)
   endif()
+endif()
+if(BRANTEL_FUZZ)
+  add_compile_options(-fsanitize=fuzzer-no-link)
 endif()
 if(BRANTEL_COVERAGE)
   add_compile_options(--coverage -O0 -g)
