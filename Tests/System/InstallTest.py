@@ -12,7 +12,7 @@ import tempfile
 import unittest
 
 root = pathlib.Path(__file__).resolve().parents[2]
-expected = "12.500000000 2\n"
+expected = "2.1.5 12.500000000 2 not connected\n"
 
 
 def call(*command, **options):

@@ -5,6 +5,9 @@ include(CMakePackageConfigHelpers)
 set(packages "${CMAKE_INSTALL_LIBDIR}/cmake")
 set(headers "${CMAKE_INSTALL_INCLUDEDIR}/brantel")
 add_custom_target(InstalledParts)
+if(TARGET brantel-storaged)
+  add_dependencies(InstalledParts brantel-storaged)
+endif()
 
 # brantel_install_package(NAME name COMPONENT component TARGETS target...)
 #
