@@ -1,0 +1,93 @@
+#include "EncodedChunk.h"
+
+#include "FieldWriter.h"
+#include "TrackError.h"
+
+#include <algorithm>
+#include <limits>
+
+namespace Brantel::Tracks {
+
+namespace {
+
+template <typename Items>
+void CheckKeys(std::int64_t track, const Items& items, const char* kind) {
+    constexpr int fewItems = 16;
+    std::vector<std::string_view> sorted;
+    for (int index = 0; index < items.size(); ++index) {
+        const std::string& key = items[index].key();
+        if (key.empty()) {
+            throw TrackError(track, std::string(kind) + " " + std::to_string(index) +
+                                        " of the chunk has an empty key");
+        }
+        if (items.size() > fewItems) {
+            sorted.push_back(key);
+            continue;
+        }
+        for (int other = 0; other < index; ++other) {
+            if (items[other].key() == key) {
+                throw TrackError(track,
+                                 std::string(kind) + " key " + key + " occurs twice in the chunk");
+            }
+        }
+    }
+    std::sort(sorted.begin(), sorted.end());
+    const auto twice = std::adjacent_find(sorted.begin(), sorted.end());
+    if (twice != sorted.end()) {
+        throw TrackError(track, std::string(kind) + " key " + std::string(*twice) +
+                                    " occurs twice in the chunk");
+    }
+}
+
+void CheckTimes(std::int64_t track, std::int64_t timePoint, std::int64_t duration) {
+    if (timePoint < 0) {
+        throw TrackError(track, "time point " + std::to_string(timePoint) + " is below 0");
+    }
+    if (duration < 0) {
+        throw TrackError(track, "duration " + std::to_string(duration) + " is below 0");
+    }
+    const std::int64_t longest = std::numeric_limits<std::int64_t>::max() - timePoint;
+    if (duration > longest) {
+        throw TrackError(track, "duration " + std::to_string(duration) + " at time point " +
+                                    std::to_string(timePoint) + " is over the longest there, " +
+                                    std::to_string(longest));
+    }
+}
+
+}  // namespace
+
+void EncodedChunk::Encode(std::int64_t track, const Protocol::Chunk& chunk) {
+    timePoint = static_cast<std::int64_t>(chunk.timecode().nanoseconds());
+    duration = static_cast<std::int64_t>(chunk.duration().nanoseconds());
+    CheckTimes(track, timePoint, duration);
+    const auto& properties = chunk.properties().items();
+    const auto& blocks = chunk.data().items();
+    CheckKeys(track, properties, "property");
+    CheckKeys(track, blocks, "data block");
+
+    payloadBytes = 0;
+    first.clear();
+    FieldWriter fields(first);
+    fields.Put(version);
+    fields.Put(static_cast<std::uint32_t>(properties.size()));
+    for (const auto& property : properties) {
+        fields.PutText(property.key());
+        fields.PutText(property.value());
+        payloadBytes += property.value().size();
+    }
+    fields.Put(static_cast<std::uint32_t>(blocks.size()));
+    for (const auto& block : blocks) {
+        fields.PutText(block.key());
+    }
+
+    parts.clear();
+    parts.emplace_back(first);
+    bytes = first.size();
+    for (const auto& block : blocks) {
+        parts.emplace_back(block.value());
+        bytes += block.value().size();
+        payloadBytes += block.value().size();
+    }
+}
+
+}  // namespace Brantel::Tracks

@@ -1,0 +1,49 @@
+#pragma once
+
+#include <CommonMessages.pb.h>
+
+#include <cstdint>
+#include <span>
+#include <string>
+#include <string_view>
+#include <vector>
+
+namespace Brantel::Tracks {
+
+// A chunk in the form in which it is stored: its parts. The first part is
+//
+//   offset  size
+//   0       1     version, 1
+//   1       4     number of properties
+//   5             for each: 4 bytes length of the key, key, 4 bytes length of the value, value
+//           4     number of data blocks
+//                 for each: 4 bytes length of the key, key
+//
+// and each further part is the value of one data block, in the order of their keys.
+class EncodedChunk {
+  public:
+    static constexpr std::uint8_t version = 1;
+
+    // Encodes a chunk, of which the parts then borrow the data blocks. The object can be used again
+    // and keeps its memory. Throws std::runtime_error "Track 7: ..." for a chunk that can't be
+    // appended to any track.
+    void Encode(std::int64_t track, const Protocol::Chunk& chunk);
+
+    std::int64_t GetTimePoint() const { return timePoint; }
+    std::int64_t GetDuration() const { return duration; }
+    std::span<const std::string_view> GetParts() const { return parts; }
+    // All parts together.
+    std::uint64_t GetBytes() const { return bytes; }
+    // The values of the properties and data blocks alone.
+    std::uint64_t GetPayloadBytes() const { return payloadBytes; }
+
+  private:
+    std::int64_t timePoint = 0;
+    std::int64_t duration = 0;
+    std::uint64_t bytes = 0;
+    std::uint64_t payloadBytes = 0;
+    std::string first;
+    std::vector<std::string_view> parts;
+};
+
+}  // namespace Brantel::Tracks

@@ -1,0 +1,163 @@
+#include "Log.h"
+
+#include "EntryCache.h"
+#include "EntryTable.h"
+#include "Protections.h"
+#include "TableSet.h"
+
+#include <libEngine/ChunkLayout.h>
+
+#include <algorithm>
+#include <utility>
+
+namespace Brantel::Tracks {
+
+using Engine::ChunkLayout;
+
+const EntryTable* Log::GetTable(const Run& run, TableSet& tables) const {
+    return openTable && run.segment == openSegment ? openTable.get()
+                                                   : tables.Find(kind, run.segment);
+}
+
+std::optional<FoundChunk> Log::FindAfter(std::int64_t timePoint, TableSet& tables) const {
+    const auto run = std::partition_point(
+        runs.begin(), runs.end(), [timePoint](const Run& r) { return r.last <= timePoint; });
+    if (run == runs.end()) {
+        return std::nullopt;
+    }
+    const EntryTable* table = GetTable(*run, tables);
+    if (table == nullptr) {
+        return std::nullopt;
+    }
+    const std::size_t index = table->FindAfter(run->begin, run->end, timePoint);
+    return FoundChunk{{track, kind, run->segment}, table->GetEntry(index)};
+}
+
+std::optional<FoundChunk> Log::FindUpTo(std::int64_t timePoint, TableSet& tables) const {
+    const auto behind = std::partition_point(
+        runs.begin(), runs.end(), [timePoint](const Run& r) { return r.first <= timePoint; });
+    if (behind == runs.begin()) {
+        return std::nullopt;
+    }
+    const Run& run = *std::prev(behind);
+    const EntryTable* table = GetTable(run, tables);
+    if (table == nullptr) {
+        return std::nullopt;
+    }
+    const std::size_t index = table->FindAfter(run.begin, run.end, timePoint) - 1;
+    return FoundChunk{{track, kind, run.segment}, table->GetEntry(index)};
+}
+
+ChunkSums Log::SumBefore(std::int64_t timePoint, TableSet& tables) const {
+    const auto run = std::partition_point(runs.begin(), runs.end(),
+                                          [timePoint](const Run& r) { return r.last < timePoint; });
+    if (run == runs.end()) {
+        return total;
+    }
+    const EntryTable* table = GetTable(*run, tables);
+    if (table == nullptr) {
+        return {};
+    }
+    const std::size_t index = run->first >= timePoint
+                                  ? run->begin
+                                  : table->FindAfter(run->begin, run->end, timePoint - 1);
+    return {run->countBase + index, run->durationBase + table->GetDurationBefore(index)};
+}
+
+void Log::Open(std::uint64_t segment, std::shared_ptr<EntryTable> table) {
+    openSegment = segment;
+    openTable = std::move(table);
+}
+
+void Log::Close(EntryCache& cache, std::uint64_t instance) {
+    if (openTable) {
+        cache.Put(EntryCache::Key{instance, kind, openSegment}, openTable);
+        openTable.reset();
+    }
+}
+
+void Log::Reserve(std::size_t count) {
+    if (runs.capacity() - runs.size() < count) {
+        runs.reserve(std::max(runs.size() + count, runs.size() * 2));
+    }
+}
+
+void Log::Append(std::uint64_t segment, std::uint32_t index, const Engine::ChunkEntry& entry,
+                 std::uint64_t durationBefore) {
+    const std::uint64_t cost = ChunkLayout::Cost(entry.length);
+    const auto duration = static_cast<std::uint64_t>(entry.duration);
+    if (!runs.empty() && runs.back().segment == segment && runs.back().end == index) {
+        Run& run = runs.back();
+        ++run.end;
+        run.last = entry.timePoint;
+        run.lastDuration = entry.duration;
+        run.reach = std::max(run.reach, Protections::EndOf(entry.timePoint, entry.duration));
+        run.bytes += cost;
+        run.duration += duration;
+        bytes += cost;
+        ++total.count;
+        total.duration += duration;
+        return;
+    }
+    Run run;
+    run.segment = segment;
+    run.begin = index;
+    run.end = index + 1;
+    run.first = entry.timePoint;
+    run.last = entry.timePoint;
+    run.lastDuration = entry.duration;
+    run.reach = Protections::EndOf(entry.timePoint, entry.duration);
+    run.bytes = cost;
+    run.duration = duration;
+    run.durationBefore = durationBefore;
+    AppendRun(run);
+}
+
+void Log::AppendRun(Run run) {
+    Count(run);
+    runs.push_back(run);
+}
+
+void Log::Count(Run& run) {
+    run.countBase = total.count - run.begin;
+    run.durationBase = total.duration - run.durationBefore;
+    total.count += run.end - run.begin;
+    total.duration += run.duration;
+    bytes += run.bytes;
+}
+
+void Log::DropFront(Front front) {
+    bytes -= front.bytes;
+    std::size_t whole = 0;
+    while (whole < runs.size() && front.count >= runs[whole].end - runs[whole].begin) {
+        const Run& run = runs[whole++];
+        front.count -= run.end - run.begin;
+        front.bytes -= run.bytes;
+        front.duration -= run.duration;
+    }
+    runs.erase(runs.begin(), runs.begin() + static_cast<std::ptrdiff_t>(whole));
+    if (front.count > 0) {
+        Run& run = runs.front();
+        run.begin += static_cast<std::uint32_t>(front.count);
+        run.bytes -= front.bytes;
+        run.duration -= front.duration;
+        run.durationBefore += front.duration;
+        run.first = front.firstLeft;
+    }
+}
+
+void Log::Clear() {
+    runs.clear();
+    bytes = 0;
+}
+
+void Log::Replace(std::vector<Run> others) {
+    runs.swap(others);
+    bytes = 0;
+    total = {};
+    for (Run& run : runs) {
+        Count(run);
+    }
+}
+
+}  // namespace Brantel::Tracks

@@ -1,0 +1,52 @@
+#pragma once
+
+#include <cstdint>
+#include <map>
+#include <string>
+#include <string_view>
+#include <vector>
+
+namespace Brantel::Tracks {
+
+// The protections of one track, and which chunks they hold. Guarded by the track's state.
+class Protections {
+  public:
+    struct Stretch {
+        std::int64_t timePoint = 0;
+        std::int64_t duration = 0;  // 0: what covers the time point
+    };
+
+    bool IsEmpty() const { return stretches.empty(); }
+    const std::map<std::int64_t, Stretch>& GetAll() const { return stretches; }
+
+    // Throws std::runtime_error "Track 7: ..." for a stretch that makes no sense anywhere.
+    static void Check(std::int64_t track, const Stretch& stretch);
+
+    void Add(std::int64_t id, const Stretch& stretch);
+    void Remove(std::int64_t id);
+
+    // Whether a chunk is held: whether it intersects a protected stretch.
+    bool Holds(std::int64_t timePoint, std::int64_t duration) const;
+
+    // Behind the last time point that a stretch or a chunk covers; both arguments are >= 0.
+    // Unsigned, since it may lie behind the largest time point.
+    static std::uint64_t EndOf(std::int64_t timePoint, std::int64_t duration);
+
+    // Each protection is one record of the engine: its key, and its value with the track.
+    static std::string Key(std::int64_t id) { return "protection/" + std::to_string(id); }
+    static std::string Encode(std::int64_t track, const Stretch& stretch);
+    static Stretch Decode(std::string_view bytes, std::int64_t& track);
+
+  private:
+    struct Interval {
+        std::uint64_t begin = 0;
+        std::uint64_t end = 0;
+    };
+
+    static std::vector<Interval> Merge(const std::map<std::int64_t, Stretch>& stretches);
+
+    std::map<std::int64_t, Stretch> stretches;  // by identifier
+    std::vector<Interval> merged;               // what they cover together: disjoint, in order
+};
+
+}  // namespace Brantel::Tracks

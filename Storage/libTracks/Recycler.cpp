@@ -1,0 +1,284 @@
+#include "Recycler.h"
+
+#include "EntryCache.h"
+#include "EntryTable.h"
+#include "HeldPacker.h"
+#include "StorageOptions.h"
+#include "StoredChunk.h"
+#include "TrackError.h"
+#include "TrackGeometry.h"
+
+#include <algorithm>
+#include <limits>
+#include <memory>
+#include <string>
+#include <utility>
+
+namespace Brantel::Tracks {
+
+using Engine::EngineError;
+using Engine::LogKind;
+
+namespace {
+
+Log::Front Without(const Log::Front& front, const Log::Front& gone) {
+    return {front.count - gone.count, front.bytes - gone.bytes, front.duration - gone.duration,
+            front.firstLeft};
+}
+
+}  // namespace
+
+std::uint64_t Recycler::CountFreeSegments() {
+    std::uint64_t all = 0;
+    {
+        const std::lock_guard lock(state.mutex);
+        all = context.geometry.Reserve(context.track, state.capacity, context.segmentSize)
+                  .segmentCount;
+    }
+    const std::uint64_t used = logs.ring.GetSegments().size() + logs.held.GetSegments().size();
+    return all - std::min(all, used);
+}
+
+bool Recycler::IsPending(std::int64_t timePoint) const {
+    return std::any_of(logs.pending.begin(), logs.pending.end(), [timePoint](const auto& pending) {
+        return pending.entry.timePoint == timePoint;
+    });
+}
+
+void Recycler::Carry(RecyclePlan& plan) {
+    if (plan.carried.empty()) {
+        return;
+    }
+    for (std::size_t next = 0; next < plan.carried.size(); ++next) {
+        const FoundChunk& chunk = plan.carried[next].chunk;
+        if (IsPending(chunk.entry.timePoint)) {
+            continue;
+        }
+        if (!logs.held.Takes(chunk.entry.length)) {
+            MakeHeldTail(plan, next);
+        }
+        CopyToHeld(chunk);
+    }
+    FlushHeld();
+}
+
+void Recycler::CopyToHeld(const FoundChunk& chunk) {
+    StoredChunk stored;
+    try {
+        context.engine.ReadChunk(chunk.segment, chunk.entry, stored);
+    } catch (const EngineError& error) {
+        if (error.GetKind() != EngineError::Kind::Damaged) {
+            throw;
+        }
+        GiveUp(chunk, error);
+        return;
+    }
+    const std::span<const std::string_view> parts = stored.GetParts();
+    TrackLogs::Pending pending;
+    pending.entry = logs.held.Place(chunk.entry.timePoint, chunk.entry.duration, parts);
+    pending.entry.ordinal = logs.nextHeldOrdinal;
+    pending.segment = logs.held.GetTail();
+    pending.index = logs.held.GetTailCount();
+    logs.pending.reserve(logs.pending.size() + 1);
+    {
+        const std::lock_guard lock(state.mutex);
+        EntryTable& table = *state.index.held.GetOpenTable();
+        table.ReserveOne();
+        pending.durationBefore = table.GetDurationBefore(table.GetSize());
+    }
+    logs.isHeldFlushed = false;
+    logs.held.Append(pending.entry, parts, Engine::Durability{Engine::Durability::Mode::Os, {}});
+    ++logs.nextHeldOrdinal;
+    logs.pending.push_back(pending);
+    const std::lock_guard lock(state.mutex);
+    state.index.held.GetOpenTable()->Add(pending.entry);
+}
+
+void Recycler::GiveUp(const FoundChunk& chunk, const std::exception& error) {
+    context.options.log("Track " + std::to_string(context.track) + ": the protected chunk at " +
+                        std::to_string(chunk.entry.timePoint) +
+                        " is damaged and is lost to recycling: " + error.what());
+}
+
+void Recycler::FlushHeld() {
+    if (logs.isHeldFlushed) {
+        return;
+    }
+    try {
+        logs.held.FlushTail();
+        logs.isHeldFlushed = true;
+    } catch (const EngineError&) {
+        // What was not flushed may be lost, so it is copied again, to another segment.
+        std::uint32_t kept = logs.held.GetTailCount();
+        for (const TrackLogs::Pending& pending : logs.pending) {
+            kept = pending.segment == logs.held.GetTail() ? std::min(kept, pending.index) : kept;
+        }
+        logs.held.BreakTail(kept);
+        logs.pending.clear();
+        logs.isHeldFlushed = true;
+        throw;
+    }
+}
+
+void Recycler::MakeHeldTail(RecyclePlan& plan, std::size_t next) {
+    if (logs.held.HasTail()) {
+        FlushHeld();
+        logs.held.SealTail();
+        const std::lock_guard lock(state.mutex);
+        state.index.held.Close(context.cache, context.instance);
+    }
+    if (CountFreeSegments() == 0) {
+        MoveFrontBefore(plan, next);
+        RemoveEmptied();
+    }
+    if (CountFreeSegments() == 0) {
+        throw TrackError(context.track, "no segment is free to move held chunks to");
+    }
+    const auto table = std::make_shared<EntryTable>();
+    logs.held.CreateTail();
+    const std::lock_guard lock(state.mutex);
+    state.index.held.Open(logs.held.GetTail(), table);
+}
+
+void Recycler::MoveFrontBefore(RecyclePlan& plan, std::size_t next) {
+    RecyclePlan part;
+    part.front = plan.carried[next].before;
+    part.firstOrdinal = plan.carried[next].ordinal;
+    {
+        const std::lock_guard lock(state.mutex);
+        ReserveLocked();
+        MoveFrontLocked(part);
+    }
+    plan.front = Without(plan.front, part.front);
+    for (; next < plan.carried.size(); ++next) {
+        plan.carried[next].before = Without(plan.carried[next].before, part.front);
+    }
+}
+
+void Recycler::ReserveLocked() {
+    state.index.held.Reserve(logs.pending.size());
+}
+
+void Recycler::MoveFrontLocked(const RecyclePlan& plan) {
+    if (plan.front.count == 0) {
+        return;
+    }
+    state.index.ring.DropFront(plan.front);
+    logs.frontOrdinal = plan.isAll ? logs.nextOrdinal : plan.firstOrdinal;
+    auto passed = logs.pending.begin();
+    for (; passed != logs.pending.end() &&
+           (plan.isAll || passed->entry.timePoint < plan.front.firstLeft);
+         ++passed) {
+        state.index.held.Append(passed->segment, passed->index, passed->entry,
+                                passed->durationBefore);
+    }
+    logs.pending.erase(logs.pending.begin(), passed);
+}
+
+void Recycler::MakeRingTail() {
+    if (logs.ring.HasTail()) {
+        logs.ring.SealTail();
+        const std::lock_guard lock(state.mutex);
+        state.index.ring.Close(context.cache, context.instance);
+    }
+    // One segment is left free for held chunks that have to be moved.
+    while (RemoveEmptied() && CountFreeSegments() < 2) {
+        HeldPacker packer(context, state, logs, *this);
+        if (CountFreeSegments() == 0 || !packer.Pack()) {
+            FreeFrontSegment();
+        }
+    }
+    if (CountFreeSegments() < 2) {
+        throw TrackError(context.track, "no segment is free, some could not be removed");
+    }
+    const auto table = std::make_shared<EntryTable>();
+    logs.ring.CreateTail();
+    const std::lock_guard lock(state.mutex);
+    state.index.ring.Open(logs.ring.GetTail(), table);
+}
+
+void Recycler::FreeFrontSegment() {
+    RecyclePlan plan = state.Ask(context, [this](TableSet& tables) {
+        if (state.settings.retention == TrackSettings::Retention::Stop) {
+            throw TrackError(context.track,
+                             "all its segments are in use and its retention is stop");
+        }
+        return RecyclePlan::FreeFrontSegment(state, tables);
+    });
+    if (plan.front.count == 0) {
+        throw TrackError(context.track,
+                         "all its segments hold protected chunks or wait to be "
+                         "removed");
+    }
+    Carry(plan);
+    const std::lock_guard lock(state.mutex);
+    ReserveLocked();
+    MoveFrontLocked(plan);
+}
+
+std::vector<std::uint64_t> Recycler::ListEmptied(LogKind kind) {
+    const LogWriter& writer = kind == LogKind::Ring ? logs.ring : logs.held;
+    std::vector<std::uint64_t> used{writer.GetTail()};
+    if (kind == LogKind::Held) {
+        for (const TrackLogs::Pending& pending : logs.pending) {
+            used.push_back(pending.segment);
+        }
+    }
+    {
+        const std::lock_guard lock(state.mutex);
+        const Log& log = kind == LogKind::Ring ? state.index.ring : state.index.held;
+        for (const Log::Run& run : log.GetRuns()) {
+            used.push_back(run.segment);
+        }
+    }
+    std::sort(used.begin(), used.end());
+    std::vector<std::uint64_t> emptied;
+    for (const std::uint64_t segment : writer.GetSegments()) {
+        if (!std::binary_search(used.begin(), used.end(), segment)) {
+            emptied.push_back(segment);
+        }
+    }
+    return emptied;
+}
+
+bool Recycler::RemoveEmptied() {
+    bool isDone = true;
+    for (const LogKind kind : {LogKind::Held, LogKind::Ring}) {
+        LogWriter& writer = kind == LogKind::Ring ? logs.ring : logs.held;
+        for (const std::uint64_t segment : ListEmptied(kind)) {
+            context.cache.Remove(EntryCache::Key{context.instance, kind, segment});
+            isDone = writer.Remove(segment) && isDone;
+        }
+    }
+    return isDone;
+}
+
+std::vector<Log::Run> Recycler::RunsWithPending() {
+    Log held = [this] {
+        const std::lock_guard lock(state.mutex);
+        return state.index.held;
+    }();
+    for (const TrackLogs::Pending& pending : logs.pending) {
+        held.Append(pending.segment, pending.index, pending.entry, pending.durationBefore);
+    }
+    return held.GetRuns();
+}
+
+void Recycler::WriteRecord(TrackRecord record, const std::vector<Log::Run>& heldRuns,
+                           std::vector<Engine::RecordChange> changes) {
+    record.heldNext = logs.held.GetNext();
+    record.heldTail = logs.held.GetTail();
+    record.heldTailCount = logs.held.GetTailCount();
+    record.heldRuns.clear();
+    for (const Log::Run& run : heldRuns) {
+        record.heldRuns.push_back({run.segment, run.begin, run.end});
+    }
+    changes.push_back({TrackRecord::Key(context.track), record.Encode(), std::nullopt});
+    if (!context.engine.WriteRecords(changes)) {
+        throw TrackError(context.track, "its record was changed by somebody else");
+    }
+    logs.record = std::move(record);
+    logs.pending.clear();
+}
+
+}  // namespace Brantel::Tracks

@@ -1,0 +1,131 @@
+#include "StorageCore.h"
+
+#include "FieldReader.h"
+#include "FieldWriter.h"
+#include "Track.h"
+#include "TrackRecord.h"
+
+#include <exception>
+#include <stdexcept>
+#include <string>
+#include <utility>
+#include <vector>
+
+namespace Brantel::Tracks {
+
+namespace {
+
+constexpr std::uint8_t storeVersion = 1;
+constexpr const char* storeKey = "store";
+constexpr const char* trackPrefix = "track/";
+constexpr const char* protectionPrefix = "protection/";
+
+std::int64_t IdOf(const std::string& key, const std::string& prefix) {
+    return std::stoll(key.substr(prefix.size()));
+}
+
+class Unheard : public Engine::IProgress {
+  public:
+    bool Report(std::uint64_t, std::uint64_t) override { return true; }
+};
+
+}  // namespace
+
+StorageCore::StorageCore(Engine::IEngine& engine, StorageOptions givenOptions)
+    : options(std::move(givenOptions)),
+      geometry(options),
+      engine(engine),
+      cache(options.entryCacheBytes),
+      workers(options.clock, options.workersLimit),
+      protectionIds(engine, "ids/protection"),
+      tracks(engine, cache, options, geometry, TakeEpoch(engine)),
+      commands(engine, tracks, options, geometry) {
+    LoadTracks();
+    commands.Start();
+}
+
+StorageCore::~StorageCore() {
+    Stop();
+}
+
+// The record "store": version (1 byte), epoch (8 bytes).
+Engine::Epoch StorageCore::TakeEpoch(Engine::IEngine& engine) {
+    const std::optional<Engine::Record> record = engine.ReadRecord(storeKey);
+    Engine::Epoch epoch = 0;
+    if (record) {
+        FieldReader fields(record->value);
+        if (const auto version = fields.Get<std::uint8_t>(); version != storeVersion) {
+            throw std::runtime_error("The store has version " + std::to_string(version) +
+                                     ", this server knows " + std::to_string(storeVersion));
+        }
+        epoch = fields.Get<Engine::Epoch>();
+    }
+    ++epoch;
+    std::string bytes;
+    FieldWriter fields(bytes);
+    fields.Put(storeVersion);
+    fields.Put(epoch);
+    const std::vector<Engine::RecordChange> changes{
+        {storeKey, bytes, record ? record->version : 0}};
+    if (!engine.WriteRecords(changes)) {
+        throw std::runtime_error("The store is being opened by another server");
+    }
+    return epoch;
+}
+
+void StorageCore::LoadTracks() {
+    std::map<std::int64_t, Stretches> stretches;  // by track
+    for (const Engine::Record& record : engine.ScanRecords(protectionPrefix)) {
+        std::int64_t track = 0;
+        const Protections::Stretch stretch = Protections::Decode(record.value, track);
+        stretches[track].emplace(IdOf(record.key, protectionPrefix), stretch);
+    }
+    for (const Engine::Record& record : engine.ScanRecords(trackPrefix)) {
+        const std::int64_t id = IdOf(record.key, trackPrefix);
+        LoadTrack(id, TrackRecord::Decode(record.value), stretches[id]);
+    }
+}
+
+void StorageCore::LoadTrack(std::int64_t id, const TrackRecord& record,
+                            const Stretches& protections) {
+    const std::shared_ptr<Track> track = tracks.Make(id, record.segmentSize);
+    if (record.phase == TrackRecord::Phase::Ready) {
+        SettleReservation(id, record);
+        track->Load(record, protections);
+    } else {
+        track->StartNew(record);
+    }
+    tracks.Insert(track);
+}
+
+// A growth that was cut off may have left more than the capacity needs.
+void StorageCore::SettleReservation(std::int64_t id, const TrackRecord& record) {
+    try {
+        Unheard progress;
+        engine.Reserve(geometry.Reserve(id, record.capacity, record.segmentSize), progress);
+    } catch (const std::exception& error) {
+        options.log("Track " + std::to_string(id) +
+                    ": its space could not be settled: " + error.what());
+    }
+}
+
+void StorageCore::Stop() {
+    isStopping = true;
+    commands.Stop();
+    for (const auto& track : tracks.List()) {
+        track->WakeWaiting();
+    }
+    try {
+        protectionIds.Settle();
+    } catch (const std::exception& error) {
+        options.log("some protection identifiers will be skipped: " + std::string(error.what()));
+    }
+}
+
+std::shared_ptr<Track> StorageCore::GetTrack(std::int64_t id) {
+    std::shared_ptr<Track> track = tracks.Get(id);
+    track->CheckUsable();
+    return track;
+}
+
+}  // namespace Brantel::Tracks

@@ -1,0 +1,34 @@
+#pragma once
+
+#include "ClientConnection.h"
+#include "Workers.h"
+
+#include <cstdint>
+#include <memory>
+
+namespace Brantel::Tracks {
+
+class StorageCore;
+class Track;
+
+// The hold that an open reader or writer has on its track, and its entry among the workers.
+class TrackUse {
+  public:
+    // Throws when the track does not exist, can't be used, or has a writer already.
+    TrackUse(StorageCore& core, const ClientConnection& connection, std::int64_t trackId,
+             bool isWriter);
+    ~TrackUse();
+    TrackUse(const TrackUse&) = delete;
+    TrackUse& operator=(const TrackUse&) = delete;
+
+    Track& GetTrack() { return *track; }
+    // Payload that was read or written.
+    void Count(std::uint64_t bytes) { worker->Count(bytes); }
+
+  private:
+    const bool isWriter;
+    const std::shared_ptr<Track> track;  // shared with the registry
+    std::unique_ptr<Workers::Worker> worker;
+};
+
+}  // namespace Brantel::Tracks

@@ -1,0 +1,21 @@
+#include "TrackWriter.h"
+
+#include "Track.h"
+
+namespace Brantel::Tracks {
+
+TrackWriter::TrackWriter(StorageCore& core, const ClientConnection& connection,
+                         std::int64_t trackId)
+    : use(core, connection, trackId, true) {}
+
+void TrackWriter::Append(const Protocol::Chunk& chunk) {
+    encoded.Encode(use.GetTrack().GetId(), chunk);
+    use.GetTrack().Append(encoded);
+    use.Count(encoded.GetPayloadBytes());
+}
+
+void TrackWriter::GetTrackId(long& result) {
+    result = use.GetTrack().GetId();
+}
+
+}  // namespace Brantel::Tracks

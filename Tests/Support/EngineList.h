@@ -1,0 +1,15 @@
+#pragma once
+
+#include "Support/EngineHarness.h"
+#include "Support/MemoryHarness.h"
+
+#include <vector>
+
+namespace Brantel::Engine {
+
+// The engines that every test of the tracks runs on.
+inline std::vector<EngineHarnessFactory> EveryEngine() {
+    return {MemoryHarnessFactory()};
+}
+
+}  // namespace Brantel::Engine
