@@ -10,7 +10,8 @@ With --changed only what differs from the branch main (or origin/main), with wha
 
 A source that was found clean is not checked again as long as what clang-tidy would read stays the same: the
 preprocessed text with its comments, the command, the settings and clang-tidy itself. The findings of a source that is
-not clean are never remembered. The memory is the folder lint/ of the first build folder.
+not clean are never remembered. The memory is a folder of the user's cache ($XDG_CACHE_HOME/brantel-lint), shared by
+all clones: where a clone lies does not count.
 """
 
 import argparse
@@ -118,7 +119,8 @@ class Checker:
         if text is not None:
             if self.changed is not None and not self.reads(text, unit):
                 return unit, "unchanged", "", 0
-            key = hashlib.sha256(self.settings + "\0".join(unit.arguments).encode() + text).hexdigest()
+            read = ("\0".join(unit.arguments).encode() + text).replace(os.fsencode(root), b"")
+            key = hashlib.sha256(self.settings + read).hexdigest()
             stamp = self.memory / key
             if stamp.exists():
                 stamp.touch()
@@ -191,7 +193,8 @@ def main():
 
     ours = set(treeFiles())
     todo = [unit for source, unit in units.items() if source in ours]
-    checker = Checker(arguments.folders[0] / "lint", changed)
+    cache = pathlib.Path(os.environ.get("XDG_CACHE_HOME") or pathlib.Path.home() / ".cache")
+    checker = Checker(cache / "brantel-lint", changed)
     seen = {}
     counts = {"clean": 0, "remembered": 0, "unchanged": 0, "findings": 0}
     with concurrent.futures.ThreadPoolExecutor(os.cpu_count()) as pool:
