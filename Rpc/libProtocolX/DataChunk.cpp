@@ -102,8 +102,8 @@ DataChunk::DataChunk(const DataChunk& other)
 
 // Without a test for self-assignment: a chunk that references a message is detached from it that
 // way.
-DataChunk& DataChunk::operator=(
-    const DataChunk& other) {  // NOLINT(bugprone-unhandled-self-assignment)
+// NOLINTNEXTLINE(bugprone-unhandled-self-assignment)
+DataChunk& DataChunk::operator=(const DataChunk& other) {
     ownChunk.CopyFrom(*other.activeChunk);
     activeChunk = &ownChunk;
     return *this;

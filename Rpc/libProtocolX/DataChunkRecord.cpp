@@ -38,8 +38,7 @@ unsigned char* PutNumber(unsigned char* to, std::uint64_t number) {
 unsigned char* PutBytes(unsigned char* to, const std::string& bytes) {
     to = PutNumber(to, bytes.size());
     RequireNotEmpty(bytes.size());
-    std::memcpy(to, bytes.data(), bytes.size());
-    return to + bytes.size();
+    return to + bytes.copy(reinterpret_cast<char*>(to), bytes.size());
 }
 
 template <typename List>

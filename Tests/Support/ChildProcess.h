@@ -52,6 +52,8 @@ class ChildProcess {
     }
 
     pid_t Id() const { return process; }
+    // The test's end of the pair; stays this object's.
+    int Channel() const { return channel; }
 
     // One byte to or from the other side; false when that has ended.
     static bool Say(int channel) { return send(channel, "!", 1, MSG_NOSIGNAL) == 1; }

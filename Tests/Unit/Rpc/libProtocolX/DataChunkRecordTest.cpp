@@ -69,7 +69,7 @@ class DataChunkRecordTest : public testing::Test {
 };
 
 TEST_F(DataChunkRecordTest, AnEmptyChunkIsTheHeaderTwoZeroTimePointsAndTwoZeroCounts) {
-    EXPECT_EQ(chunk.GetSizeOnFile(), 32 + 2 * TimePoint().GetSerializedSize());
+    EXPECT_EQ(chunk.GetSizeOnFile(), 32 + 2UL * TimePoint().GetSerializedSize());
     const std::string record = Record(chunk);
     EXPECT_EQ(
         record,

@@ -9,6 +9,7 @@
 #include <gtest/gtest.h>
 
 #include <stdexcept>
+#include <vector>
 
 namespace Brantel::ProtocolX {
 namespace {
@@ -90,7 +91,7 @@ struct Row {
     const char* nothing;       // what comes of a success without a part
 };
 
-const Row rows[] = {
+const std::vector<Row> rows = {
     {"CreateTrack",
      [](StorageClientX& c) {
          return Show(c.CreateTrack({-2, 1000, 77}));
@@ -139,19 +140,18 @@ const Row rows[] = {
      [](StorageClientX& c) {
          return c.SetTrackProperties(7, {{"b", "2"}, {"a", ""}}), std::string("done");
      },
-     "trackId: 7 properties { items { key: \"a\" value: \"\" } items { key: \"b\" value: \"2\" } }",
-     "", "done", "done", "done", "done"},
+     R"(trackId: 7 properties { items { key: "a" value: "" } items { key: "b" value: "2" } })", "",
+     "done", "done", "done", "done"},
     {"GetTrackProperties", [](StorageClientX& c) { return ShowAll(c.GetTrackProperties(7)); },
      "trackId: 7",
-     "properties { items { key: \"b\" value: \"2\" } items { key: \"a\" value: \"1\" } items { "
-     "key: "
-     "\"b\" value: \"3\" } }",
+     R"(properties { items { key: "b" value: "2" } items { key: "a" value: "1" } items { )"
+     R"(key: "b" value: "3" } })",
      "[a=1][b=3]", "", "", ""},
     {"RemoveTrackProperties",
      [](StorageClientX& c) {
          return c.RemoveTrackProperties(7, {{"a", "1"}}), std::string("done");
      },
-     "trackId: 7 properties { items { key: \"a\" value: \"\" } }", "", "done", "done", "done",
+     R"(trackId: 7 properties { items { key: "a" value: "" } })", "", "done", "done", "done",
      "done"},
     {"GetOngoingCommands", [](StorageClientX& c) { return ShowAll(c.GetOngoingCommands()); }, "",
      "commandIds { ids: 2 ids: 1 }", "[2][1]", "", "", ""},
@@ -165,7 +165,7 @@ const Row rows[] = {
      },
      "workerIds { ids: 2 ids: 1 }",
      "workerInfos { infos { type: WRITER workerId: 1 trackId: 2 connectionId: 3 throughput: 4 "
-     "clientIpV4Address: \"127.0.0.1\" } infos { } }",
+     "clientIpV4Address: '127.0.0.1' } infos { } }",
      "[2/1/3/4/2/127.0.0.1][0/0/0/0/0/]", "", "", ""},
     {"GetTrackInfos",
      [](StorageClientX& c) {
