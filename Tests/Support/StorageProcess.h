@@ -7,9 +7,11 @@
 #include <libProtocolX/rpc/Service.h>
 #include <libServices/ServiceListener.h>
 
+#include <signal.h>
 #include <sys/socket.h>
 
 #include <memory>
+#include <stdexcept>
 #include <string>
 
 namespace Brantel::Tests {

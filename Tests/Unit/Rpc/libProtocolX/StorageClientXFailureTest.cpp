@@ -1,0 +1,92 @@
+// What is left of clients and chunks when the system has nothing more to give.
+#include "Support/FacadeConnection.h"
+#include "Support/FailingSystem.h"
+
+#include <libProtocolX/DataChunk.h>
+#include <libProtocolX/StorageClientX.h>
+#include <libServices/IServiceConnection.h>
+
+#include <gmock/gmock.h>
+#include <gtest/gtest.h>
+
+#include <string>
+#include <utility>
+#include <vector>
+
+namespace Brantel::ProtocolX {
+namespace {
+
+using testing::ElementsAre;
+using testing::StartsWith;
+using Tests::FailsAfter;
+
+TEST(StorageClientXFailureTest, AMutexThatCantBeMadeGivesFalseAndEndsTheNewConnection) {
+    Tests::FacadePeer peer;
+    StorageClientX client;
+    {
+        const Tests::FailingMutexes failing;
+        EXPECT_FALSE(client.ConnectToSlave(peer.Connect()));
+    }
+    EXPECT_FALSE(client.Connected());
+    EXPECT_THAT(peer.journal, ElementsAre("~"));
+}
+
+TEST(StorageClientXFailureTest, WithoutMemoryForTheClientItIsNotConnectedAndCanConnectLater) {
+    Tests::FacadePeer peer;
+    StorageClientX client;
+    auto connection = peer.Connect();
+    EXPECT_TRUE(FailsAfter(0, [&] { client.ConnectToSlave(std::move(connection)); }));
+    EXPECT_FALSE(client.Connected());
+    EXPECT_EQ(client.GetTrackSize(1), -1);
+    EXPECT_TRUE(client.ConnectToSlave(peer.Connect()));
+    EXPECT_THAT(peer.journal, ElementsAre("~"));
+}
+
+TEST(StorageClientXFailureTest, AReaderIsRegisteredOnlyWhenNothingFailed) {
+    Tests::FacadePeer peer;
+    StorageClientX client;
+    client.ConnectToSlave(peer.Connect());
+    int failures = 0;
+    while (FailsAfter(failures, [&] { client.GetTrackReader(7, 1); })) {
+        EXPECT_FALSE(client.IsReader(7, 1)) << failures;
+        ++failures;
+    }
+    EXPECT_GT(failures, 3);
+    EXPECT_TRUE(client.IsReader(7, 1));
+    // The last thing that can fail is the entry itself, when the remote reader exists already.
+    const std::string last = peer.journal.at(peer.journal.size() - 2);
+    EXPECT_THAT(last, StartsWith("TrackReader_Destructor"));
+}
+
+TEST(StorageClientXFailureTest, AWriterIsRegisteredOnlyWhenNothingFailed) {
+    Tests::FacadePeer peer;
+    StorageClientX client;
+    client.ConnectToSlave(peer.Connect());
+    int failures = 0;
+    while (FailsAfter(failures, [&] { client.GetTrackWriter(7); })) {
+        ++failures;
+    }
+    EXPECT_GT(failures, 3);
+    const std::string last = peer.journal.at(peer.journal.size() - 2);
+    EXPECT_THAT(last, StartsWith("TrackWriter_Destructor"));
+}
+
+TEST(StorageClientXFailureTest, AFailedCheckedReadWithoutMemoryLeavesTheChunk) {
+    DataChunk source;
+    source.SetData("image", std::string(1000, 'x'));
+    source.SetProperty("codec", "a long enough name of a codec");
+    std::vector<unsigned char> record(source.GetSizeOnFile());
+    source.Write(record.data());
+    DataChunk chunk;
+    chunk.SetProperty("old", "value");
+    int failures = 0;
+    while (FailsAfter(failures, [&] { chunk.TryReadFrom(record.data(), record.size()); })) {
+        EXPECT_EQ(chunk.GetProperty("old"), "value");
+        ++failures;
+    }
+    EXPECT_GT(failures, 3);
+    EXPECT_TRUE(chunk.IsEqual(source));
+}
+
+}  // namespace
+}  // namespace Brantel::ProtocolX
