@@ -87,7 +87,7 @@ class ConnectionFixture : public ::testing::Test {
 
     Tests::SocketPair ends;
     Tests::RawPeer& peer = ends.far;
-    SpinGovernor governor{std::chrono::nanoseconds(0)};
+    SpinGovernor governor{std::chrono::nanoseconds(0), 2};
     const int descriptor = ends.near.Take();
     FileDescriptorServiceConnection connection{descriptor, limit, governor};
     BytesValue received;
