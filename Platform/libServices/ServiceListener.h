@@ -60,7 +60,7 @@ struct ServiceListenerOptions {
 struct ServiceListenerCounters {
     std::uint64_t accepted = 0;         // given to a thread
     std::uint64_t active = 0;           // now being served
-    std::uint64_t refused = 0;          // closed at once, beside the accepted
+    std::uint64_t refused = 0;          // closed unserved
     std::uint64_t lostConnections = 0;  // Handle ended with SocketDisconnected
     std::uint64_t failedHandlers = 0;   // the factory or Handle threw anything else
 };
@@ -68,7 +68,8 @@ struct ServiceListenerCounters {
 // Accepts connections on any number of TCP and Unix-domain addresses and serves each on a thread of
 // its own: makes a handler for it, runs Handle, destroys the handler, then the connection, however
 // Handle ends. No exception of a handler ends the process. No signal handler of the program runs on
-// the listener's threads.
+// the listener's threads. A TCP client that vanishes, or takes nothing of its answer for about
+// 30 s, is a lost connection.
 //
 // The program calls ListenTcp and ListenUnix, then Start, then Stop or the destructor; all of them
 // may be called by any thread. Connections that arrive between Listen... and Start wait.

@@ -10,6 +10,9 @@ namespace Brantel::Services {
 // A connection over TCP, made by its constructor. `Base` sends and receives on the connected
 // socket: it is constructible from the descriptor (and further arguments), which it owns from the
 // first moment of its construction.
+//
+// A peer that is silent to keep-alive, acknowledges nothing or takes nothing of what is sent for
+// about 30 s (vanished, but also stopped with its buffers full) is given up as lost.
 template <typename Base>
 class TcpSocketConnection : public Base {
   public:
