@@ -24,7 +24,7 @@ class ScriptedConnection : public Brantel::Services::IServiceConnection {
 
     bool Send(const Message& message) override {
         sent.push_back(message.SerializePartialAsString());
-        return Next(sends, true, [](auto& step) { return step(); });
+        return Next(sends, true, [&](auto& step) { return step(message); });
     }
 
     bool Receive(Message& message) override {
@@ -50,15 +50,15 @@ class ScriptedConnection : public Brantel::Services::IServiceConnection {
     // The next Send succeeds, is what the function does, and so on; its message is kept in any
     // case.
     void WillSend() {
-        sends.emplace_back([] { return true; });
+        sends.emplace_back([](const Message&) { return true; });
     }
-    void OnSend(std::function<bool()> step) { sends.push_back(std::move(step)); }
+    void OnSend(std::function<bool(const Message&)> step) { sends.push_back(std::move(step)); }
     void WillFailToSend() {
-        sends.emplace_back([] { return false; });
+        sends.emplace_back([](const Message&) { return false; });
     }
     template <class Exception>
     void WillThrowOnSend(Exception exception) {
-        sends.emplace_back([exception]() -> bool { throw exception; });
+        sends.emplace_back([exception](const Message&) -> bool { throw exception; });
     }
 
     // What was given to Send, and how often Receive was called.
@@ -76,7 +76,7 @@ class ScriptedConnection : public Brantel::Services::IServiceConnection {
         return run(step);
     }
 
-    std::deque<std::function<bool()>> sends;
+    std::deque<std::function<bool(const Message&)>> sends;
     std::deque<std::function<bool(Message&)>> receives;
 };
 

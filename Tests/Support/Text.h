@@ -8,12 +8,15 @@
 
 namespace Brantel::Tests {
 
-// A message written as protocol-buffer text, such as `ids: 1 ids: 2`.
+// A message written as protocol-buffer text, such as `ids: 1 ids: 2`. Required fields may be
+// missing.
 template <class Message>
 Message FromText(const std::string& text) {
     Message message;
-    if (!google::protobuf::TextFormat::ParseFromString(text, &message)) {
-        throw std::logic_error("Bad text of a message: " + text);
+    google::protobuf::TextFormat::Parser parser;
+    parser.AllowPartialMessage(true);
+    if (!parser.ParseFromString(text, &message)) {
+        throw std::logic_error("Bad text of a message: " + text.substr(0, 200));
     }
     return message;
 }

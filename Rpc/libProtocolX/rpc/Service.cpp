@@ -2,6 +2,8 @@
 
 #include "rpc/ITrackReader.h"
 #include "rpc/ITrackWriter.h"
+#include "rpc/PartMemory.h"
+#include "rpc/ReusedMemory.h"
 #include "rpc/ServiceCalls.h"
 
 #include <libServices/IServiceConnection.h>
@@ -9,6 +11,7 @@
 
 #include <cstddef>
 #include <exception>
+#include <new>
 #include <stdexcept>
 #include <string>
 #include <type_traits>
@@ -16,26 +19,6 @@
 
 namespace BrantelStorageApi {
 namespace {
-
-// What Handle keeps of a message between two requests, in bytes.
-constexpr std::size_t keptMemory = 64 * 1024;
-
-// The most memory that one byte on the wire can leave behind in a cleared message: an empty item
-// of a list takes 2 bytes there, and here its slot, its object and its strings.
-constexpr std::size_t memoryPerWireByte = 48;
-
-// Clears a message that is used again for the next request, and gives its memory back before more
-// than keptMemory can have gathered in it. `bound`: the most that it can hold by now; summed up
-// from sizes on the wire because asking the message itself costs more than a small call.
-template <class Message>
-void Recycle(Message& message, std::size_t& bound) {
-    bound += memoryPerWireByte * message.ByteSizeLong();
-    message.Clear();
-    if (bound > keptMemory) {
-        Message().Swap(&message);
-        bound = sizeof(Message);
-    }
-}
 
 // Takes no exception: when there is no memory left for the text, the failure goes without.
 void SetFailure(Response& response, const char* text) {
@@ -101,14 +84,15 @@ Service::~Service() {
 void Service::Handle(Brantel::Services::IServiceConnection& connection) {
     Request request;
     Response response;
-    std::size_t requestBound = sizeof(request);
-    std::size_t responseBound = sizeof(response);
+    ReusedMemory<Request> requestMemory;
+    ReusedMemory<Response> responseMemory;
     try {
         while (connection.Receive(request) && request.operation() != CLOSE_CONNECTION) {
             ServeRequest(request, response);
             Answer(connection, response);
-            Recycle(request, requestBound);
-            Recycle(response, responseBound);
+            const Operation operation = request.operation();
+            requestMemory.Clear(request, operation, MemoryOf(request));
+            responseMemory.Clear(response, operation, MemoryOf(response, operation));
         }
     } catch (const std::runtime_error&) {
         // Most often a client that has gone: there is no one left to tell.
@@ -119,6 +103,11 @@ void Service::ServeRequest(const Request& request, Response& response) {
     try {
         FindCall(request.operation())(*this, request, response);
         response.set_is_success(true);
+    } catch (const std::bad_alloc& failure) {
+        // A message that got no memory for a part says that it has the part: it can't be sent, nor
+        // cleared, only dropped.
+        Response().Swap(&response);
+        SetFailure(response, failure.what());
     } catch (const std::exception& failure) {
         SetFailure(response, failure.what());
     }

@@ -1,0 +1,309 @@
+#include "Unit/Rpc/libProtocolX/rpc/ServiceFixture.h"
+
+#include <libServices/FileDescriptorServiceConnection.h>
+#include <libServices/MessageNotSendable.h>
+#include <libServices/SocketDisconnected.h>
+
+#include <gmock/gmock.h>
+#include <gtest/gtest.h>
+
+#include <functional>
+#include <stdexcept>
+#include <string>
+#include <vector>
+
+namespace BrantelStorageApi {
+namespace {
+
+using Brantel::Services::MessageNotSendable;
+using Brantel::Tests::FromText;
+using Brantel::Tests::ScriptedConnection;
+using Brantel::Tests::ToText;
+using testing::ElementsAre;
+using testing::IsEmpty;
+
+class ServiceHandleTest : public ServiceFixture {
+  protected:
+    void WillReceive(const std::string& request) {
+        connection.WillReceive(FromText<Request>(request));
+    }
+
+    // The responses that were sent, as text.
+    std::vector<std::string> Sent() const {
+        std::vector<std::string> texts;
+        for (const std::string& bytes : connection.sent) {
+            Response response;
+            response.ParsePartialFromString(bytes);
+            texts.push_back(ToText(response));
+        }
+        return texts;
+    }
+
+    static constexpr const char* clear =
+        "operation: OPERATION_TrackStorage_ClearTrack TrackStorage_ClearTrack { trackId: 3 }";
+    static constexpr const char* cleared = "is_success: true TrackStorage_ClearTrack { }";
+    static constexpr const char* size = "operation: OPERATION_TrackStorage_GetTrackSize";
+    static constexpr const char* close = "operation: CLOSE_CONNECTION";
+
+    ScriptedConnection connection;
+};
+
+TEST_F(ServiceHandleTest, ACloseConnectionRequestEndsHandleWithoutAnyReply) {
+    WillReceive(close);
+    WillReceive(clear);
+    service->Handle(connection);
+    EXPECT_EQ(connection.received, 1U);
+    EXPECT_THAT(Sent(), IsEmpty());
+    EXPECT_THAT(journal.calls, IsEmpty());
+}
+
+TEST_F(ServiceHandleTest, AReplyIsSentForEveryOtherRequest) {
+    for (const OperationRow& row : OperationTable()) {
+        connection.WillReceive(RequestOf(row));
+    }
+    WillReceive(close);
+    service->Handle(connection);
+    EXPECT_EQ(connection.sent.size(), OperationTable().size());
+}
+
+TEST_F(ServiceHandleTest, AReplyIsSentForAnUnknownOperationValue) {
+    class RefusingService : public Service {
+      public:
+        RefusingService() : Service(nullptr, nullptr, nullptr) {}
+        // As for a request with a number that no connection of ours lets through.
+        void ServeRequest(const Request& /*request*/, Response& response) override {
+            Service::ServeRequest(Request(), response);
+        }
+    } refusing;
+    WillReceive(clear);
+    refusing.Handle(connection);
+    EXPECT_THAT(Sent(), ElementsAre(Failure("Unknown service operation")));
+}
+
+TEST_F(ServiceHandleTest, RequestsAreServedOneAfterTheOther) {
+    WillReceive(clear);
+    connection.OnReceive([this](google::protobuf::Message& message) {
+        EXPECT_EQ(connection.sent.size(), 1U) << "answered before the next is received";
+        return message.ParseFromString(FromText<Request>(size).SerializeAsString());
+    });
+    WillReceive(close);
+    service->Handle(connection);
+    EXPECT_THAT(
+        Sent(),
+        ElementsAre(cleared, "is_success: true TrackStorage_GetTrackSize { trackSize: 52 }"));
+}
+
+TEST_F(ServiceHandleTest, AReceiveThatAnswersFalseEndsHandleQuietly) {
+    WillReceive(clear);
+    connection.WillFailToReceive();
+    WillReceive(clear);
+    service->Handle(connection);
+    EXPECT_THAT(Sent(), ElementsAre(cleared));
+}
+
+TEST_F(ServiceHandleTest, AReceiveThatAnswersFalseWithAHalfReadRequestServesNothing) {
+    connection.OnReceive([](google::protobuf::Message& message) {
+        message.ParseFromString(FromText<Request>(clear).SerializeAsString());
+        return false;
+    });
+    service->Handle(connection);
+    EXPECT_THAT(journal.calls, IsEmpty());
+}
+
+TEST_F(ServiceHandleTest, ARuntimeErrorOfTheReceiveEndsHandleQuietly) {
+    connection.WillThrowOnReceive(SocketDisconnected("gone"));
+    WillReceive(clear);
+    EXPECT_NO_THROW(service->Handle(connection));
+    EXPECT_THAT(Sent(), IsEmpty());
+}
+
+TEST_F(ServiceHandleTest, ARuntimeErrorOfTheSendEndsHandleQuietly) {
+    WillReceive(clear);
+    WillReceive(clear);
+    connection.WillThrowOnSend(std::runtime_error("broken"));
+    EXPECT_NO_THROW(service->Handle(connection));
+    EXPECT_EQ(connection.sent.size(), 1U);
+    EXPECT_EQ(connection.received, 1U);
+}
+
+TEST_F(ServiceHandleTest, ASendThatAnswersFalseIsFollowedByTheNextReceive) {
+    WillReceive(clear);
+    connection.WillFailToSend();
+    WillReceive(size);
+    service->Handle(connection);
+    EXPECT_EQ(connection.sent.size(), 2U);
+}
+
+TEST_F(ServiceHandleTest, AnExceptionOfAnotherTypeLeavesHandle) {
+    connection.WillThrowOnReceive(std::logic_error("bug"));
+    EXPECT_THROW(service->Handle(connection), std::logic_error);
+    connection.WillReceive(FromText<Request>(clear));
+    connection.WillThrowOnSend(std::logic_error("bug"));
+    EXPECT_THROW(service->Handle(connection), std::logic_error);
+    connection.WillReceive(FromText<Request>(clear));
+    journal.failure = [] { throw 42; };
+    EXPECT_THROW(service->Handle(connection), int);
+}
+
+// What a derived service does with a request.
+class WrappingService : public OpenService {
+  public:
+    using OpenService::OpenService;
+    void ServeRequest(const Request& request, Response& response) override {
+        before(request, response);
+        OpenService::ServeRequest(request, response);
+        after(response);
+    }
+    std::function<void(const Request&, const Response&)> before = [](auto&, auto&) {};
+    std::function<void(Response&)> after = [](auto&) {};
+};
+
+class WrappedServiceTest : public ServiceHandleTest {
+  protected:
+    WrappingService wrapping{std::make_unique<RecordingStorage>(journal),
+                             std::make_unique<RecordingReaderFactory>(journal),
+                             std::make_unique<RecordingWriterFactory>(journal)};
+};
+
+TEST_F(WrappedServiceTest, HandleCallsTheServeRequestOfADerivedService) {
+    int requests = 0;
+    wrapping.before = [&](const Request&, const Response&) { ++requests; };
+    WillReceive(clear);
+    WillReceive(size);
+    wrapping.Handle(connection);
+    EXPECT_EQ(requests, 2);
+}
+
+TEST_F(WrappedServiceTest, ARuntimeErrorOfServeRequestEndsHandleQuietly) {
+    wrapping.before = [](auto&, auto&) { throw std::runtime_error("enough"); };
+    WillReceive(clear);
+    WillReceive(clear);
+    EXPECT_NO_THROW(wrapping.Handle(connection));
+    EXPECT_EQ(connection.received, 1U);
+    EXPECT_THAT(Sent(), IsEmpty());
+}
+
+TEST_F(WrappedServiceTest, NothingOfOneRequestIsCarriedIntoTheNext) {
+    std::vector<std::string> requests;
+    wrapping.before = [&](const Request& request, const Response& response) {
+        requests.push_back(ToText(request));
+        EXPECT_EQ(ToText(response), "");
+    };
+    connection.WillReceive(FromText<Request>(clear));
+    // A connection that only adds to the message that it is given.
+    connection.OnReceive([](google::protobuf::Message& message) {
+        return message.MergeFromString(FromText<Request>(size).SerializeAsString());
+    });
+    wrapping.Handle(connection);
+    EXPECT_THAT(requests, ElementsAre(clear, size));
+}
+
+TEST_F(WrappedServiceTest, TheSameTwoMessagesServeTheWholeConnection) {
+    std::vector<const void*> seen;
+    wrapping.before = [&](const Request& request, const Response& response) {
+        seen.push_back(&request);
+        seen.push_back(&response);
+    };
+    WillReceive(clear);
+    WillReceive(size);
+    wrapping.Handle(connection);
+    ASSERT_EQ(seen.size(), 4U);
+    EXPECT_EQ(seen[0], seen[2]);
+    EXPECT_EQ(seen[1], seen[3]);
+}
+
+TEST_F(ServiceHandleTest, AfterHandleReturnsItsObjectsAreStillReachedThroughAnotherHandle) {
+    WillReceive("operation: OPERATION_TrackReader_Constructor");
+    WillReceive(close);
+    service->Handle(connection);
+    ScriptedConnection other;
+    other.WillReceive(
+        FromText<Request>("operation: OPERATION_TrackReader_GetTrackId "
+                          "TrackReader_GetTrackId { object_handle: 1 }"));
+    service->Handle(other);
+    ASSERT_EQ(other.sent.size(), 1U);
+    EXPECT_EQ(ToText(FromText<Response>("is_success: true TrackReader_GetTrackId { result: 55 }")),
+              [&] {
+                  Response response;
+                  response.ParseFromString(other.sent[0]);
+                  return ToText(response);
+              }());
+}
+
+TEST_F(ServiceHandleTest, AnAnswerThatIsNotSendableIsReplacedByABareFailureWithTheReason) {
+    WillReceive(size);
+    connection.WillThrowOnSend(
+        MessageNotSendable("Message of 300000000 bytes is over the limit of 268435456 bytes"));
+    WillReceive(clear);
+    service->Handle(connection);
+    EXPECT_THAT(Sent(),
+                ElementsAre("is_success: true TrackStorage_GetTrackSize { trackSize: 52 }",
+                            Failure("Message of 300000000 bytes is over the limit of 268435456 "
+                                    "bytes"),
+                            cleared));
+}
+
+TEST_F(ServiceHandleTest, AFailureThatIsNotSendableKeepsItsOwnText) {
+    journal.failure = [] { throw std::runtime_error("no such track: 3"); };
+    WillReceive(clear);
+    connection.WillThrowOnSend(MessageNotSendable("too long"));
+    service->Handle(connection);
+    ASSERT_EQ(connection.sent.size(), 2U);
+    EXPECT_EQ(Sent()[1], Failure("no such track: 3"));
+}
+
+TEST_F(ServiceHandleTest, WhenTheBareFailureIsNotSendableEitherHandleEndsQuietly) {
+    WillReceive(clear);
+    connection.WillThrowOnSend(MessageNotSendable("too long"));
+    connection.WillThrowOnSend(MessageNotSendable("still too long"));
+    WillReceive(clear);
+    EXPECT_NO_THROW(service->Handle(connection));
+    EXPECT_EQ(connection.sent.size(), 2U);
+    EXPECT_EQ(connection.received, 1U);
+}
+
+TEST_F(WrappedServiceTest, ASuccessThatLacksRequiredFieldsIsReplacedByAFailureThatNamesThem) {
+    wrapping.after = [](Response& response) {
+        response.mutable_trackstorage_gettrackproperties()->mutable_properties()->add_items();
+    };
+    WillReceive("operation: OPERATION_TrackStorage_GetTrackProperties");
+    wrapping.Handle(connection);
+    EXPECT_THAT(Sent(),
+                ElementsAre(Failure("The response lacks required fields: "
+                                    "TrackStorage_GetTrackProperties.properties.items[1].key, "
+                                    "TrackStorage_GetTrackProperties.properties.items[1].value")));
+}
+
+TEST_F(WrappedServiceTest, OnlyTheFirstOfManyMissingFieldsAreNamed) {
+    wrapping.after = [](Response& response) {
+        for (int i = 0; i < 1000; ++i) {
+            response.mutable_trackstorage_gettrackproperties()->mutable_properties()->add_items();
+        }
+    };
+    WillReceive("operation: OPERATION_TrackStorage_GetTrackProperties");
+    wrapping.Handle(connection);
+    Response response;
+    ASSERT_TRUE(response.ParseFromString(connection.sent.at(0)));
+    EXPECT_LT(response.exception().size(), 1100U);
+    EXPECT_EQ(response.exception().substr(response.exception().size() - 4), " ...");
+}
+
+TEST_F(WrappedServiceTest, AFailureThatLacksRequiredFieldsKeepsItsText) {
+    journal.failure = [] { throw std::runtime_error("half-way"); };
+    wrapping.after = [](Response& response) {
+        response.mutable_trackstorage_gettrackproperties()->mutable_properties()->add_items();
+    };
+    WillReceive("operation: OPERATION_TrackStorage_GetTrackProperties");
+    wrapping.Handle(connection);
+    EXPECT_THAT(Sent(), ElementsAre(Failure("half-way")));
+}
+
+TEST_F(WrappedServiceTest, AResponseWithoutIsSuccessIsReplacedByAFailureThatNamesIt) {
+    wrapping.after = [](Response& response) { response.clear_is_success(); };
+    WillReceive(clear);
+    wrapping.Handle(connection);
+    EXPECT_THAT(Sent(), ElementsAre(Failure("The response lacks required fields: is_success")));
+}
+
+}  // namespace
+}  // namespace BrantelStorageApi
