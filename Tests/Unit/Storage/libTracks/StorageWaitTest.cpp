@@ -1,0 +1,90 @@
+#include "Support/FaultyEngine.h"
+#include "Support/MemoryHarness.h"
+#include "Support/Waiting.h"
+#include "Unit/Storage/libTracks/StorageTest.h"
+
+#include <gtest/gtest.h>
+
+#include <atomic>
+#include <chrono>
+#include <string>
+#include <thread>
+
+namespace Brantel::Tracks {
+
+namespace {
+
+bool Wait(BrantelStorageApi::ITrackReader& reader, std::int64_t timePoint, int timeout) {
+    bool result = false;
+    reader.Wait(At(timePoint), timeout, result);
+    return result;
+}
+
+}  // namespace
+
+TEST_P(StorageTest, WaitIsTrueAtOnceWhenALaterChunkExists) {
+    Create(7);
+    Fill(7, {10});
+    const Reader reader = OpenReader(7);
+    EXPECT_TRUE(Wait(*reader, 9, 0));
+    EXPECT_TRUE(Wait(*reader, -1, -1));
+    EXPECT_FALSE(Wait(*reader, 10, 0));
+}
+
+TEST_P(StorageTest, WaitIsFalseAfterItsTimeout) {
+    Create(7);
+    const Reader reader = OpenReader(7);
+    const auto begin = std::chrono::steady_clock::now();
+    EXPECT_FALSE(Wait(*reader, -1, 30));
+    EXPECT_GE(std::chrono::steady_clock::now() - begin, std::chrono::milliseconds(30));
+}
+
+TEST_P(StorageTest, WaitIsWokenByTheAppend) {
+    Create(7);
+    const Reader reader = OpenReader(7);
+    const Writer writer = OpenWriter(7);
+    for (std::int64_t time = 0; time < 20; ++time) {
+        std::thread appender([&] { writer->Append(MakeChunk(time, 1)); });
+        EXPECT_TRUE(Wait(*reader, time - 1, -1));
+        appender.join();
+    }
+}
+
+TEST_P(StorageTest, WaitEndsWithAnErrorWhenItsClientHasGone) {
+    Create(7);
+    std::atomic<bool> isGone = false;
+    ClientConnection connection;
+    connection.isGone = [&] { return isGone.load(); };
+    const Reader reader = OpenReader(7, connection);
+    std::string error;
+    std::thread waiter([&] { error = ErrorOf([&] { Wait(*reader, 0, -1); }); });
+    isGone = true;
+    waiter.join();
+    EXPECT_EQ(error, "Track 7: the wait was ended, the client has gone");
+}
+
+TEST_P(StorageTest, WaitEndsWithAnErrorWhenTheServerStops) {
+    Create(7);
+    std::atomic<bool> waits = false;
+    ClientConnection connection;
+    connection.isGone = [&] { return waits = true, false; };
+    const Reader reader = OpenReader(7, connection);
+    std::string error;
+    std::thread waiter([&] { error = ErrorOf([&] { Wait(*reader, 0, -1); }); });
+    EXPECT_TRUE(Tests::Eventually([&] { return waits.load(); }));
+    const auto begin = std::chrono::steady_clock::now();
+    tracks->Stop();
+    waiter.join();
+    EXPECT_LT(std::chrono::steady_clock::now() - begin, std::chrono::seconds(1));
+    EXPECT_EQ(error, "Track 7: the wait was ended, the server stops");
+}
+
+TEST_P(StorageTest, AfterTheStopEverythingButWaitsAndCommandsGoesOn) {
+    Create(7);
+    tracks->Stop();
+    Fill(7, {1});
+    EXPECT_EQ(TimesOf(7).size(), 1U);
+    EXPECT_EQ(ErrorOf([&] { Create(8); }), "Track 8: the server stops");
+}
+
+}  // namespace Brantel::Tracks
