@@ -11,7 +11,12 @@ add_link_options($<$<STREQUAL:$<TARGET_PROPERTY:TYPE>,SHARED_LIBRARY>:-Wl,-Bsymb
 
 find_program(BRANTEL_CCACHE ccache)
 if(BRANTEL_CCACHE)
-  set(CMAKE_CXX_COMPILER_LAUNCHER "${BRANTEL_CCACHE}")
+  # What one clone has compiled serves every other: no path of the clone goes into what is compared or made.
+  set(CMAKE_CXX_COMPILER_LAUNCHER
+    "${CMAKE_COMMAND}" -E env "CCACHE_BASEDIR=${CMAKE_SOURCE_DIR}" CCACHE_NOHASHDIR=1 "${BRANTEL_CCACHE}")
+endif()
+if(NOT BRANTEL_COVERAGE)
+  add_compile_options("-ffile-prefix-map=${CMAKE_SOURCE_DIR}=.")
 endif()
 
 add_library(BrantelWarnings INTERFACE)
@@ -25,7 +30,7 @@ target_compile_options(BrantelWarnings INTERFACE
   $<$<BOOL:${BRANTEL_WERROR}>:-Werror>)
 
 if(BRANTEL_SANITIZE)
-  add_compile_options(-fsanitize=${BRANTEL_SANITIZE} -fno-sanitize-recover=all -fno-omit-frame-pointer -O1 -g)
+  add_compile_options(-fsanitize=${BRANTEL_SANITIZE} -fno-sanitize-recover=all -fno-omit-frame-pointer -O1 -g1)
   add_link_options(-fsanitize=${BRANTEL_SANITIZE})
   if(BRANTEL_SANITIZE MATCHES "undefined")
     # UBSan looks at an object's type through a pipe. A program that has used up its descriptors, as some tests do, leaves
