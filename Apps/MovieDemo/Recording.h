@@ -1,0 +1,39 @@
+#pragma once
+
+#include "Movie.h"
+#include "Rate.h"
+
+#include <libProtocolX/StorageClientX.h>
+
+namespace Brantel::MovieDemo {
+
+// Puts a movie on a new track of a storage.
+class Recording {
+  public:
+    // Both are borrowed; the client is connected.
+    Recording(ProtocolX::StorageClientX& client, const Movie& movie)
+        : client(client), movie(movie) {}
+
+    // Creates the track, describes it by properties and appends every frame. The writer stays open
+    // as long as the client has it. Throws std::runtime_error when the storage does not do its
+    // part.
+    void Record();
+
+    // The following hold after Record.
+    long TrackId() const { return track.id; }
+    // The reserved bytes that the storage answered.
+    long Capacity() const { return track.size; }
+    const ProtocolX::StorageClientX::Properties& Properties() const { return properties; }
+    const Rate& Appending() const { return appending; }
+
+  private:
+    void CreateTrack();
+
+    ProtocolX::StorageClientX& client;
+    const Movie& movie;
+    ProtocolX::StorageClientX::TrackParameters track;
+    ProtocolX::StorageClientX::Properties properties;
+    Rate appending;
+};
+
+}  // namespace Brantel::MovieDemo

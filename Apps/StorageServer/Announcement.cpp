@@ -1,0 +1,56 @@
+#include "Announcement.h"
+
+#include <fcntl.h>
+#include <unistd.h>
+
+#include <cerrno>
+#include <cstdio>
+#include <string_view>
+#include <system_error>
+
+namespace Brantel::Server {
+
+namespace {
+
+[[noreturn]] void Fail(int descriptor) {
+    throw std::system_error(
+        errno, std::generic_category(),
+        "Could not write to descriptor " + std::to_string(descriptor) + " (--ready-fd)");
+}
+
+void WriteAll(int descriptor, std::string_view text) {
+    while (!text.empty()) {
+        const ssize_t size = write(descriptor, text.data(), text.size());
+        if (size >= 0) {
+            text.remove_prefix(static_cast<std::size_t>(size));
+        } else if (errno == EPIPE) {
+            return;
+        } else if (errno != EINTR) {
+            Fail(descriptor);
+        }
+    }
+}
+
+}  // namespace
+
+Announcement::Announcement(int readyDescriptor) : readyDescriptor(readyDescriptor) {
+    if (readyDescriptor >= 0 && fcntl(readyDescriptor, F_SETFD, FD_CLOEXEC) != 0) {
+        Fail(readyDescriptor);
+    }
+}
+
+void Announcement::Announce(const std::vector<std::string>& addresses) {
+    std::string lines;
+    for (const std::string& address : addresses) {
+        std::printf("Listening on %s\n", address.c_str());
+        lines += address + "\n";
+    }
+    std::fflush(stdout);
+    if (readyDescriptor >= 0) {
+        WriteAll(readyDescriptor, lines);
+        close(readyDescriptor);
+        readyDescriptor = -1;
+    }
+}
+
+}  // namespace Brantel::Server

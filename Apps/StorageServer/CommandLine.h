@@ -1,0 +1,28 @@
+#pragma once
+
+#include "ServerOptions.h"
+
+#include <optional>
+#include <string>
+#include <vector>
+
+namespace Brantel::Server {
+
+// What the command line of the server says: options to run with, or a text to end with.
+struct CommandLine {
+    // Begins with the options; the program's name is not among the arguments. `engines` are the
+    // names that --engine takes, at least one. Never throws for what the arguments hold.
+    static CommandLine Parse(const std::vector<std::string>& arguments,
+                             const std::vector<std::string>& engines);
+
+    // Not set: print `text`, to the standard output when the exit code is 0 and to the standard
+    // error otherwise, and end.
+    std::optional<ServerOptions> options;
+    std::string text;
+    int exitCode = 0;
+
+    // Of a program whose arguments are wrong.
+    static constexpr int misused = 2;
+};
+
+}  // namespace Brantel::Server

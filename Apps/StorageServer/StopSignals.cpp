@@ -1,0 +1,33 @@
+#include "StopSignals.h"
+
+#include <cerrno>
+#include <system_error>
+
+namespace Brantel::Server {
+
+StopSignals::StopSignals() {
+    sigemptyset(&signals);
+    for (const int signal : {SIGINT, SIGTERM, SIGHUP}) {
+        sigaddset(&signals, signal);
+    }
+    sigset_t blocked = signals;
+    // A reader of the standard output that went away is no reason to end.
+    sigaddset(&blocked, SIGPIPE);
+    const int error = pthread_sigmask(SIG_BLOCK, &blocked, nullptr);
+    if (error != 0) {
+        throw std::system_error(error, std::generic_category(), "Could not block signals");
+    }
+}
+
+int StopSignals::Wait() const {
+    int signal = 0;
+    do {
+        signal = sigwaitinfo(&signals, nullptr);
+    } while (signal < 0 && errno == EINTR);
+    if (signal < 0) {
+        throw std::system_error(errno, std::generic_category(), "Could not wait for signals");
+    }
+    return signal;
+}
+
+}  // namespace Brantel::Server

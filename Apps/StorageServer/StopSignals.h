@@ -1,0 +1,22 @@
+#pragma once
+
+#include <signal.h>
+
+namespace Brantel::Server {
+
+// The signals that ask the server to end: SIGINT, SIGTERM, SIGHUP. Made at the beginning of main,
+// before any thread is started, it blocks them, and SIGPIPE, for this thread and all that follow.
+class StopSignals {
+  public:
+    // Throws std::system_error.
+    StopSignals();
+
+    // Waits for one of them and returns its number. They stay blocked: a terminal and a script that
+    // both ask for the end don't cut it short.
+    int Wait() const;
+
+  private:
+    sigset_t signals{};
+};
+
+}  // namespace Brantel::Server

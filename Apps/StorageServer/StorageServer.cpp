@@ -1,0 +1,92 @@
+#include "StorageServer.h"
+
+#include <libProtocolX/rpc/Service.h>
+#include <libTracks/ClientConnection.h>
+
+#include <cstdint>
+#include <utility>
+
+namespace Brantel::Server {
+
+namespace {
+
+Tracks::StorageOptions MakeStorageOptions(const StorageServer::Log& log) {
+    Tracks::StorageOptions options;
+    options.log = log;
+    return options;
+}
+
+std::string TextOf(const Services::ServiceListenerEvent& event) {
+    using Kind = Services::ServiceListenerEvent::Kind;
+    const std::string peer =
+        "Connection " + std::to_string(event.peer.connectionId) + " from " + event.peer.text;
+    switch (event.kind) {
+        case Kind::ConnectionLost: return peer + " is lost: " + event.text;
+        case Kind::HandlerFailed: return peer + " failed: " + event.text;
+        case Kind::ConnectionRefused: return peer + " was refused: " + event.text;
+        case Kind::AcceptPaused: return "No connection can be accepted now: " + event.text;
+    }
+    return event.text;
+}
+
+}  // namespace
+
+StorageServer::StorageServer(Engine::IEngine& engine, const ServerOptions& options, const Log& log)
+    : storage(engine, MakeStorageOptions(log)),
+      listener([this](Services::FileDescriptorServiceConnection& connection,
+                      const Services::PeerAddress& peer) { return MakeService(connection, peer); },
+               MakeListenerOptions(options, log)) {
+    for (const ListenAddress& address : options.listen) {
+        Listen(address, options.socketMode);
+    }
+}
+
+StorageServer::~StorageServer() {
+    Stop();
+}
+
+Services::ServiceListenerOptions StorageServer::MakeListenerOptions(const ServerOptions& options,
+                                                                    const Log& log) {
+    Services::ServiceListenerOptions result;
+    result.messageLimit = options.messageLimit;
+    result.maximumConnections = options.maximumConnections;
+    result.onEvent = [log](const Services::ServiceListenerEvent& event) { log(TextOf(event)); };
+    return result;
+}
+
+std::unique_ptr<Services::IServiceHandler> StorageServer::MakeService(
+    Services::FileDescriptorServiceConnection& connection, const Services::PeerAddress& peer) {
+    Tracks::ClientConnection client;
+    client.id = static_cast<std::int64_t>(peer.connectionId);
+    client.clientIpV4Address = peer.ipV4;
+    client.isGone = [&connection] { return connection.PeerGone(); };
+    return std::make_unique<BrantelStorageApi::Service>(storage.MakeTrackStorage(),
+                                                        storage.MakeReaderFactory(client),
+                                                        storage.MakeWriterFactory(client));
+}
+
+void StorageServer::Listen(const ListenAddress& address, unsigned int socketMode) {
+    const bool isUnix = address.kind == ListenAddress::Kind::Unix;
+    const std::size_t before = listener.Addresses().size();
+    if (isUnix) {
+        listener.ListenUnix(address.path, socketMode);
+    } else {
+        listener.ListenTcp(address.host, address.port);
+    }
+    const std::vector<std::string> all = listener.Addresses();
+    for (std::size_t i = before; i < all.size(); ++i) {
+        addresses.push_back((isUnix ? "unix:" : "tcp:") + all.at(i));
+    }
+}
+
+void StorageServer::Start() {
+    listener.Start();
+}
+
+void StorageServer::Stop() {
+    // First, so that no thread that the listener waits for waits for a chunk.
+    storage.Stop();
+    listener.Stop();
+}
+
+}  // namespace Brantel::Server

@@ -1,0 +1,59 @@
+#pragma once
+
+#include "ServerOptions.h"
+
+#include <libEngine/IEngine.h>
+#include <libServices/FileDescriptorServiceConnection.h>
+#include <libServices/IServiceHandler.h>
+#include <libServices/PeerAddress.h>
+#include <libServices/ServiceListener.h>
+#include <libTracks/Storage.h>
+
+#include <functional>
+#include <memory>
+#include <string>
+#include <vector>
+
+namespace Brantel::Server {
+
+// The tracks on one engine, served to clients: one storage, and for each connection a service of
+// its own, so that connections run in parallel and whatever one of them opened ends with it.
+class StorageServer {
+  public:
+    // Takes a line for the operator; called by any thread, several at once.
+    using Log = std::function<void(const std::string&)>;
+
+    // Opens what the engine (borrowed) holds and takes the addresses of the options, at which
+    // clients then wait to be served. Throws std::runtime_error that names what could not be done.
+    StorageServer(Engine::IEngine& engine, const ServerOptions& options, const Log& log);
+    // Stops.
+    ~StorageServer();
+    StorageServer(const StorageServer&) = delete;
+    StorageServer& operator=(const StorageServer&) = delete;
+
+    // Where it listens, in the form of the options: "unix:/run/storage.sock", "tcp:127.0.0.1:4711",
+    // with the ports really taken. An option whose host has several addresses gives as many.
+    const std::vector<std::string>& Addresses() const { return addresses; }
+
+    // Begins to serve. Throws std::runtime_error.
+    void Start();
+
+    // Ends every call that waits, accepts no more, closes all connections and waits until the last
+    // call has ended. Not on a thread that serves a connection. A second call does nothing.
+    void Stop();
+
+  private:
+    static Services::ServiceListenerOptions MakeListenerOptions(const ServerOptions& options,
+                                                                const Log& log);
+    std::unique_ptr<Services::IServiceHandler> MakeService(
+        Services::FileDescriptorServiceConnection& connection, const Services::PeerAddress& peer);
+    void Listen(const ListenAddress& address, unsigned int socketMode);
+
+    // Synchronised by itself. Outlives the listener's connections, whose objects work on it.
+    Tracks::Storage storage;
+    Services::ServiceListener listener;
+    // Constant after construction.
+    std::vector<std::string> addresses;
+};
+
+}  // namespace Brantel::Server

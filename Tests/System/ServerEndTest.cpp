@@ -1,0 +1,172 @@
+// How a server ends.
+
+#include "ServerProcess.h"
+#include "Support/ProcessState.h"
+#include "Support/TemporaryFolder.h"
+#include "Support/Waiting.h"
+
+#include <BrantelStorageApiMessages.pb.h>
+#include <libServices/FileDescriptorServiceConnection.h>
+#include <libServices/SocketDisconnected.h>
+
+#include <gmock/gmock.h>
+#include <gtest/gtest.h>
+
+#include <linux/sockios.h>
+#include <signal.h>
+#include <sys/ioctl.h>
+#include <sys/socket.h>
+#include <sys/un.h>
+#include <unistd.h>
+
+#include <array>
+#include <cerrno>
+#include <cstring>
+#include <filesystem>
+#include <list>
+#include <memory>
+#include <system_error>
+
+namespace Brantel::Tests {
+namespace {
+
+using BrantelStorageApi::Request;
+using BrantelStorageApi::Response;
+using Services::FileDescriptorServiceConnection;
+using testing::HasSubstr;
+
+// A client that sends requests without waiting for the answers.
+class RawClient {
+  public:
+    explicit RawClient(const std::string& path) {
+        sockaddr_un address{};
+        address.sun_family = AF_UNIX;
+        path.copy(static_cast<char*>(address.sun_path), sizeof(address.sun_path) - 1);
+        const int fd = socket(AF_UNIX, SOCK_STREAM | SOCK_CLOEXEC, 0);
+        if (fd < 0 || connect(fd, reinterpret_cast<sockaddr*>(&address), sizeof(address)) != 0) {
+            throw std::system_error(errno, std::generic_category(), "connect to " + path);
+        }
+        observed = dup(fd);
+        connection = std::make_unique<FileDescriptorServiceConnection>(fd);
+    }
+    RawClient(const RawClient&) = delete;
+    RawClient& operator=(const RawClient&) = delete;
+    ~RawClient() { close(observed); }
+
+    Response Call(const Request& request) const {
+        Response response;
+        connection->Send(request);
+        connection->Receive(response);
+        return response;
+    }
+
+    // A reader of a new service has handle 1. Returns when the server has taken the request in.
+    bool WaitForever(long track) const {
+        Request open;
+        open.set_operation(BrantelStorageApi::OPERATION_TrackReader_Constructor);
+        open.mutable_trackreader_constructor()->set_trackid(track);
+        if (!Call(open).is_success()) {
+            return false;
+        }
+        Request wait;
+        wait.set_operation(BrantelStorageApi::OPERATION_TrackReader_Wait);
+        wait.mutable_trackreader_wait()->set_object_handle(1);
+        wait.mutable_trackreader_wait()->mutable_timecode()->set_nanoseconds(0);
+        wait.mutable_trackreader_wait()->set_timeout(-1);
+        connection->Send(wait);
+        return Eventually([this] {
+            int unread = -1;
+            return ioctl(observed, SIOCOUTQ, &unread) == 0 && unread == 0;
+        });
+    }
+
+    FileDescriptorServiceConnection& Connection() const { return *connection; }
+
+    // Waits for the end of the stream; false when anything else comes.
+    bool SeesTheEnd() const {
+        char byte = 0;
+        return recv(observed, &byte, 1, 0) == 0;
+    }
+
+  private:
+    std::unique_ptr<FileDescriptorServiceConnection> connection;
+    int observed = -1;
+};
+
+class ServerEndTest : public testing::Test {
+  protected:
+    TemporaryFolder folder;
+    ServerProcess server{folder.File("storage.sock")};
+};
+
+TEST_F(ServerEndTest, EachStopSignalEndsItInGoodOrder) {
+    EXPECT_EQ(server.Stop(SIGTERM), 0) << server.Process().Errors();
+    for (const int signal : {SIGINT, SIGHUP}) {
+        ServerProcess other(folder.File("other.sock"));
+        EXPECT_EQ(other.Stop(signal), 0) << signal << ": " << other.Process().Errors();
+    }
+}
+
+TEST_F(ServerEndTest, TheSocketFileIsRemoved) {
+    ASSERT_TRUE(std::filesystem::exists(server.SocketPath()));
+    ASSERT_EQ(server.Stop(), 0);
+    EXPECT_FALSE(std::filesystem::exists(server.SocketPath()));
+}
+
+TEST_F(ServerEndTest, IdleConnectionsDoNotHoldItUp) {
+    constexpr int count = 100;
+    std::list<RawClient> clients;
+    for (int i = 0; i < count; ++i) {
+        clients.emplace_back(server.SocketPath());
+    }
+    // All are served by then: connections are accepted in their order.
+    Request list;
+    list.set_operation(BrantelStorageApi::OPERATION_TrackStorage_ListTracks);
+    list.mutable_trackstorage_listtracks();
+    ASSERT_TRUE(clients.back().Call(list).is_success());
+    EXPECT_EQ(server.Stop(), 0) << server.Process().Errors();
+    for (const RawClient& client : clients) {
+        EXPECT_TRUE(client.SeesTheEnd());
+    }
+}
+
+TEST_F(ServerEndTest, ABlockedWaitDoesNotHoldItUpAndFails) {
+    const auto client = server.ConnectOverTcp();
+    const long track = CreateTrack(*client);
+    const RawClient waiting(server.SocketPath());
+    ASSERT_TRUE(waiting.WaitForever(track));
+    EXPECT_EQ(server.Stop(), 0) << server.Process().Errors();
+    Response response;
+    try {
+        waiting.Connection().Receive(response);
+        EXPECT_FALSE(response.is_success());
+        EXPECT_NE(response.exception(), "");
+    } catch (const SocketDisconnected&) {
+        // The connection was closed before the answer could leave.
+    }
+}
+
+TEST_F(ServerEndTest, ClientsThatOutliveItAreTold) {
+    const auto client = server.ConnectOverTcp();
+    CreateTrack(*client);
+    ASSERT_EQ(server.Stop(), 0);
+    EXPECT_THROW(client->ListTracks(), SocketDisconnected);
+}
+
+TEST_F(ServerEndTest, AClosedStandardOutputDoesNotEndIt) {
+    ProgramRun withoutOutput({"/bin/sh", "-c",
+                              "exec '" + ServerProcess::Program() +
+                                  "' --engine memory --listen 'unix:" + folder.File("a.sock") +
+                                  "' >&-"});
+    ASSERT_TRUE(Eventually([&] { return std::filesystem::exists(folder.File("a.sock")); }));
+    withoutOutput.Signal(SIGTERM);
+    EXPECT_EQ(withoutOutput.Wait(ServerProcess::endLimit), 0) << withoutOutput.Errors();
+}
+
+TEST_F(ServerEndTest, NothingButAStopSignalEndsIt) {
+    server.Process().Signal(SIGPIPE);
+    EXPECT_EQ(CreateTrack(*server.ConnectOverUnix()), 1);
+}
+
+}  // namespace
+}  // namespace Brantel::Tests

@@ -1,0 +1,152 @@
+// What a server says when it starts, or why it does not.
+
+#include "ServerProcess.h"
+#include "Support/TemporaryFolder.h"
+#include "Support/TestSockets.h"
+#include "Support/Waiting.h"
+
+#include <gmock/gmock.h>
+#include <gtest/gtest.h>
+
+#include <signal.h>
+#include <sys/stat.h>
+
+#include <filesystem>
+#include <fstream>
+#include <string>
+#include <vector>
+
+namespace Brantel::Tests {
+namespace {
+
+using testing::ElementsAre;
+using testing::HasSubstr;
+using testing::MatchesRegex;
+
+class ServerStartTest : public testing::Test {
+  protected:
+    // What the program says when it ends at once.
+    std::string ErrorsOf(const std::vector<std::string>& arguments, int exitCode) {
+        std::vector<std::string> command = {ServerProcess::Program()};
+        command.insert(command.end(), arguments.begin(), arguments.end());
+        ProgramRun run(command);
+        EXPECT_EQ(run.Wait(), exitCode) << run.Errors();
+        EXPECT_EQ(run.Output(), "");
+        return run.Errors();
+    }
+    std::string RefusalOf(const std::string& address) {
+        return ErrorsOf({"--engine", "memory", "--listen", address}, 1);
+    }
+
+    TemporaryFolder folder;
+    const std::string socketPath = folder.File("storage.sock");
+};
+
+TEST_F(ServerStartTest, ItSaysWhereItListensWithThePortThatItTook) {
+    const ServerProcess server(socketPath);
+    EXPECT_THAT(server.Addresses(),
+                ElementsAre("unix:" + socketPath, MatchesRegex("tcp:127\\.0\\.0\\.1:[1-9][0-9]+")));
+}
+
+TEST_F(ServerStartTest, TheStandardOutputSaysTheSameInWords) {
+    ServerProcess server(socketPath);
+    ASSERT_EQ(server.Stop(), 0);
+    EXPECT_EQ(server.Process().Output(), "Listening on unix:" + socketPath + "\n" +
+                                             "Listening on " + server.Addresses().at(1) + "\n");
+}
+
+TEST_F(ServerStartTest, AnIpV6AddressIsSaidAsItIsGiven) {
+    if (!HasIpV6()) {
+        GTEST_SKIP() << "this machine has no IPv6";
+    }
+    ProgramRun server({ServerProcess::Program(), "--engine", "memory", "--listen", "tcp:[::1]:0"});
+    ASSERT_TRUE(Eventually([&] { return server.Output().ends_with("\n"); }));
+    EXPECT_THAT(server.Output(), MatchesRegex("Listening on tcp:\\[::1\\]:[1-9][0-9]+\n"));
+}
+
+TEST_F(ServerStartTest, WrongArgumentsAreMisuseWithTheUsage) {
+    EXPECT_THAT(ErrorsOf({}, 2), HasSubstr("Usage: brantel-storaged"));
+    EXPECT_THAT(ErrorsOf({"--engine", "memory", "--listen", "ftp:x"}, 2), HasSubstr("ftp:x"));
+    EXPECT_THAT(ErrorsOf({"--engine", "paper", "--listen", "unix:" + socketPath}, 2),
+                HasSubstr("paper"));
+}
+
+TEST_F(ServerStartTest, HelpGoesToTheStandardOutput) {
+    ProgramRun help({ServerProcess::Program(), "--help"});
+    EXPECT_EQ(help.Wait(), 0);
+    EXPECT_THAT(help.Output(), HasSubstr("--listen"));
+    EXPECT_EQ(help.Errors(), "");
+}
+
+TEST_F(ServerStartTest, ASocketInAFolderThatIsNotThereIsRefused) {
+    const std::string path = folder.File("nowhere/storage.sock");
+    const std::string errors = RefusalOf("unix:" + path);
+    EXPECT_THAT(errors, HasSubstr(path));
+    EXPECT_THAT(errors, HasSubstr("No such file or directory"));
+}
+
+TEST_F(ServerStartTest, APathThatIsTooLongIsRefused) {
+    EXPECT_THAT(RefusalOf("unix:/tmp/" + std::string(200, 'a')), HasSubstr("107"));
+}
+
+TEST_F(ServerStartTest, AFileThatIsNoSocketIsLeftAsItIs) {
+    std::ofstream(socketPath) << "precious";
+    EXPECT_THAT(RefusalOf("unix:" + socketPath), HasSubstr(socketPath));
+    std::string text;
+    std::ifstream(socketPath) >> text;
+    EXPECT_EQ(text, "precious");
+}
+
+TEST_F(ServerStartTest, APortThatIsTakenIsRefused) {
+    const PlainTcpListener taken("127.0.0.1");
+    const std::string port = std::to_string(taken.Port());
+    const std::string errors = RefusalOf("tcp:127.0.0.1:" + port);
+    EXPECT_THAT(errors, HasSubstr("127.0.0.1 port " + port));
+    EXPECT_THAT(errors, HasSubstr("Address already in use"));
+}
+
+TEST_F(ServerStartTest, AHostThatNobodyKnowsIsRefused) {
+    EXPECT_THAT(RefusalOf("tcp:no-such-host.invalid:0"), HasSubstr("no-such-host.invalid"));
+}
+
+TEST_F(ServerStartTest, ARefusedAddressLeavesNoSocketBehind) {
+    ErrorsOf({"--engine", "memory", "--listen", "unix:" + socketPath, "--listen",
+              "unix:" + folder.File("nowhere/storage.sock")},
+             1);
+    EXPECT_FALSE(std::filesystem::exists(socketPath));
+}
+
+TEST_F(ServerStartTest, AReadyDescriptorThatIsNotOpenIsRefused) {
+    const std::string errors =
+        ErrorsOf({"--engine", "memory", "--listen", "unix:" + socketPath, "--ready-fd", "57"}, 1);
+    EXPECT_THAT(errors, HasSubstr("57"));
+    EXPECT_THAT(errors, HasSubstr("Bad file descriptor"));
+    EXPECT_FALSE(std::filesystem::exists(socketPath));
+}
+
+TEST_F(ServerStartTest, ASecondServerOnALivingSocketIsRefused) {
+    const ServerProcess server(socketPath);
+    EXPECT_THAT(RefusalOf("unix:" + socketPath), HasSubstr(socketPath));
+    EXPECT_EQ(CreateTrack(*server.ConnectOverUnix()), 1);
+}
+
+TEST_F(ServerStartTest, TheSocketOfAKilledServerIsTakenOver) {
+    {
+        ServerProcess killed(socketPath);
+        killed.Process().Signal(SIGKILL);
+        ASSERT_EQ(killed.Process().Wait(), 128 + SIGKILL);
+    }
+    ASSERT_TRUE(std::filesystem::exists(socketPath));
+    const ServerProcess server(socketPath);
+    EXPECT_EQ(CreateTrack(*server.ConnectOverUnix()), 1);
+}
+
+TEST_F(ServerStartTest, TheSocketHasTheModeThatWasAskedFor) {
+    const ServerProcess server(socketPath, {"--socket-mode", "600"});
+    struct stat file {};
+    ASSERT_EQ(stat(socketPath.c_str(), &file), 0);
+    EXPECT_EQ(file.st_mode & 0777U, 0600U);
+}
+
+}  // namespace
+}  // namespace Brantel::Tests

@@ -1,0 +1,143 @@
+#include <gmock/gmock.h>
+#include <gtest/gtest.h>
+
+#include <StorageServer/CommandLine.h>
+
+#include <string>
+#include <vector>
+
+namespace {
+
+using Brantel::Server::CommandLine;
+using Brantel::Server::ServerOptions;
+using testing::HasSubstr;
+using testing::StartsWith;
+
+class CommandLineTest : public testing::Test {
+  protected:
+    // A command line that is right, and more behind it.
+    static CommandLine Parse(const std::vector<std::string>& more) {
+        std::vector<std::string> arguments = {"--engine", "memory", "--listen", "unix:/run/a.sock"};
+        arguments.insert(arguments.end(), more.begin(), more.end());
+        return ParseAlone(arguments);
+    }
+    static CommandLine ParseAlone(const std::vector<std::string>& arguments) {
+        return CommandLine::Parse(arguments, {"memory", "other"});
+    }
+    static void ExpectMisuse(const CommandLine& parsed, const std::string& reason) {
+        EXPECT_FALSE(parsed.options.has_value());
+        EXPECT_EQ(parsed.exitCode, 2);
+        EXPECT_THAT(parsed.text, StartsWith("brantel-storaged: "));
+        EXPECT_THAT(parsed.text, HasSubstr(reason));
+        EXPECT_THAT(parsed.text, HasSubstr("Usage: brantel-storaged [OPTIONS]"));
+    }
+};
+
+TEST_F(CommandLineTest, OneAddressAndTheEngineAreEnough) {
+    const CommandLine parsed = Parse({});
+    ASSERT_TRUE(parsed.options.has_value()) << parsed.text;
+    EXPECT_EQ(parsed.options->listen.size(), 1U);
+    EXPECT_EQ(parsed.options->listen.at(0).path, "/run/a.sock");
+    EXPECT_EQ(parsed.options->engine, "memory");
+}
+
+TEST_F(CommandLineTest, WhatIsNotSaidHasADefault) {
+    const CommandLine parsed = Parse({});
+    ASSERT_TRUE(parsed.options.has_value()) << parsed.text;
+    EXPECT_EQ(parsed.options->socketMode, 0660U);
+    EXPECT_EQ(parsed.options->capacity, 1'073'741'824U);
+    EXPECT_EQ(parsed.options->messageLimit, 268'435'456U);
+    EXPECT_EQ(parsed.options->maximumConnections, 10'000U);
+    EXPECT_EQ(parsed.options->readyDescriptor, -1);
+}
+
+TEST_F(CommandLineTest, AddressesKeepTheirOrder) {
+    const CommandLine parsed =
+        Parse({"--listen", "tcp:localhost:0", "--listen", "unix:/run/b.sock"});
+    ASSERT_TRUE(parsed.options.has_value()) << parsed.text;
+    ASSERT_EQ(parsed.options->listen.size(), 3U);
+    EXPECT_EQ(parsed.options->listen.at(1).host, "localhost");
+    EXPECT_EQ(parsed.options->listen.at(2).path, "/run/b.sock");
+}
+
+TEST_F(CommandLineTest, EverythingElseCanBeChosen) {
+    const CommandLine parsed =
+        Parse({"--socket-mode", "0600", "--capacity", "5GB", "--message-limit", "64KiB",
+               "--max-connections", "3", "--ready-fd", "7"});
+    ASSERT_TRUE(parsed.options.has_value()) << parsed.text;
+    EXPECT_EQ(parsed.options->socketMode, 0600U);
+    EXPECT_EQ(parsed.options->capacity, 5'000'000'000U);
+    EXPECT_EQ(parsed.options->messageLimit, 65'536U);
+    EXPECT_EQ(parsed.options->maximumConnections, 3U);
+    EXPECT_EQ(parsed.options->readyDescriptor, 7);
+}
+
+TEST_F(CommandLineTest, AMissingAddressIsMisuse) {
+    ExpectMisuse(ParseAlone({"--engine", "memory"}), "--listen is required");
+}
+
+TEST_F(CommandLineTest, AMissingEngineIsMisuse) {
+    ExpectMisuse(ParseAlone({"--listen", "unix:/run/a.sock"}), "--engine is required");
+}
+
+TEST_F(CommandLineTest, AnUnknownEngineIsMisuseAndTheKnownOnesAreNamed) {
+    ExpectMisuse(ParseAlone({"--listen", "unix:/run/a.sock", "--engine", "paper"}),
+                 "paper not in {memory,other}");
+}
+
+TEST_F(CommandLineTest, AnAddressThatCannotBeReadIsMisuse) {
+    ExpectMisuse(Parse({"--listen", "tcp:localhost:70000"}),
+                 "port 70000 is over the limit of 65535");
+}
+
+TEST_F(CommandLineTest, AnUnknownOptionOrArgumentIsMisuse) {
+    ExpectMisuse(Parse({"--colour"}), "--colour");
+    ExpectMisuse(Parse({"colour"}), "colour");
+}
+
+TEST_F(CommandLineTest, ACapacityOutOfItsRangeIsMisuse) {
+    const std::string range = " is not within 1048576 to 9223372036854775807";
+    ExpectMisuse(Parse({"--capacity", "1048575"}), "1048575" + range);
+    ExpectMisuse(Parse({"--capacity", "9223372036854775808"}), "9223372036854775808" + range);
+}
+
+TEST_F(CommandLineTest, ACapacityThatIsNoNumberIsMisuse) {
+    for (const std::string text :
+         {"", "many", "-5", "5 parsecs", "99999999999999999999", "20EiB"}) {
+        const CommandLine parsed = Parse({"--capacity", text});
+        EXPECT_EQ(parsed.exitCode, CommandLine::misused) << text;
+    }
+}
+
+TEST_F(CommandLineTest, AMessageLimitOutOfItsRangeIsMisuse) {
+    ExpectMisuse(Parse({"--message-limit", "65535"}), "65535 is not within 65536 to 2147483647");
+    ExpectMisuse(Parse({"--message-limit", "2GiB"}), "is not within 65536 to 2147483647");
+}
+
+TEST_F(CommandLineTest, ANumberOfConnectionsOutOfItsRangeIsMisuse) {
+    ExpectMisuse(Parse({"--max-connections", "0"}), "0 is not within 1 to 1000000");
+    ExpectMisuse(Parse({"--max-connections", "1000001"}), "1000001 is not within 1 to 1000000");
+}
+
+TEST_F(CommandLineTest, AReadyDescriptorThatIsAStandardOneIsMisuse) {
+    ExpectMisuse(Parse({"--ready-fd", "2"}), "2 is not within 3 to 2147483647");
+}
+
+TEST_F(CommandLineTest, AModeThatIsNotOctalIsMisuse) {
+    for (const std::string mode : {"8", "rw-", "1000", "07777", "-1"}) {
+        ExpectMisuse(Parse({"--socket-mode", mode}),
+                     "Mode " + mode + " is not an octal number from 0 to 777");
+    }
+}
+
+TEST_F(CommandLineTest, HelpAndVersionAreNoMisuse) {
+    const CommandLine help = ParseAlone({"--help"});
+    EXPECT_FALSE(help.options.has_value());
+    EXPECT_EQ(help.exitCode, 0);
+    EXPECT_THAT(help.text, HasSubstr("--listen ADDRESS"));
+    const CommandLine version = ParseAlone({"--version"});
+    EXPECT_EQ(version.exitCode, 0);
+    EXPECT_THAT(version.text, testing::MatchesRegex("brantel-storaged [0-9]+\\.[0-9]+\\.[0-9]+\n"));
+}
+
+}  // namespace
