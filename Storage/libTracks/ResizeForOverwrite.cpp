@@ -4,7 +4,8 @@
 namespace Brantel::Tracks {
 
 void ResizeForOverwrite(std::string& text, std::size_t size) {
-    text.resize_and_overwrite(size, [](char*, std::size_t count) { return count; });
+    // What g++ 12 hands to the operation is the capacity it took: up to twice the size.
+    text.resize_and_overwrite(size, [size](char*, std::size_t) { return size; });
 }
 
 }  // namespace Brantel::Tracks

@@ -164,9 +164,9 @@ TEST_F(ServerClientsTest, AMessageOverTheLimitEndsItsConnectionAlone) {
 
 TEST_F(ServerClientsTest, TheCapacityBoundsTheTracksTogether) {
     constexpr long mebibyte = 1L << 20U;
-    const ServerProcess server(socketPath, {"--capacity", "40MiB"});
+    const ServerProcess server(socketPath, {"--capacity", "60MiB"});
     const auto client = server.ConnectOverUnix();
-    EXPECT_LE(client->GetRemainingSpace(), 40 * mebibyte);
+    EXPECT_LE(client->GetRemainingSpace(), 60 * mebibyte);
     CreateTrack(*client);
     CreateTrack(*client);
     EXPECT_THAT(RefusalOf([&] { CreateTrack(*client); }), HasSubstr("Exception from server: "));
