@@ -6,7 +6,8 @@ usage: Lint.py [--changed] [--verbose] <build folder>...
 The build folders are configured ones with a compile_commands.json; a source is checked as the first of them that
 compiles it does. A source that none of them compiles is a finding too, because nothing would ever check it.
 
-With --changed only what differs from the branch main (or origin/main), with what includes it, is looked at.
+With --changed only what differs from the branch main (or origin/main), with what includes it, is looked at. With
+--product the sources of the tests are left to the formatter.
 
 A source that was found clean is not checked again as long as what clang-tidy would read stays the same: the
 preprocessed text with its comments, the command, the settings and clang-tidy itself. The findings of a source that is
@@ -175,6 +176,7 @@ def prune(memory, days):
 def main():
     parser = argparse.ArgumentParser(description="clang-format and clang-tidy")
     parser.add_argument("--changed", action="store_true", help="only what differs from main")
+    parser.add_argument("--product", action="store_true", help="clang-tidy leaves the tests out; they take most of the time")
     parser.add_argument("--verbose", action="store_true", help="seconds of each source")
     parser.add_argument("folders", nargs="+", type=lambda name: pathlib.Path(name).resolve())
     arguments = parser.parse_args()
@@ -193,6 +195,8 @@ def main():
 
     ours = set(treeFiles())
     todo = [unit for source, unit in units.items() if source in ours]
+    if arguments.product:
+        todo = [unit for unit in todo if not unit.source.is_relative_to(root / "Tests")]
     cache = pathlib.Path(os.environ.get("XDG_CACHE_HOME") or pathlib.Path.home() / ".cache")
     checker = Checker(cache / "brantel-lint", changed)
     seen = {}

@@ -83,7 +83,8 @@ void Run(const Arguments& arguments) {
 
 }  // namespace
 
-int main(int argc, char** argv) {
+// Without memory for its options there is nothing to do but to end.
+int main(int argc, char** argv) {  // NOLINT(bugprone-exception-escape)
     constexpr int misused = 2;
     Arguments arguments;
     CLI::App app("Records a moving picture, reads it back and compares every byte",

@@ -66,8 +66,8 @@ void Playback::CompareMetadata(std::size_t frame, const DataChunk& chunk) {
     comparison.Holds(name + " has its three properties and no other",
                      chunk.GetPropertyKeys() == expected.GetPropertyKeys());
     for (const std::string& key : expected.GetPropertyKeys()) {
-        comparison.Bytes(name + ", property " + key, chunk.GetProperty(key),
-                         expected.GetProperty(key));
+        comparison.Bytes(std::string(name).append(", property ").append(key),
+                         chunk.GetProperty(key), expected.GetProperty(key));
     }
 }
 

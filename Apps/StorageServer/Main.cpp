@@ -12,6 +12,7 @@
 #include <fcntl.h>
 #include <unistd.h>
 
+#include <array>
 #include <cstdio>
 #include <exception>
 #include <memory>
@@ -29,12 +30,11 @@ struct EngineChoice {
 };
 
 // The one place that names concrete engines.
-constexpr EngineChoice engines[] = {
-    // NOLINT(modernize-avoid-c-arrays)
-    {"memory",
-     [](const ServerOptions& options) -> std::unique_ptr<Brantel::Engine::IEngine> {
-         return std::make_unique<Brantel::Engine::MemoryEngine>(options.capacity);
-     }},
+constexpr std::array engines{
+    EngineChoice{"memory",
+                 [](const ServerOptions& options) -> std::unique_ptr<Brantel::Engine::IEngine> {
+                     return std::make_unique<Brantel::Engine::MemoryEngine>(options.capacity);
+                 }},
 };
 
 std::vector<std::string> EngineNames() {

@@ -1,9 +1,9 @@
 #include "SpinGovernor.h"
 
-#include <time.h>
 #include <unistd.h>
 
 #include <algorithm>
+#include <ctime>
 
 namespace Brantel::Services {
 

@@ -1,5 +1,6 @@
 #pragma once
 
+#include <array>
 #include <cstdint>
 #include <string>
 #include <string_view>
@@ -17,13 +18,13 @@ class FieldWriter {
     template <typename Integer>
     void Put(Integer value) {
         static_assert(std::is_integral_v<Integer>);
-        char bytes[sizeof(Integer)];
+        std::array<char, sizeof(Integer)> bytes{};
         auto bits = static_cast<std::make_unsigned_t<Integer>>(value);
         for (char& byte : bytes) {
             byte = static_cast<char>(bits & 0xFFU);
             bits = static_cast<std::make_unsigned_t<Integer>>(std::uint64_t{bits} >> 8U);
         }
-        out.append(bytes, sizeof bytes);
+        out.append(bytes.data(), bytes.size());
     }
     void PutText(std::string_view text) {
         Put(static_cast<std::uint32_t>(text.size()));

@@ -13,8 +13,8 @@ namespace {
 
 class ReaderFactory : public BrantelStorageApi::ITrackReaderFactory {
   public:
-    ReaderFactory(StorageCore& core, const ClientConnection& connection)
-        : core(core), connection(connection) {}
+    ReaderFactory(StorageCore& core, ClientConnection connection)
+        : core(core), connection(std::move(connection)) {}
 
     BrantelStorageApi::ITrackReader* CreateTrackReader(const long& trackId) override {
         return std::make_unique<TrackReader>(core, connection, trackId).release();
@@ -27,8 +27,8 @@ class ReaderFactory : public BrantelStorageApi::ITrackReaderFactory {
 
 class WriterFactory : public BrantelStorageApi::ITrackWriterFactory {
   public:
-    WriterFactory(StorageCore& core, const ClientConnection& connection)
-        : core(core), connection(connection) {}
+    WriterFactory(StorageCore& core, ClientConnection connection)
+        : core(core), connection(std::move(connection)) {}
 
     BrantelStorageApi::ITrackWriter* CreateTrackWriter(const long& trackId) override {
         return std::make_unique<TrackWriter>(core, connection, trackId).release();

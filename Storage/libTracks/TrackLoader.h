@@ -23,7 +23,7 @@ class TrackLoader {
     using Infos = std::vector<Engine::SegmentInfo>;
 
     void LoadRing(Infos infos);
-    void LoadHeld(Infos infos);
+    void LoadHeld(const Infos& infos);
     void CutRing(Infos& infos);
     void AddToRing(const Engine::SegmentInfo& info);
     void AddHeld(const Engine::SegmentInfo& info, std::vector<Log::Run>& runs);

@@ -10,7 +10,8 @@ namespace {
 
 // The memory of single elements of lists, with what they always come to have.
 std::size_t MemoryOf(const std::string& text) {
-    return sizeof(text) + text.capacity();
+    // The object itself and the characters behind it.
+    return sizeof(std::string) + text.capacity();
 }
 
 template <class Item>

@@ -12,8 +12,8 @@ template <class Envelope>
 class ReusedMemory {
   public:
     // What an envelope may keep, in bytes; and what the parts of fixed size take of it together.
-    static constexpr std::size_t limit = 64 * 1024;
-    static constexpr std::size_t fixedParts = 6 * 1024;
+    static constexpr std::size_t limit = std::size_t{64} * 1024;
+    static constexpr std::size_t fixedParts = std::size_t{6} * 1024;
 
     // Clears the envelope, whose part of this operation had `memory`, and replaces it when it would
     // keep more than the limit.

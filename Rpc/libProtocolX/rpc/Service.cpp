@@ -142,7 +142,7 @@ std::uint32_t Service::Register(std::unique_ptr<DynamicObject> object) {
     const std::uint32_t handle = freeHandles.empty() ? nextHandle : freeHandles.back();
     objects[handle] = {object.get(), dynamic_cast<ITrackReader*>(object.get()),
                        dynamic_cast<ITrackWriter*>(object.get())};
-    object.release();
+    static_cast<void>(object.release());
     if (freeHandles.empty()) {
         ++nextHandle;
     } else {
