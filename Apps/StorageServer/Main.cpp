@@ -39,6 +39,7 @@ constexpr std::array engines{
 
 std::vector<std::string> EngineNames() {
     std::vector<std::string> names;
+    names.reserve(engines.size());
     for (const EngineChoice& choice : engines) {
         names.emplace_back(choice.name);
     }
