@@ -1,0 +1,165 @@
+#include "Local/CatalogueKeeper.h"
+
+#include "EngineError.h"
+#include "Local/CatalogueFile.h"
+#include "Local/File.h"
+
+#include <fcntl.h>
+
+#include <algorithm>
+#include <utility>
+
+namespace Brantel::Engine {
+
+namespace {
+
+constexpr const char* logEnding = "-wal";
+
+}  // namespace
+
+CatalogueKeeper::CatalogueKeeper(const FolderCalls& folders, const LocalOptions& options)
+    : folders(folders),
+      options(options),
+      path(options.directory + "/catalogue.sqlite"),
+      copyPath(options.directory + "/catalogue.copy.sqlite") {}
+
+std::optional<CatalogueKeeper::Opened> CatalogueKeeper::TryOpen(bool fresh) const {
+    try {
+        Opened opened;
+        opened.file = std::make_unique<CatalogueFile>(
+            path, fresh ? CatalogueFile::Mode::Make : CatalogueFile::Mode::Open,
+            options.catalogueReserve, options.catalogueVfs);
+        opened.content = opened.file->Load();
+        return opened;
+    } catch (const EngineError& error) {
+        if (error.GetKind() != EngineError::Kind::Damaged) {
+            throw;
+        }
+        options.report(error.what());
+        return std::nullopt;
+    }
+}
+
+std::optional<CatalogueContent> CatalogueKeeper::LoadCopy() const {
+    if (!folders.GetStatus(copyPath)) {
+        return std::nullopt;
+    }
+    try {
+        return CatalogueFile(copyPath, CatalogueFile::Mode::Read, 0, options.catalogueVfs).Load();
+    } catch (const EngineError& error) {
+        if (error.GetKind() != EngineError::Kind::Damaged) {
+            throw;
+        }
+        options.report(error.what());
+        return std::nullopt;
+    }
+}
+
+void CatalogueKeeper::Mend(Opened& opened) const {
+    std::vector<CatalogueContent::DamagedRecord>& damaged = opened.content.damaged;
+    if (damaged.empty()) {
+        return;
+    }
+    const std::optional<CatalogueContent> copy = LoadCopy();
+    for (auto record = damaged.begin(); record != damaged.end();) {
+        const CatalogueContent::StoredRecord* whole = nullptr;
+        if (copy) {
+            const auto found = std::find_if(
+                copy->records.begin(), copy->records.end(),
+                [&](const auto& candidate) { return candidate.checksum == record->checksum; });
+            whole = found == copy->records.end() ? nullptr : &*found;
+        }
+        if (whole == nullptr) {
+            options.report(path + ": the record " + record->key + " is damaged");
+            ++record;
+            continue;
+        }
+        opened.file->Begin();
+        opened.file->RemoveRecord(record->key);
+        opened.file->PutRecord(whole->record.key, whole->record.value, whole->record.version);
+        opened.file->Commit(opened.content.lastVersion);
+        opened.content.records.push_back(*whole);
+        options.report(path + ": the damaged record " + whole->record.key +
+                       " was restored from the copy");
+        record = damaged.erase(record);
+    }
+}
+
+CatalogueKeeper::Opened CatalogueKeeper::Open(bool fresh) const {
+    std::optional<Opened> opened;
+    if (fresh || folders.GetStatus(path)) {
+        opened = TryOpen(fresh);
+    } else {
+        options.report(path + ": is missing");
+    }
+    if (!opened) {
+        PutAside();
+        RestoreFromCopy();
+        opened = TryOpen(true);
+        if (!opened) {
+            throw EngineError(EngineError::Kind::Damaged, path + ": can't be made again");
+        }
+        opened->restored = true;
+    }
+    folders.FlushFolder(options.directory);
+    Mend(*opened);
+    KeepRoom();
+    return *std::move(opened);
+}
+
+void CatalogueKeeper::RestoreFromCopy() const {
+    const std::optional<CatalogueContent> content = LoadCopy();
+    if (!content) {
+        options.report(path + ": begins empty, all records are lost");
+        return;
+    }
+    options.report(path + ": restored from " + copyPath +
+                   ", records written since that copy are lost");
+    CatalogueFile copy(copyPath, CatalogueFile::Mode::Read, 0, options.catalogueVfs);
+    CopyInto(copy, path);
+}
+
+void CatalogueKeeper::PutAside() const {
+    for (int number = 1;; ++number) {
+        const std::string aside =
+            options.directory + "/catalogue.damaged-" + std::to_string(number) + ".sqlite";
+        if (folders.GetStatus(aside) || folders.GetStatus(aside + logEnding)) {
+            continue;
+        }
+        for (const char* ending : {"", logEnding}) {
+            if (folders.GetStatus(path + ending)) {
+                folders.Rename(path + ending, aside + ending);
+            }
+        }
+        break;
+    }
+    folders.FlushFolder(options.directory);
+}
+
+void CatalogueKeeper::CopyInto(CatalogueFile& file, const std::string& target) const {
+    const std::string fresh = target + ".new";
+    folders.RemoveFile(fresh);
+    file.CopyTo(fresh);
+    File(folders.GetCalls(), fresh, O_RDWR).Flush();
+    folders.Rename(fresh, target);
+    folders.FlushFolder(options.directory);
+}
+
+void CatalogueKeeper::Copy(CatalogueFile& file) const {
+    CopyInto(file, copyPath);
+}
+
+void CatalogueKeeper::Close(std::unique_ptr<CatalogueFile> file) const {
+    file->Checkpoint();
+    file.reset();
+    KeepRoom();
+}
+
+void CatalogueKeeper::KeepRoom() const {
+    if (options.catalogueReserve > 0) {
+        File(folders.GetCalls(), path + logEnding, O_RDWR | O_CREAT)
+            .AllocateBehindEnd(options.catalogueReserve);
+    }
+}
+
+}  // namespace Brantel::Engine

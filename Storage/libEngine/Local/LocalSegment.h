@@ -1,0 +1,108 @@
+#pragma once
+
+#include "Local/EntryLog.h"
+#include "Local/FlushGate.h"
+#include "Local/FlushTimer.h"
+#include "Local/LocalOptions.h"
+#include "Local/SegmentFormat.h"
+
+#include <libEngine/IEngine.h>
+
+#include <atomic>
+#include <cstdint>
+#include <memory>
+#include <mutex>
+#include <span>
+#include <string>
+#include <string_view>
+#include <vector>
+
+namespace Brantel::Engine {
+
+class File;
+class SegmentWriter;
+class SlotFile;
+struct SegmentContent;
+
+// One segment in its slot. Thread-safe: those who write it take turns, also for the time of a
+// flush; readers wait for none of them.
+class LocalSegment : public IFlushTarget, public std::enable_shared_from_this<LocalSegment> {
+  public:
+    // A sealed one, as its footer tells. `report` is borrowed.
+    LocalSegment(std::shared_ptr<SlotFile> slot, const SegmentFormat::Footer& footer,
+                 const LocalReport& report);
+    // An open one, of which all is flushed.
+    LocalSegment(std::shared_ptr<SlotFile> slot, const SegmentFormat::Identity& identity,
+                 SegmentContent content, const LocalReport& report);
+    ~LocalSegment() override;
+    LocalSegment(const LocalSegment&) = delete;
+    LocalSegment& operator=(const LocalSegment&) = delete;
+
+    // Writes the start of a new segment over what the slot held; `reused`: that was a segment.
+    void WriteStart(bool reused);
+
+    // As the operations of IEngine.
+    SegmentInfo GetInfo() const;
+    SegmentInfo Claim(Epoch newEpoch);
+    void Append(Epoch writer, const ChunkEntry& entry, std::span<const std::string_view> parts,
+                const Durability& durability, FlushTimer& timer);
+    void Flush();
+    void Seal(Epoch writer, std::uint64_t count);
+    std::vector<ChunkEntry> ReadEntries() const;
+    void ReadChunk(const ChunkEntry& entry, IChunkSink& sink) const;
+    void Verify(std::uint32_t offset, IVerifyObserver& observer) const;
+
+    // Throws Fenced when a newer epoch has claimed it.
+    void CheckEpoch(Epoch writer) const;
+    // From now on everything throws Gone. With `markFile` the file says so too, if it can be
+    // written: otherwise the next start lists the segment again.
+    void SetRemoved(bool markFile) noexcept;
+    // Flushes an open segment and leaves an index of what it holds, so that the next start need
+    // not read the chunks.
+    void Close();
+
+    void FlushNow() noexcept override;
+
+    const std::shared_ptr<SlotFile>& GetSlot() const { return slot; }
+    std::string Describe() const;
+
+  private:
+    [[noreturn]] void Throw(EngineError::Kind kind, const std::string& text) const;
+    void CheckRemoved() const;
+    void CheckEpochLocked(Epoch writer) const;
+    void PrepareAppend(Epoch writer, const ChunkEntry& entry);
+    void Write(Epoch writer, const ChunkEntry& entry, std::span<const std::string_view> parts,
+               const Durability& durability);
+    void Publish(Epoch writer, const ChunkEntry& entry) noexcept;
+    void ScheduleFlush(const Durability& durability, FlushTimer& timer);
+    SegmentWriter& GetWriter();
+    std::shared_ptr<File> GetFile() const;
+    SegmentFormat::Footer MakeFooter(std::span<const SegmentFormat::Entry> packed,
+                                     SegmentFormat::FooterState state) const;
+    std::vector<ChunkEntry> ReadSealedEntries(const LocalReport& damage) const;
+    void VerifyChunks(const std::vector<ChunkEntry>& entries, std::uint32_t offset,
+                      IVerifyObserver& observer) const;
+
+    const std::shared_ptr<SlotFile> slot;  // shared with the track's list of slots
+    const SegmentFormat::Identity identity;
+    const std::uint64_t stamp;
+    const LocalReport& report;
+    std::atomic<bool> removed = false;
+    std::atomic<bool> scheduled = false;  // for a flush by the timer
+    FlushGate gate;
+
+    // Held by the one who writes. Taken before `mutex`.
+    mutable std::mutex writeMutex;
+    // guarded by writeMutex
+    std::unique_ptr<SegmentWriter> writer;  // null until needed, and when sealed
+    bool flushFirst = false;  // the start must be safe before anything is written behind it
+    bool closed = false;      // a write failed: takes no more chunks
+
+    mutable std::mutex mutex;
+    // guarded by mutex
+    SegmentInfo info;
+    EntryLog entries;            // of an open segment
+    std::shared_ptr<File> file;  // while there is a writer; shared with those who read and flush
+};
+
+}  // namespace Brantel::Engine

@@ -1,0 +1,149 @@
+#include "Local/SegmentScanner.h"
+
+#include "Local/BlockReader.h"
+#include "Local/CheckedChunk.h"
+#include "Local/File.h"
+
+#include <algorithm>
+#include <cstring>
+#include <string>
+#include <string_view>
+#include <utility>
+
+namespace Brantel::Engine {
+
+namespace {
+
+constexpr std::uint32_t minChunkLength = ChunkLayout::Length(1, 0);
+// How far an end that looks like one is searched for chunks behind it.
+constexpr std::uint32_t searchWindow = BlockReader::blockSize;
+
+}  // namespace
+
+void SegmentContent::Add(const ChunkEntry& entry, bool estimated) {
+    entries.ReserveOne();
+    entries.Add(entry, estimated);
+    if (count == 0) {
+        first = entry;
+    }
+    last = entry;
+    ++count;
+    end = entry.offset + entry.length;
+    durationSum += static_cast<std::uint64_t>(entry.duration);
+}
+
+SegmentScanner::SegmentScanner(const File& file, const SegmentFormat::Identity& identity,
+                               const std::optional<SegmentFormat::Footer>& footer, Report report)
+    : file(file),
+      identity(identity),
+      stamp(identity.GetStamp()),
+      report(std::move(report)),
+      limit(footer && footer->state == SegmentFormat::FooterState::Sealed
+                ? footer->end
+                : identity.segmentSize - ChunkLayout::segmentTrailerSize),
+      provenEnd(footer ? footer->end : 0) {
+    if (footer && footer->count > 0) {
+        expected = SegmentFormat::Unpack(footer->last);
+    }
+}
+
+bool SegmentScanner::Follows(const Head& head, const SegmentContent& content) const {
+    return head.epoch >= content.epoch && head.length <= limit - head.offset &&
+           (content.count == 0 || head.ordinal > content.last.ordinal);
+}
+
+void SegmentScanner::Scan(SegmentContent& content) {
+    BlockReader reader(file, limit);
+    content.epoch = std::max(content.epoch, identity.createEpoch);
+    while (content.end + minChunkLength <= limit) {
+        const std::uint32_t place = content.end;
+        const CheckedChunk chunk = CheckChunk(reader, place, identity, stamp);
+        const bool follows = chunk.head && Follows(*chunk.head, content);
+        if (follows && chunk.whole) {
+            content.epoch = chunk.head->epoch;
+            provenEnd = std::max(provenEnd, chunk.head->flushedEnd);
+            content.Add(chunk.head->GetEntry(), false);
+            continue;
+        }
+        const std::uint32_t behind = place + (follows ? chunk.head->length : minChunkLength);
+        const std::optional<Head> next = FindNext(reader, behind, content);
+        if (provenEnd <= place) {
+            return;
+        }
+        if (follows) {
+            report(place, chunk.fault);
+            content.epoch = chunk.head->epoch;
+            content.Add(chunk.head->GetEntry(), false);
+            continue;
+        }
+        report(place, "the head of a chunk, or of more than one, is damaged");
+        if (next) {
+            FillHole(content, next->GetEntry());
+        } else if (expected && expected->offset >= place) {
+            FillHole(content, *expected);
+            content.Add(*expected, false);
+        } else {
+            return;
+        }
+    }
+}
+
+std::optional<SegmentScanner::Head> SegmentScanner::FindNext(BlockReader& reader,
+                                                             std::uint32_t offset,
+                                                             const SegmentContent& content) {
+    std::optional<Head> found;
+    std::uint32_t lastSeen = offset;
+    while (offset + minChunkLength <= limit &&
+           (offset <= provenEnd || offset - lastSeen < searchWindow)) {
+        const std::string_view bytes = reader.Get(offset, sizeof(Head));
+        Head candidate;
+        std::memcpy(&candidate, bytes.data(), sizeof candidate);
+        std::optional<Head> head;
+        if (candidate.magic == SegmentFormat::chunkMagic && candidate.offset == offset) {
+            head = CheckHead(reader, offset, identity, stamp);
+        }
+        if (!head || !Follows(*head, content)) {
+            offset += ChunkLayout::alignment;
+            continue;
+        }
+        if (!found) {
+            found = head;
+        }
+        provenEnd = std::max(provenEnd, head->flushedEnd);
+        offset += head->length;
+        lastSeen = offset;
+    }
+    return found;
+}
+
+void SegmentScanner::FillHole(SegmentContent& content, const ChunkEntry& next) {
+    if (next.offset == content.end) {
+        return;
+    }
+    // Ordinals are contiguous. What lies in front of the segment's first chunk that can be read
+    // counts as one chunk: how many it were can't be told.
+    const std::uint64_t room = std::max(1U, (next.offset - content.end) / minChunkLength);
+    std::uint64_t missing = 1;
+    ChunkEntry guess = content.last;
+    if (content.count == 0) {
+        guess = ChunkEntry{};
+        guess.ordinal = next.ordinal - 2;
+        guess.front = next.front;
+    } else {
+        missing = std::clamp<std::uint64_t>(next.ordinal - guess.ordinal - 1, 1, room);
+    }
+    const std::int64_t from = guess.timePoint;
+    const std::int64_t step =
+        std::max<std::int64_t>(next.timePoint - from, 0) / static_cast<std::int64_t>(missing + 1);
+    for (std::uint64_t index = 1; index <= missing; ++index) {
+        guess.timePoint = from + std::max<std::int64_t>(step, 1) * static_cast<std::int64_t>(index);
+        guess.duration = step;
+        ++guess.ordinal;
+        guess.offset = content.end;
+        guess.length = index == missing ? next.offset - content.end : minChunkLength;
+        guess.headLength = minChunkLength;
+        content.Add(guess, true);
+    }
+}
+
+}  // namespace Brantel::Engine

@@ -1,0 +1,355 @@
+#include "Local/TrackSpace.h"
+
+#include "ChunkLayout.h"
+#include "EngineError.h"
+#include "Local/Catalogue.h"
+#include "Local/SegmentScanner.h"
+#include "Local/SlotLoader.h"
+
+#include <algorithm>
+#include <exception>
+#include <optional>
+#include <utility>
+
+namespace Brantel::Engine {
+
+TrackSpace::TrackSpace(const LocalContext& context, TrackId track, const Reservation& found,
+                       std::uint64_t settledCount)
+    : context(context),
+      track(track),
+      folder(context, track),
+      settledCount(settledCount),
+      reservation(found) {}
+
+void TrackSpace::Throw(EngineError::Kind kind, const std::string& text) const {
+    throw EngineError(kind, folder.GetPath() + ": " + text);
+}
+
+void TrackSpace::Load() {
+    if (loaded) {
+        return;
+    }
+    const std::lock_guard spaceLock(spaceMutex);
+    if (loaded) {
+        return;
+    }
+    const Reservation found = GetReservation();
+    const std::vector<Slot> list = folder.List();
+    SlotLoader loader(context, track, found.segmentSize);
+    for (const Slot& slot : list) {
+        loader.Load(slot);
+    }
+    std::map<std::uint32_t, Slot> byNumber;
+    for (const Slot& slot : list) {
+        byNumber.emplace(slot->GetNumber(), slot);
+    }
+    std::deque<FreeSlot> free;
+    for (const Slot& slot : loader.blankSlots) {
+        free.push_back({slot, false});
+    }
+    for (const Slot& slot : loader.usedSlots) {
+        free.push_back({slot, true});
+    }
+    const std::lock_guard lock(mutex);
+    slots = std::move(byNumber);
+    freeSlots = std::move(free);
+    segments = std::move(loader.segments);
+    lastGeneration = loader.lastGeneration;
+    const std::uint64_t missing =
+        found.segmentCount - std::min<std::uint64_t>(found.segmentCount, slots.size());
+    context.budget.Adopt(0, missing * found.segmentSize);
+    loaded = true;
+}
+
+Reservation TrackSpace::GetReservation() const {
+    const std::lock_guard lock(mutex);
+    return reservation;
+}
+
+void TrackSpace::CheckWanted(const Reservation& wanted) const {
+    const std::lock_guard lock(mutex);
+    if (reservation.segmentCount != 0 && reservation.segmentSize != wanted.segmentSize) {
+        Throw(EngineError::Kind::Refused, "segments have " +
+                                              std::to_string(reservation.segmentSize) +
+                                              " bytes, not " + std::to_string(wanted.segmentSize));
+    }
+    if (segments.size() > wanted.segmentCount) {
+        Throw(EngineError::Kind::Refused, std::to_string(segments.size()) +
+                                              " segments are in use, more than " +
+                                              std::to_string(wanted.segmentCount));
+    }
+}
+
+void TrackSpace::Reserve(const Reservation& wanted, IProgress& progress) {
+    Load();
+    const std::lock_guard spaceLock(spaceMutex);
+    CheckWanted(wanted);
+    const Reservation former = GetReservation();
+    if (wanted == former && settledCount == former.segmentCount) {
+        progress.Report(0, 1);
+        progress.Report(1, 1);
+        return;
+    }
+    if (wanted.Bytes() > former.Bytes()) {
+        context.budget.Promise(wanted.Bytes() - former.Bytes());
+    }
+    {
+        const std::lock_guard lock(mutex);
+        reservation = wanted;
+    }
+    const std::uint64_t formerCount = std::min(settledCount, wanted.segmentCount);
+    try {
+        context.catalogue.WriteReservation({wanted, formerCount});
+        Settle(wanted, progress);
+    } catch (const std::exception&) {
+        if (wanted.segmentCount > formerCount) {
+            UndoGrowth(wanted, formerCount);
+        }
+        throw;
+    }
+    if (wanted.Bytes() < former.Bytes()) {
+        context.budget.GiveBack(former.Bytes() - wanted.Bytes(), 0);
+    }
+}
+
+void TrackSpace::Settle(const Reservation& wanted, IProgress& progress) {
+    std::vector<std::uint32_t> numbers;
+    std::uint64_t count = 0;
+    {
+        const std::lock_guard lock(mutex);
+        count = slots.size();
+        for (std::uint32_t number = 0; count + numbers.size() < wanted.segmentCount; ++number) {
+            if (!slots.contains(number)) {
+                numbers.push_back(number);
+            }
+        }
+    }
+    if (count > wanted.segmentCount) {
+        progress.Report(0, 1);
+        RemoveFreeSlots(count - wanted.segmentCount);
+        progress.Report(1, 1);
+    } else {
+        const std::vector<Slot> made = folder.Make(numbers, wanted.segmentSize, progress);
+        const std::lock_guard lock(mutex);
+        for (const Slot& slot : made) {
+            slots.emplace(slot->GetNumber(), slot);
+            freeSlots.push_back({slot, false});
+        }
+    }
+    context.catalogue.WriteReservation({wanted, wanted.segmentCount});
+    settledCount = wanted.segmentCount;
+}
+
+void TrackSpace::RemoveFreeSlots(std::uint64_t count) {
+    for (; count > 0; --count) {
+        std::optional<FreeSlot> taken;
+        {
+            const std::lock_guard lock(mutex);
+            const auto last = std::max_element(freeSlots.begin(), freeSlots.end(),
+                                               [](const FreeSlot& a, const FreeSlot& b) {
+                                                   return a.slot->GetNumber() < b.slot->GetNumber();
+                                               });
+            if (last == freeSlots.end()) {
+                break;
+            }
+            taken = *last;
+            freeSlots.erase(last);
+        }
+        try {
+            folder.Remove(taken->slot);
+        } catch (const std::exception&) {
+            const std::lock_guard lock(mutex);
+            freeSlots.push_back(*taken);
+            throw;
+        }
+        const std::lock_guard lock(mutex);
+        slots.erase(taken->slot->GetNumber());
+    }
+    folder.Flush();
+}
+
+void TrackSpace::UndoGrowth(const Reservation& wanted, std::uint64_t formerCount) noexcept {
+    try {
+        std::uint64_t count = 0;
+        {
+            const std::lock_guard lock(mutex);
+            count = slots.size();
+        }
+        context.budget.GiveBack(0, (wanted.segmentCount - count) * wanted.segmentSize);
+        if (count > formerCount) {
+            RemoveFreeSlots(count - formerCount);
+        }
+        const std::lock_guard lock(mutex);
+        formerCount = slots.size();
+        reservation.segmentCount = formerCount;
+        settledCount = formerCount;
+        context.budget.GiveBack((wanted.segmentCount - formerCount) * wanted.segmentSize, 0);
+    } catch (const std::exception& error) {
+        context.options.report(error.what());
+    }
+    try {
+        if (formerCount > 0) {
+            context.catalogue.WriteReservation({GetReservation(), formerCount});
+        } else {
+            folder.RemoveFolder();
+            context.catalogue.RemoveReservation(track);
+        }
+    } catch (const std::exception& error) {
+        // The next start finds the larger reservation unfinished, which can be asked for again.
+        context.options.report(error.what());
+    }
+}
+
+void TrackSpace::Release(IProgress& progress) {
+    Load();
+    const std::lock_guard spaceLock(spaceMutex);
+    std::map<Key, std::shared_ptr<LocalSegment>> removed;
+    std::map<std::uint32_t, Slot> released;
+    Reservation former;
+    {
+        const std::lock_guard lock(mutex);
+        if (reservation.segmentCount == 0) {
+            return;
+        }
+        former = reservation;
+        released = slots;
+        freeSlots.clear();
+        segments.swap(removed);
+    }
+    for (const auto& [key, segment] : removed) {
+        segment->SetRemoved(false);
+    }
+    // Until it is done, asking for the same reservation again makes what was removed.
+    settledCount = 0;
+    std::uint64_t done = 0;
+    try {
+        for (const auto& [number, slot] : released) {
+            progress.Report(done, released.size() + 1);
+            folder.Remove(slot);
+            ++done;
+            const std::lock_guard lock(mutex);
+            slots.erase(number);
+        }
+        folder.RemoveFolder();
+        context.catalogue.RemoveReservation(track);
+    } catch (const std::exception&) {
+        context.budget.Adopt(0, done * former.segmentSize);
+        const std::lock_guard lock(mutex);
+        for (const auto& [number, slot] : slots) {
+            freeSlots.push_back({slot, true});
+        }
+        throw;
+    }
+    {
+        const std::lock_guard lock(mutex);
+        reservation = {};
+    }
+    context.budget.GiveBack(former.Bytes(),
+                            (former.segmentCount - released.size()) * former.segmentSize);
+    progress.Report(released.size() + 1, released.size() + 1);
+}
+
+void TrackSpace::CreateSegment(const SegmentId& id, Epoch epoch) {
+    Load();
+    const Key key{id.log, id.number};
+    FreeSlot free;
+    SegmentFormat::Identity identity;
+    {
+        const std::lock_guard lock(mutex);
+        if (reservation.segmentCount == 0) {
+            Throw(EngineError::Kind::Refused, "no space is reserved");
+        }
+        if (segments.contains(key)) {
+            Throw(EngineError::Kind::Refused, "segment " + std::to_string(id.number) + " exists");
+        }
+        if (freeSlots.empty() || segments.size() >= reservation.segmentCount) {
+            Throw(EngineError::Kind::NoSpace,
+                  "all " + std::to_string(reservation.segmentCount) + " segments are used");
+        }
+        identity = {track,
+                    id.number,
+                    lastGeneration + 1,
+                    epoch,
+                    epoch,
+                    static_cast<std::uint32_t>(id.log),
+                    reservation.segmentSize};
+        free = freeSlots.front();
+        freeSlots.pop_front();
+        ++lastGeneration;
+    }
+    try {
+        auto segment = std::make_shared<LocalSegment>(free.slot, identity, SegmentContent{},
+                                                      context.options.report);
+        segment->WriteStart(free.used);
+        const std::lock_guard lock(mutex);
+        segments.emplace(key, std::move(segment));
+    } catch (const std::exception&) {
+        const std::lock_guard lock(mutex);
+        freeSlots.push_back({free.slot, true});
+        throw;
+    }
+}
+
+std::vector<SegmentInfo> TrackSpace::ListSegments() const {
+    std::vector<SegmentInfo> list;
+    const std::lock_guard lock(mutex);
+    list.reserve(segments.size());
+    for (const auto& [key, segment] : segments) {
+        list.push_back(segment->GetInfo());
+    }
+    return list;
+}
+
+std::shared_ptr<LocalSegment> TrackSpace::TryFind(const SegmentId& id) const {
+    const std::lock_guard lock(mutex);
+    const auto segment = segments.find(Key{id.log, id.number});
+    return segment == segments.end() ? nullptr : segment->second;
+}
+
+std::shared_ptr<LocalSegment> TrackSpace::Find(const SegmentId& id) const {
+    std::shared_ptr<LocalSegment> segment = TryFind(id);
+    if (!segment) {
+        Throw(EngineError::Kind::Gone, std::string("no segment ") +
+                                           (id.log == LogKind::Ring ? "ring " : "held ") +
+                                           std::to_string(id.number));
+    }
+    return segment;
+}
+
+void TrackSpace::RemoveSegment(const SegmentId& id, Epoch epoch) {
+    std::shared_ptr<LocalSegment> removed;
+    {
+        const std::lock_guard lock(mutex);
+        const auto segment = segments.find(Key{id.log, id.number});
+        if (segment == segments.end()) {
+            return;
+        }
+        segment->second->CheckEpoch(epoch);
+        removed = std::move(segment->second);
+        segments.erase(segment);
+    }
+    removed->SetRemoved(true);
+    const std::lock_guard lock(mutex);
+    if (slots.contains(removed->GetSlot()->GetNumber())) {
+        freeSlots.push_back({removed->GetSlot(), true});
+    }
+}
+
+void TrackSpace::Close() noexcept {
+    std::map<Key, std::shared_ptr<LocalSegment>> open;
+    try {
+        const std::lock_guard lock(mutex);
+        open = segments;
+    } catch (const std::exception& error) {
+        context.options.report(error.what());
+    }
+    for (const auto& [key, segment] : open) {
+        try {
+            segment->Close();
+        } catch (const std::exception& error) {
+            context.options.report(error.what());
+        }
+    }
+}
+
+}  // namespace Brantel::Engine
