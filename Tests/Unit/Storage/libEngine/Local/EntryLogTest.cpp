@@ -1,4 +1,4 @@
-#include "Local/EntryLog.h"
+#include <libEngine/Local/EntryLog.h>
 
 #include <gtest/gtest.h>
 

@@ -1,6 +1,7 @@
-#include "Local/File.h"
 #include "Support/FaultyFileCalls.h"
 #include "Support/LocalStoreTest.h"
+
+#include <libEngine/Local/File.h>
 
 #include <gtest/gtest.h>
 

@@ -1,8 +1,9 @@
-#include "Local/File.h"
-#include "Local/FlushGate.h"
 #include "Support/FaultyFileCalls.h"
 #include "Support/LocalStoreTest.h"
 #include "Support/Waiting.h"
+
+#include <libEngine/Local/File.h>
+#include <libEngine/Local/FlushGate.h>
 
 #include <gtest/gtest.h>
 

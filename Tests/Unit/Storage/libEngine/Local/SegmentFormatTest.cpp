@@ -1,4 +1,4 @@
-#include "Local/SegmentFormat.h"
+#include <libEngine/Local/SegmentFormat.h>
 
 #include <gtest/gtest.h>
 #include <xxhash.h>

@@ -10,7 +10,7 @@
 namespace Brantel::Engine {
 namespace {
 
-class SlotReuseTest : public LocalStoreTest {
+class SlotLoaderTest : public LocalStoreTest {
   protected:
     void SetUp() override {
         Open();
@@ -36,7 +36,7 @@ class SlotReuseTest : public LocalStoreTest {
     int copies = 0;
 };
 
-TEST_F(SlotReuseTest, ChunksOfAnEarlierLapNeverAppear) {
+TEST_F(SlotLoaderTest, ChunksOfAnEarlierLapNeverAppear) {
     Lap(1, 40);
     engine->RemoveSegment(Ring(1), 1);
     for (int chunks = 0; chunks < 12; ++chunks) {
@@ -50,7 +50,7 @@ TEST_F(SlotReuseTest, ChunksOfAnEarlierLapNeverAppear) {
     EXPECT_TRUE(Reports().empty());
 }
 
-TEST_F(SlotReuseTest, ASegmentIsNoFileMore) {
+TEST_F(SlotLoaderTest, ASegmentIsNoFileMore) {
     const auto count = [this] {
         std::vector<std::string> names;
         for (const auto& entry :
@@ -69,7 +69,7 @@ TEST_F(SlotReuseTest, ASegmentIsNoFileMore) {
     EXPECT_EQ(std::filesystem::file_size(SlotPath(0)), segmentSize);
 }
 
-TEST_F(SlotReuseTest, AWriterAfterACrashIsNotContinuedByWhatWasLeftBehindTheCut) {
+TEST_F(SlotLoaderTest, AWriterAfterACrashIsNotContinuedByWhatWasLeftBehindTheCut) {
     engine->CreateSegment(Ring(1), 1);
     std::vector<ChunkEntry> entries;
     for (int index = 0; index < 6; ++index) {
@@ -91,7 +91,7 @@ TEST_F(SlotReuseTest, AWriterAfterACrashIsNotContinuedByWhatWasLeftBehindTheCut)
     EXPECT_TRUE(Reports().empty());
 }
 
-TEST_F(SlotReuseTest, AHeaderThatWasNotWrittenYetLeavesTheNewSegmentByItsFooter) {
+TEST_F(SlotLoaderTest, AHeaderThatWasNotWrittenYetLeavesTheNewSegmentByItsFooter) {
     Lap(1, 3);
     const std::string oldHeader = ReadFile(SlotPath(0)).substr(0, 4096);
     engine->RemoveSegment(Ring(1), 1);
@@ -102,7 +102,7 @@ TEST_F(SlotReuseTest, AHeaderThatWasNotWrittenYetLeavesTheNewSegmentByItsFooter)
     EXPECT_EQ(Info(Ring(2)).count, 2U);
 }
 
-TEST_F(SlotReuseTest, AFooterThatWasNotWrittenYetLeavesTheNewSegmentByItsHeader) {
+TEST_F(SlotLoaderTest, AFooterThatWasNotWrittenYetLeavesTheNewSegmentByItsHeader) {
     Lap(1, 3);
     engine->Seal(Ring(1), 1, 3);
     const std::string oldFooter = ReadFile(SlotPath(0)).substr(segmentSize - 4096);
@@ -115,7 +115,7 @@ TEST_F(SlotReuseTest, AFooterThatWasNotWrittenYetLeavesTheNewSegmentByItsHeader)
     EXPECT_FALSE(Info(Ring(2)).sealed);
 }
 
-TEST_F(SlotReuseTest, ASegmentThatExistsTwiceIsTheNewerOne) {
+TEST_F(SlotLoaderTest, ASegmentThatExistsTwiceIsTheNewerOne) {
     Reserve(2);
     Lap(1, 3);
     Crash();
@@ -130,7 +130,7 @@ TEST_F(SlotReuseTest, ASegmentThatExistsTwiceIsTheNewerOne) {
     engine->CreateSegment(Ring(2), 1);
 }
 
-TEST_F(SlotReuseTest, AVoidedChunkStaysVoidWhenTheFooterIsLost) {
+TEST_F(SlotLoaderTest, AVoidedChunkStaysVoidWhenTheFooterIsLost) {
     engine->CreateSegment(Ring(1), 1);
     for (int index = 0; index < 6; ++index) {
         Append(Ring(1), index, {"m", Bytes(3000, 1)});
