@@ -1,7 +1,6 @@
 #pragma once
 
 #include "Support/EngineHarness.h"
-#include "Support/LocalHarness.h"
 #include "Support/MemoryHarness.h"
 
 #include <vector>
@@ -10,7 +9,7 @@ namespace Brantel::Engine {
 
 // The engines that every test of the tracks runs on.
 inline std::vector<EngineHarnessFactory> EveryEngine() {
-    return {MemoryHarnessFactory(), LocalHarnessFactory()};
+    return {MemoryHarnessFactory()};
 }
 
 }  // namespace Brantel::Engine

@@ -18,7 +18,7 @@
 namespace Brantel::Engine {
 
 // A store in a temporary folder. Its crash goes on with a copy of the files as they are at that
-// instant, taken behind the back of the engine, which lives on over the former folder.
+// instant, taken behind the back of the engine, which ends afterwards.
 class LocalHarness : public IEngineHarness {
   public:
     explicit LocalHarness(std::uint64_t limit) {
@@ -32,7 +32,6 @@ class LocalHarness : public IEngineHarness {
     IEngine& GetEngine() override { return *engine; }
 
     void Restart() override {
-        ForgetFormer();
         engine.reset();
         engine = std::make_unique<LocalEngine>(options);
     }
@@ -41,9 +40,7 @@ class LocalHarness : public IEngineHarness {
         auto next = std::make_unique<Tests::TemporaryFolder>();
         const std::string copy = next->File("store");
         std::filesystem::copy(options.directory, copy, std::filesystem::copy_options::recursive);
-        ForgetFormer();
-        former = std::move(engine);
-        formerFolder = std::move(folder);
+        engine.reset();
         folder = std::move(next);
         options.directory = copy;
         engine = std::make_unique<LocalEngine>(options);
@@ -73,19 +70,12 @@ class LocalHarness : public IEngineHarness {
     }
 
   private:
-    void ForgetFormer() {
-        former.reset();
-        formerFolder.reset();
-    }
     template <typename Value>
     static void Read(std::fstream& file, std::uint64_t place, Value& value) {
         file.seekg(static_cast<std::streamoff>(place));
         file.read(reinterpret_cast<char*>(&value), sizeof value);
     }
 
-    // Before its engine, which ends first.
-    std::unique_ptr<Tests::TemporaryFolder> formerFolder;
-    std::unique_ptr<LocalEngine> former;
     std::unique_ptr<Tests::TemporaryFolder> folder = std::make_unique<Tests::TemporaryFolder>();
     LocalOptions options;
     std::unique_ptr<LocalEngine> engine;

@@ -3,6 +3,7 @@
 // BRANTEL_MESSAGES=<number> makes it longer.
 #include "Support/Frames.h"
 #include "Support/RandomMessages.h"
+#include "Support/ReferenceParser.h"
 #include "Support/SocketPair.h"
 
 #include <libServices/FileDescriptorServiceConnection.h>
@@ -11,7 +12,6 @@
 
 #include <google/protobuf/any.pb.h>
 #include <google/protobuf/descriptor.pb.h>
-#include <google/protobuf/io/zero_copy_stream_impl_lite.h>
 #include <google/protobuf/struct.pb.h>
 #include <google/protobuf/stubs/logging.h>
 #include <gtest/gtest.h>
@@ -30,6 +30,8 @@ namespace Brantel::Services {
 namespace {
 
 using google::protobuf::Message;
+using Tests::Contents;
+using Tests::ContentsByProtobuf;
 using Tests::EveryField;
 using Tests::RandomMessages;
 using Tests::SocketPair;
@@ -39,30 +41,10 @@ std::uint64_t NumberFromEnvironment(const char* name, std::uint64_t otherwise) {
     return text == nullptr ? otherwise : std::strtoull(text, nullptr, 10);
 }
 
-// Comparable bytes: the elements of maps in an order.
-std::string Contents(const Message& message) {
-    std::string bytes;
-    {
-        google::protobuf::io::StringOutputStream output(&bytes);
-        google::protobuf::io::CodedOutputStream stream(&output);
-        stream.SetSerializationDeterministic(true);
-        message.SerializePartialToCodedStream(&stream);
-    }
-    return bytes;
-}
-
 struct Example {
     const Message* type;
     std::string bytes;
 };
-
-// What protobuf's own parser makes of the bytes: the contents, or nothing when it refuses them.
-std::optional<std::string> Expected(const Example& example, bool withRequired) {
-    const std::unique_ptr<Message> message(example.type->New());
-    const bool valid = message->ParsePartialFromString(example.bytes) &&
-                       (!withRequired || message->IsInitialized());
-    return valid ? std::optional(Contents(*message)) : std::nullopt;
-}
 
 Example MakeExample(RandomMessages& random) {
     static const std::vector<const Message*> types{
@@ -155,7 +137,7 @@ class MessageReceiverTest : public ::testing::Test {
             } catch (const std::runtime_error&) {
                 ASSERT_EQ(message->ByteSizeLong(), 0U);
             }
-            Check(example, actual, Expected(example, true));
+            Check(example, actual, ContentsByProtobuf(*example.type, example.bytes, true));
         }
     }
     // By the receiver alone, which gets small messages too then.
@@ -167,7 +149,7 @@ class MessageReceiverTest : public ::testing::Test {
             if (MessageReceiver(reader).Receive(*message, example.bytes.size())) {
                 actual = Contents(*message);
             }
-            Check(example, actual, Expected(example, false));
+            Check(example, actual, ContentsByProtobuf(*example.type, example.bytes, false));
         }
     }
     void Check(const Example& example, const std::optional<std::string>& actual,

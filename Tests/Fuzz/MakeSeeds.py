@@ -1,0 +1,307 @@
+#!/usr/bin/env python3
+"""Writes the inputs that fuzzing begins with: valid ones, made from protocol-buffer text.
+
+usage: MakeSeeds.py <fuzz target> <folder>
+
+Each function in `targets` yields the inputs of the target of its name, in the form that its source describes. A target
+without a function begins with its committed inputs alone.
+"""
+
+import pathlib
+import subprocess
+import sys
+
+root = pathlib.Path(__file__).resolve().parent.parent.parent
+schema = root / "Rpc/libProtocolX/schema"
+support = root / "Tests/Support"
+
+
+def encoded(folder, file, message, text):
+    """The bytes of a message that is given as text."""
+    return subprocess.run(["protoc", f"--proto_path={folder}", f"--encode={message}", file],
+                          input=text.encode(), stdout=subprocess.PIPE, check=True).stdout
+
+
+# --- requests ----------------------------------------------------------------------------------------------
+
+
+def request(operation, fields=""):
+    text = f"operation: OPERATION_{operation} {operation} {{ {fields} }}"
+    return encoded(schema, "BrantelStorageApiMessages.proto", "BrantelStorageApi.Request", text)
+
+
+def at(time):
+    return f"{{ nanoseconds: {time % (1 << 64)} }}"
+
+
+def append(time, value="x", key="image", duration=10, handle=1):
+    return request("TrackWriter_Append", f"""object_handle: {handle} chunk {{ timecode {at(time)} duration {at(duration)}
+        properties {{ items {{ key: "width" value: "{time}" }} }}
+        data {{ items {{ key: "{key}" value: "{value}" }} items {{ key: "thumbnail" value: "t" }} }} }}""")
+
+
+def create(track=1, size=65536):
+    return request("TrackStorage_CreateTrack", f"infoIn {{ id: {track % (1 << 64)} size: {size} }}")
+
+
+def properties(operation, track, **items):
+    list = " ".join(f'items {{ key: "{key}" value: "{value}" }}' for key, value in items.items())
+    return request(operation, f"trackId: {track} properties {{ {list} }}")
+
+
+def setting(track, key, value):
+    return properties("TrackStorage_SetTrackProperties", track, **{key: value})
+
+
+def writer(track=1):
+    return request("TrackWriter_Constructor", f"trackId: {track}")
+
+
+def protect(time, duration, track=1):
+    return request("TrackStorage_Protect", f"trackId: {track} timecode {at(time)} duration {at(duration)}")
+
+
+def everyOperation():
+    """A track's life; each operation at least once."""
+    yield create()
+    yield writer()
+    yield from (append(time) for time in (0, 10, 20, 35))
+    yield request("TrackReader_Constructor", "trackId: 1")
+    for operation in ("GetChunk", "GetNextChunk", "GetPreviousChunk"):
+        yield request(f"TrackReader_{operation}", f'object_handle: 2 timecode {at(15)} keys {{ keys: "image" }}')
+        yield request(f"TrackReader_{operation}", f"object_handle: 2 timecode {at(10)} keys {{ }}")
+    for operation in ("NextTimePoint", "PreviousTimePoint"):
+        yield request(f"TrackReader_{operation}", f"object_handle: 2 timecode {at(20)}")
+    yield request("TrackReader_Wait", f"object_handle: 2 timecode {at(40)} timeout: 1")
+    yield request("TrackReader_GetTrackId", "object_handle: 2")
+    yield request("TrackWriter_GetTrackId", "object_handle: 1")
+    yield setting(1, "width", "720")
+    yield properties("TrackStorage_RemoveTrackProperties", 1, width="")
+    yield protect(10, 10)
+    for operation in ("GetNumberOfChunks", "GetAccumulatedDuration"):
+        yield request(f"TrackStorage_{operation}", f"trackId: 1 in {at(0)} out {at(30)}")
+    for operation in ("GetTrackProperties", "GetTrackSize", "GetBeginningOfTrack", "GetEndOfTrack"):
+        yield request(f"TrackStorage_{operation}", "trackId: 1")
+    for operation in ("GetActiveWorkers", "GetRemainingSpace", "ListProtections", "GetOngoingCommands", "ListTracks"):
+        yield request(f"TrackStorage_{operation}")
+    yield request("TrackStorage_GetTrackInfos", "trackIds { ids: 1 ids: 2 }")
+    yield request("TrackStorage_GetWorkerInfos", "workerIds { ids: 1 ids: 2 ids: 9 }")
+    yield request("TrackStorage_GetCommandInfo", "commandId: 1")
+    yield request("TrackStorage_GrowTrack", "infoIn { id: 1 size: 99999 }")
+    yield request("TrackStorage_ClearTrack", "trackId: 1")
+    yield request("TrackStorage_Unprotect", "protectionId: 1")
+    yield request("TrackReader_Destructor", "object_handle: 2")
+    yield request("TrackWriter_Destructor", "object_handle: 1")
+    yield request("TrackStorage_DeleteTrack", "trackId: 1")
+
+
+def laps(retention):
+    """A full track that goes on, around a protection."""
+    yield create(size=40000)
+    yield setting(1, "storage.retention", retention)
+    yield writer()
+    for number in range(24):
+        yield append(number * 10, "0123456789" * 3, "long")
+        if number == 4:
+            yield protect(10, 15)
+        if number == 20:
+            yield request("TrackStorage_Unprotect", "protectionId: 1")
+
+
+def severalTracks():
+    """Tracks beside each other, one of them written by a second writer after the first."""
+    yield create(1)
+    yield create(0)
+    yield create(7, 1048576)
+    for track in (1, 2, 7):
+        yield writer(track)
+        yield setting(track, "storage.durability", ("always", "interval:200ms", "os")[track % 3])
+        yield append(track, handle=min(track, 3))
+    yield request("TrackWriter_Destructor", "object_handle: 2")
+    yield writer(2)
+    yield append(9, handle=4)
+    yield request("TrackStorage_ClearTrack", "trackId: 2")
+    yield append(3, handle=4)
+    yield request("TrackStorage_DeleteTrack", "trackId: 7")
+    yield request("TrackWriter_Destructor", "object_handle: 3")
+    yield request("TrackStorage_DeleteTrack", "trackId: 7")
+
+
+def errors():
+    """What is refused."""
+    yield create(-1)
+    yield create(1, 5)
+    yield create(1, 1 << 40)
+    yield append(1)
+    yield writer(3)
+    yield create()
+    yield writer()
+    yield writer()
+    yield append(5)
+    yield append(5)
+    yield append(-1)
+    yield append(9, duration=-1)
+    yield append(9, key="thumbnail")
+    yield append(9, "x" * 400, "long")
+    yield setting(1, "storage.unknown", "1")
+    yield setting(1, "storage.retention", "never")
+    yield protect(-1, 5)
+    yield request("TrackStorage_Unprotect", "protectionId: 5")
+    yield request("TrackStorage_GrowTrack", "infoIn { id: 1 size: 5 }")
+    yield b"\x08\x01"
+
+
+def ServeRequestFuzz():
+    for session in (everyOperation(), laps("loop"), laps("stop"), severalTracks(), errors()):
+        yield b"".join(len(bytes).to_bytes(2, "little") + bytes for bytes in session)
+
+
+# --- responses ---------------------------------------------------------------------------------------------
+
+chunk = """chunk { timecode { nanoseconds: 5 } duration { nanoseconds: 6 }
+    properties { items { key: "codec" value: "jpeg" } } data { items { key: "image" value: "data" } } } result: true"""
+track = "infoOut { id: 1 size: 2 commandId: 3 }"
+point = "{ nanoseconds: 9 }"
+responseParts = {
+    "TrackStorage_GetTrackProperties": 'properties { items { key: "title" value: "a" } }',
+    "TrackStorage_GetNumberOfChunks": "nbChunks: 5",
+    "TrackReader_NextTimePoint": f"nextTimePoint {point} result: true",
+    "TrackStorage_DeleteTrack": track,
+    "TrackStorage_GetTrackSize": "trackSize: 5",
+    "TrackWriter_Append": "",
+    "TrackStorage_GetTrackInfos": f"trackInfos {{ infos {{ trackId: 1 tpIn {point} tpOut {point} size: 4 capacity: 5 }} }}",
+    "TrackReader_Destructor": "",
+    "TrackReader_GetChunk": chunk,
+    "TrackStorage_RemoveTrackProperties": "",
+    "TrackStorage_GetActiveWorkers": "workerIds { ids: 1 ids: 2 } trackIds { ids: 3 ids: 4 }",
+    "TrackWriter_Destructor": "",
+    "TrackReader_GetTrackId": "result: 5",
+    "TrackStorage_GrowTrack": track,
+    "TrackWriter_Constructor": "object_handle: 2",
+    "TrackStorage_GetCommandInfo": "commandInfo { type: ONGOING progression: 5 }",
+    "TrackStorage_GetRemainingSpace": "remainingSpace: 5",
+    "TrackReader_PreviousTimePoint": f"previousTimePoint {point} result: true",
+    "TrackStorage_GetBeginningOfTrack": f"timecode {point}",
+    "TrackReader_Constructor": "object_handle: 1",
+    "TrackReader_GetPreviousChunk": chunk,
+    "TrackStorage_ClearTrack": "",
+    "TrackStorage_GetAccumulatedDuration": f"duration {point}",
+    "TrackStorage_Protect": "protectionId: 5",
+    "TrackStorage_GetWorkerInfos": """workerInfos { infos { type: READER workerId: 1 trackId: 2 connectionId: 3
+        throughput: 4 clientIpV4Address: "127.0.0.1" } infos { type: WRITER } }""",
+    "TrackReader_GetNextChunk": chunk,
+    "TrackWriter_GetTrackId": "result: 5",
+    "TrackReader_Wait": "result: true",
+    "TrackStorage_Unprotect": "",
+    "TrackStorage_GetEndOfTrack": f"timecode {point}",
+    "TrackStorage_ListProtections": f"protectionInfos {{ infos {{ handle: 1 trackId: 2 tcIn {point} tcOut {point} }} }}",
+    "TrackStorage_CreateTrack": track,
+    "TrackStorage_GetOngoingCommands": "commandIds { ids: 1 }",
+    "TrackStorage_SetTrackProperties": "",
+    "TrackStorage_ListTracks": "list { trackIds: 1 trackIds: 2 }",
+}
+
+
+def ResponseFuzz():
+    parts = [f"{name} {{ {fields} }}" for name, fields in responseParts.items()]
+    empty = [f"{name} {{ }}" for name in responseParts]
+    texts = ["is_success: true", "is_success: false", 'is_success: false exception: "Track 7 does not exist"']
+    texts += ["is_success: true " + part for part in parts]
+    texts += [f"{beginning} {' '.join(parts)}" for beginning in texts[:3]]
+    texts += ["is_success: true " + " ".join(empty)]
+    for text in texts:
+        yield encoded(schema, "BrantelStorageApiMessages.proto", "BrantelStorageApi.Response", text)
+
+
+# --- frames ------------------------------------------------------------------------------------------------
+
+
+def stretches(data):
+    """The bytes as operations of a stream: runs of one byte in short form."""
+    plain = b""
+    while data:
+        run = len(data) - len(data.lstrip(data[:1]))
+        if run >= 8 or len(plain) == 32:
+            yield from literal(plain)
+            plain = b""
+        if run >= 8:
+            run = min(run, 0xFFFF)
+            yield b"\x02" + run.to_bytes(2, "little") + data[:1]
+            data = data[run:]
+        else:
+            plain += data[:1]
+            data = data[1:]
+    yield from literal(plain)
+
+
+def literal(data):
+    if data:
+        yield bytes([(len(data) - 1) << 3 | 4]) + data
+
+
+def frame(message, piece):
+    """A frame, cut behind each `piece` bytes."""
+    stream = b"\x01"
+    for begin in range(0, len(message), piece):
+        stream += b"".join(stretches(message[begin:begin + piece])) + b"\x00"
+    return stream
+
+
+def everyField():
+    long = "l" * 5000
+    scalars = """int32_field: -5 int64_field: 6 uint32_field: 7 uint64_field: 8 sint32_field: -9 sint64_field: -10
+        fixed32_field: 11 fixed64_field: 12 sfixed32_field: -13 sfixed64_field: -14 float_field: 1.5 double_field: 2.5
+        bool_field: true string_field: "text" bytes_field: "bytes" colour_field: BLUE"""
+    nested = f'child {{ child {{ bytes_field: "{long}" int32_field: 5 }} children {{ string_field: "{long}" }} }}'
+    groups = f"""Inner {{ inner_bytes: "{long}" inner_child {{ bytes_field: "in" }} Innermost {{ number: 5 }} }}
+        Repeated {{ data: "{long}" place {{ x: 1 y: 2 }} }}"""
+    lists = f"""plain_numbers: 1 plain_numbers: 2 packed_numbers: [1, 2, 3] packed_fixed: [{", ".join(["7"] * 600)}]
+        packed_colours: [RED, GREEN] plain_doubles: 1 texts: "a" texts: "{long}" blocks: "{long}" blocks: ""
+        points {{ x: 1 y: 2 name: "p" }} points {{ x: 3 y: 4 name: "{long}" }}"""
+    maps = f"""blocks_by_name {{ key: "a" value: "{long}" }} blocks_by_name {{ key: "b" value: "c" }}
+        children_by_number {{ key: 5 value {{ bytes_field: "{long}" }} }}"""
+    others = f"""chosen_child {{ chosen_text: "{long}" }} far_field: "{long}"
+        [Brantel.Tests.extended_bytes]: "{long}" [Brantel.Tests.extended_child] {{ bytes_field: "{long}" }}"""
+    for text in ("", scalars, nested, groups, lists, maps, others, f'bytes_field: "{long * 10}"'):
+        yield 0, encoded(support, "EveryField.proto", "Brantel.Tests.EveryField", text)
+    # Not a whole character, in a short and a long text, and the required fields of a point missing.
+    yield 0, b"\x72\x02\xc3\x2d" + b"\x72\x88\x27" + b"\xc3" * 5000
+    yield 0, b"\x92\x01\x02\x08\x02"
+
+
+def everyField3():
+    long = "l" * 5000
+    for text in (f'text: "a" data: "b" present_text: "{long}" texts: "c" texts: "{long}" numbers: [1, 2, 3]',
+                 f'child {{ texts_by_name {{ key: "k" value: "{long}" }} }} chosen_child {{ text: "{long}" }}'):
+        yield 1, encoded(support, "EveryField3.proto", "Brantel.Tests.EveryField3", text)
+    yield 1, b"\x0a\x02\xc3\x2d"
+    yield 1, b"\x0a\x88\x27" + b"\xc3" * 5000
+
+
+def FrameReaderFuzz():
+    for type, message in [*everyField(), *everyField3()]:
+        for piece in (1, 100, 1 << 20):
+            if len(message) // piece < 200:
+                yield bytes([type]) + frame(message, piece)
+    # Several messages in one piece, a damaged one among them; a length over the limit; half a frame.
+    yield b"\x00" + (b"\x01" + b"\x0c\x08\x05") * 3 + b"\x01\x0c\x0f\xff" + b"\x01\x0c\x08\x06"
+    yield b"\x00" + b"\x24\xff\xff\xff\xff\x0f"
+    yield b"\x00" + b"\x0c\x20\x08"
+
+
+targets = {target.__name__: target for target in (ServeRequestFuzz, ResponseFuzz, FrameReaderFuzz)}
+
+
+def main():
+    if len(sys.argv) != 3:
+        print(__doc__, file=sys.stderr)
+        return 2
+    target, folder = sys.argv[1], pathlib.Path(sys.argv[2])
+    folder.mkdir(parents=True, exist_ok=True)
+    for number, bytes in enumerate(targets.get(target, lambda: ())()):
+        (folder / f"seed{number}").write_bytes(bytes)
+    return 0
+
+
+if __name__ == "__main__":
+    sys.exit(main())
