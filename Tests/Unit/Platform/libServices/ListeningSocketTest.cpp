@@ -11,13 +11,15 @@
 #include <gtest/gtest.h>
 
 #include <fcntl.h>
+#include <netinet/in.h>
+#include <netinet/tcp.h>
 #include <sys/file.h>
 #include <sys/resource.h>
 #include <sys/socket.h>
 #include <sys/stat.h>
 #include <unistd.h>
 
-#include <atomic>
+#include <algorithm>
 #include <filesystem>
 #include <fstream>
 #include <optional>
@@ -87,6 +89,17 @@ TEST(ListeningTcpSocketTest, TheSocketIsClosedOnExecAndDoesNotBlock) {
     EXPECT_EQ(FD_CLOEXEC, fcntl(fd, F_GETFD));
     EXPECT_EQ(O_NONBLOCK, fcntl(fd, F_GETFL) & O_NONBLOCK);
     EXPECT_EQ(1, OptionOf(fd, SOL_SOCKET, SO_ACCEPTCONN));
+}
+
+TEST(ListeningTcpSocketTest, ManyConnectionsMayWait) {
+    const auto sockets = ListeningSocket::OnTcp("127.0.0.1", 0);
+    int highest = 0;
+    std::ifstream("/proc/sys/net/core/somaxconn") >> highest;
+    tcp_info info{};
+    socklen_t size = sizeof(info);
+    ASSERT_EQ(0, getsockopt(sockets.at(0).Get(), IPPROTO_TCP, TCP_INFO, &info, &size));
+    // Of a listening socket this is the length of its queue.
+    EXPECT_EQ(std::min(4096, highest), static_cast<int>(info.tcpi_sacked));
 }
 
 TEST(ListeningTcpSocketTest, ATakenPortIsReported) {
