@@ -46,12 +46,6 @@ std::string OverTheLimit(const char* what, std::size_t size, std::size_t limit) 
            std::to_string(limit) + " bytes";
 }
 
-std::string WhyLost(const std::exception& failure) {
-    const bool reported = dynamic_cast<const SocketDisconnected*>(&failure) != nullptr;
-    return reported ? failure.what()
-                    : std::string("Connection lost in the middle of a message: ") + failure.what();
-}
-
 [[noreturn]] void ThrowNotInitialized(const Message& message) {
     throw MessageNotSendable("Message " + message.GetTypeName() +
                              " lacks required fields: " + message.InitializationErrorString());
@@ -170,8 +164,8 @@ inline std::size_t FileDescriptorServiceConnection::ReceiveLength() {
         unsigned char byte = more;
         while (byte >= more) {
             if (lengthSize == lengthSizeLimit) {
-                throw SocketDisconnected(
-                    "Connection lost: a message length of more than 5 bytes is not valid");
+                lost = "Connection lost: a message length of more than 5 bytes is not valid";
+                throw SocketDisconnected(lost);
             }
             reader->Fill(lengthSize + 1);
             byte = reader->Data()[lengthSize];
@@ -180,9 +174,11 @@ inline std::size_t FileDescriptorServiceConnection::ReceiveLength() {
         }
     }
     if (size > messageLimit) {
-        throw SocketDisconnected(OverTheLimit("Connection lost: message of ", size, messageLimit));
+        lost = OverTheLimit("Connection lost: message of ", size, messageLimit);
+        throw SocketDisconnected(lost);
     }
     reader->Consume(lengthSize);
+    bodySize = size;
     return size;
 }
 
@@ -193,6 +189,7 @@ inline bool FileDescriptorServiceConnection::ReceiveBody(Message& message, std::
         reader->Consume(size);
         return valid;
     }
+    bodyStart = reader->Received() - reader->Available();
     message.Clear();
     return MessageReceiver(*reader).Receive(message, size);
 }
@@ -203,6 +200,7 @@ bool FileDescriptorServiceConnection::Receive(Message& message) {
             ThrowLost();
         }
         inStep = false;
+        bodySize = 0;
         const std::size_t size = ReceiveLength();
         const bool valid = ReceiveBody(message, size);
         inStep = true;
@@ -229,6 +227,26 @@ bool FileDescriptorServiceConnection::Receive(Message& message) {
         throw SocketDisconnected(lost);
     }
     return true;
+}
+
+std::string FileDescriptorServiceConnection::WhyLost(const std::exception& failure) const {
+    const bool reported = dynamic_cast<const SocketDisconnected*>(&failure) != nullptr;
+    return reported ? failure.what() + WhereLost()
+                    : std::string("Connection lost in the middle of a message: ") + failure.what();
+}
+
+// Nothing between two messages; a length that is not whole is still buffered, as a small body is.
+std::string FileDescriptorServiceConnection::WhereLost() const {
+    if (bodySize > 0) {
+        const bool buffered = bodySize <= SocketReader::capacity;
+        const std::uint64_t came = buffered ? reader->Available() : reader->Received() - bodyStart;
+        return " after " + std::to_string(came) + " of " + std::to_string(bodySize) +
+               " bytes of a message";
+    }
+    const std::size_t came = reader->Available();
+    return came == 0 ? ""
+                     : " after " + std::to_string(came) + (came == 1 ? " byte" : " bytes") +
+                           " of a message's length";
 }
 
 void FileDescriptorServiceConnection::ThrowLost() const {

@@ -5,6 +5,8 @@
 
 #include <atomic>
 #include <cstddef>
+#include <cstdint>
+#include <exception>
 #include <memory>
 #include <string>
 
@@ -48,7 +50,8 @@ class FileDescriptorServiceConnection : public IServiceConnection {
     // nothing written, when required fields are missing or the message is over the limit.
     bool Send(const google::protobuf::Message& message) override;
 
-    // Returns true with a whole message. Throws SocketDisconnected when the connection is lost, and
+    // Returns true with a whole message. Throws SocketDisconnected when the connection is lost (the
+    // text tells an end between two messages from one after so many bytes of a message), and
     // std::runtime_error when a whole message arrived that is not a valid one of this type (the
     // next Receive gets the next message); `message` is then cleared.
     bool Receive(google::protobuf::Message& message) override;
@@ -69,6 +72,8 @@ class FileDescriptorServiceConnection : public IServiceConnection {
     void SendLarge(const google::protobuf::Message& message, std::size_t size);
     void FinishSend(long sent, long frameSize);
     void NoteSendError(int error);
+    std::string WhyLost(const std::exception& failure) const;
+    std::string WhereLost() const;
 
     // Constant after construction.
     const int fd;
@@ -79,8 +84,10 @@ class FileDescriptorServiceConnection : public IServiceConnection {
     std::atomic<int> sendError{0};
     // The receiving thread's.
     std::unique_ptr<SocketReader> reader;
-    bool inStep = true;  // the stream stands between two messages; once lost, false for good
-    std::string lost;    // why nothing can be received any more
+    bool inStep = true;        // the stream stands between two messages; once lost, false for good
+    std::string lost;          // why nothing can be received any more
+    std::size_t bodySize = 0;  // of the message that is coming; 0 while its length is
+    std::uint64_t bodyStart = 0;  // how much had come before a body that is over the buffer
     // The sending thread's, allocated on first use.
     std::unique_ptr<unsigned char[]> scratch;  // NOLINT(modernize-avoid-c-arrays)
 };

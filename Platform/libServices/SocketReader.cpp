@@ -129,6 +129,7 @@ std::size_t SocketReader::ReceiveSome(void* target, std::size_t size) {
     if (result <= 0) {
         ThrowLost(result);
     }
+    received += static_cast<std::size_t>(result);
     return static_cast<std::size_t>(result);
 }
 

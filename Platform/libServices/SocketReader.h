@@ -3,6 +3,7 @@
 #include "SpinGovernor.h"
 
 #include <cstddef>
+#include <cstdint>
 #include <memory>
 #include <string>
 
@@ -22,6 +23,8 @@ class SocketReader {
     const unsigned char* Data() const { return buffer.get() + begin; }
     std::size_t Available() const { return end - begin; }
     void Consume(std::size_t size) { begin += size; }
+    // How many bytes have come from the socket altogether.
+    std::uint64_t Received() const { return received; }
 
     // Waits until at least `size` bytes are available, size <= capacity.
     void Fill(std::size_t size) {
@@ -53,6 +56,7 @@ class SocketReader {
     std::unique_ptr<unsigned char[]> buffer;  // NOLINT(modernize-avoid-c-arrays)
     std::size_t begin = 0;
     std::size_t end = 0;
+    std::uint64_t received = 0;
 };
 
 }  // namespace Brantel::Services

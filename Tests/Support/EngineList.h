@@ -1,6 +1,7 @@
 #pragma once
 
 #include "Support/EngineHarness.h"
+#include "Support/LocalHarness.h"
 #include "Support/MemoryHarness.h"
 
 #include <vector>
@@ -9,7 +10,7 @@ namespace Brantel::Engine {
 
 // The engines that every test of the tracks runs on.
 inline std::vector<EngineHarnessFactory> EveryEngine() {
-    return {MemoryHarnessFactory()};
+    return {MemoryHarnessFactory(), LocalHarnessFactory()};
 }
 
 }  // namespace Brantel::Engine

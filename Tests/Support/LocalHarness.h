@@ -18,7 +18,7 @@
 namespace Brantel::Engine {
 
 // A store in a temporary folder. Its crash goes on with a copy of the files as they are at that
-// instant, taken behind the back of the engine, which ends afterwards.
+// instant, taken behind the back of the engine, which lives on over the former folder.
 class LocalHarness : public IEngineHarness {
   public:
     explicit LocalHarness(std::uint64_t limit) {
@@ -32,6 +32,7 @@ class LocalHarness : public IEngineHarness {
     IEngine& GetEngine() override { return *engine; }
 
     void Restart() override {
+        ForgetFormer();
         engine.reset();
         engine = std::make_unique<LocalEngine>(options);
     }
@@ -40,7 +41,9 @@ class LocalHarness : public IEngineHarness {
         auto next = std::make_unique<Tests::TemporaryFolder>();
         const std::string copy = next->File("store");
         std::filesystem::copy(options.directory, copy, std::filesystem::copy_options::recursive);
-        engine.reset();
+        ForgetFormer();
+        former = std::move(engine);
+        formerFolder = std::move(folder);
         folder = std::move(next);
         options.directory = copy;
         engine = std::make_unique<LocalEngine>(options);
@@ -70,12 +73,19 @@ class LocalHarness : public IEngineHarness {
     }
 
   private:
+    void ForgetFormer() {
+        former.reset();
+        formerFolder.reset();
+    }
     template <typename Value>
     static void Read(std::fstream& file, std::uint64_t place, Value& value) {
         file.seekg(static_cast<std::streamoff>(place));
         file.read(reinterpret_cast<char*>(&value), sizeof value);
     }
 
+    // Before its engine, which ends first.
+    std::unique_ptr<Tests::TemporaryFolder> formerFolder;
+    std::unique_ptr<LocalEngine> former;
     std::unique_ptr<Tests::TemporaryFolder> folder = std::make_unique<Tests::TemporaryFolder>();
     LocalOptions options;
     std::unique_ptr<LocalEngine> engine;

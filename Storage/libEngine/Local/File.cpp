@@ -21,20 +21,9 @@ namespace {
 
 constexpr mode_t ownerOnly = 0600;
 
-// Repeats a call that a signal interrupted.
-template <typename Call>
-auto Retry(Call call) {
-    while (true) {
-        const auto result = call();
-        if (result >= 0 || errno != EINTR) {
-            return result;
-        }
-    }
-}
-
 int OpenFile(IFileCalls& calls, const std::string& path, int flags) {
-    const int descriptor =
-        Retry([&] { return calls.Open(path.c_str(), flags | O_CLOEXEC | O_NOFOLLOW, ownerOnly); });
+    const int descriptor = RetryInterrupted(
+        [&] { return calls.Open(path.c_str(), flags | O_CLOEXEC | O_NOFOLLOW, ownerOnly); });
     if (descriptor < 0) {
         ThrowSystemError(path + ": opening failed", errno);
     }
@@ -103,7 +92,7 @@ void File::Read(void* bytes, std::size_t size, std::uint64_t offset) const {
 void File::Read(std::span<iovec> parts, std::uint64_t offset) const {
     parts = Advance(parts, 0);
     while (!parts.empty()) {
-        const ssize_t done = Retry([&] {
+        const ssize_t done = RetryInterrupted([&] {
             return calls.ReadVector(descriptor, parts.data(), CountOf(parts),
                                     static_cast<off_t>(offset));
         });
@@ -124,7 +113,7 @@ std::size_t File::ReadSome(void* bytes, std::size_t size, std::uint64_t offset) 
     std::size_t read = 0;
     while (read < size) {
         const iovec part{static_cast<char*>(bytes) + read, size - read};
-        const ssize_t done = Retry([&] {
+        const ssize_t done = RetryInterrupted([&] {
             return calls.ReadVector(descriptor, &part, 1, static_cast<off_t>(offset + read));
         });
         if (done < 0) {
@@ -147,7 +136,7 @@ void File::Write(const void* bytes, std::size_t size, std::uint64_t offset) cons
 void File::Write(std::span<iovec> parts, std::uint64_t offset) const {
     parts = Advance(parts, 0);
     while (!parts.empty()) {
-        const ssize_t done = Retry([&] {
+        const ssize_t done = RetryInterrupted([&] {
             return calls.WriteVector(descriptor, parts.data(), CountOf(parts),
                                      static_cast<off_t>(offset));
         });
@@ -162,19 +151,20 @@ void File::Write(std::span<iovec> parts, std::uint64_t offset) const {
 }
 
 void File::FlushData() const {
-    if (Retry([&] { return calls.FlushData(descriptor); }) < 0) {
+    if (RetryInterrupted([&] { return calls.FlushData(descriptor); }) < 0) {
         ThrowFlush();
     }
 }
 
 void File::Flush() const {
-    if (Retry([&] { return calls.Flush(descriptor); }) < 0) {
+    if (RetryInterrupted([&] { return calls.Flush(descriptor); }) < 0) {
         ThrowFlush();
     }
 }
 
 bool File::Allocate(std::uint64_t size) const {
-    if (Retry([&] { return calls.Allocate(descriptor, 0, 0, static_cast<off_t>(size)); }) == 0) {
+    if (RetryInterrupted(
+            [&] { return calls.Allocate(descriptor, 0, 0, static_cast<off_t>(size)); }) == 0) {
         return true;
     }
     if (errno == EOPNOTSUPP || errno == ENOSYS) {
@@ -188,14 +178,15 @@ void File::AllocateBehindEnd(std::uint64_t size) const noexcept {
 }
 
 void File::Truncate(std::uint64_t size) const {
-    if (Retry([&] { return calls.Truncate(descriptor, static_cast<off_t>(size)); }) < 0) {
+    if (RetryInterrupted([&] { return calls.Truncate(descriptor, static_cast<off_t>(size)); }) <
+        0) {
         Throw("setting the size", size, 0);
     }
 }
 
 std::uint64_t File::GetSize() const {
     struct stat status {};
-    if (calls.GetStatus(descriptor, &status) < 0) {
+    if (RetryInterrupted([&] { return calls.GetStatus(descriptor, &status); }) < 0) {
         ThrowSystemError(path + ": asking for its size failed", errno);
     }
     return static_cast<std::uint64_t>(status.st_size);
@@ -203,7 +194,7 @@ std::uint64_t File::GetSize() const {
 
 std::uint32_t File::GetOwner() const {
     struct stat status {};
-    if (calls.GetStatus(descriptor, &status) < 0) {
+    if (RetryInterrupted([&] { return calls.GetStatus(descriptor, &status); }) < 0) {
         ThrowSystemError(path + ": asking for its owner failed", errno);
     }
     return status.st_uid;
@@ -214,7 +205,7 @@ void File::ExpectRandomReads() const noexcept {
 }
 
 bool File::TryLock() const {
-    if (Retry([&] { return calls.Lock(descriptor, LOCK_EX | LOCK_NB); }) == 0) {
+    if (RetryInterrupted([&] { return calls.Lock(descriptor, LOCK_EX | LOCK_NB); }) == 0) {
         return true;
     }
     if (errno == EWOULDBLOCK) {

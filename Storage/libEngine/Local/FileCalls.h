@@ -5,6 +5,7 @@
 #include <sys/types.h>
 #include <sys/uio.h>
 
+#include <cerrno>
 #include <cstddef>
 #include <string>
 #include <vector>
@@ -38,6 +39,17 @@ class IFileCalls {
     // The names in a folder without "." and "..", in any order.
     virtual int List(const char* path, std::vector<std::string>& names) = 0;
 };
+
+// Repeats a call that a signal interrupted.
+template <typename Call>
+auto RetryInterrupted(Call call) {
+    while (true) {
+        const auto result = call();
+        if (result >= 0 || errno != EINTR) {
+            return result;
+        }
+    }
+}
 
 // The operating system's.
 class FileCalls : public IFileCalls {

@@ -28,7 +28,7 @@ std::string FolderCalls::ParentOf(const std::string& path) {
 
 std::optional<struct stat> FolderCalls::GetStatus(const std::string& path) const {
     struct stat status {};
-    if (calls.GetPathStatus(path.c_str(), &status) < 0) {
+    if (RetryInterrupted([&] { return calls.GetPathStatus(path.c_str(), &status); }) < 0) {
         if (errno == ENOENT) {
             return std::nullopt;
         }
@@ -38,7 +38,8 @@ std::optional<struct stat> FolderCalls::GetStatus(const std::string& path) const
 }
 
 void FolderCalls::MakeFolder(const std::string& path) const {
-    if (calls.MakeFolder(path.c_str(), ownerOnly) < 0 && errno != EEXIST) {
+    if (RetryInterrupted([&] { return calls.MakeFolder(path.c_str(), ownerOnly); }) < 0 &&
+        errno != EEXIST) {
         ThrowSystemError(path + ": making the folder failed", errno);
     }
     // Also when it was there: whoever made it may have been cut off before this.
@@ -46,26 +47,29 @@ void FolderCalls::MakeFolder(const std::string& path) const {
 }
 
 void FolderCalls::RemoveFolder(const std::string& path) const {
-    if (calls.RemoveFolder(path.c_str()) < 0 && errno != ENOENT) {
+    if (RetryInterrupted([&] { return calls.RemoveFolder(path.c_str()); }) < 0 && errno != ENOENT) {
         ThrowSystemError(path + ": removing the folder failed", errno);
     }
 }
 
 void FolderCalls::RemoveFile(const std::string& path) const {
-    if (calls.RemoveFile(path.c_str()) < 0 && errno != ENOENT) {
+    if (RetryInterrupted([&] { return calls.RemoveFile(path.c_str()); }) < 0 && errno != ENOENT) {
         ThrowSystemError(path + ": removing failed", errno);
     }
 }
 
 void FolderCalls::Rename(const std::string& from, const std::string& to) const {
-    if (calls.Rename(from.c_str(), to.c_str()) < 0) {
+    if (RetryInterrupted([&] { return calls.Rename(from.c_str(), to.c_str()); }) < 0) {
         ThrowSystemError(from + ": renaming to " + to + " failed", errno);
     }
 }
 
 std::vector<std::string> FolderCalls::List(const std::string& path) const {
     std::vector<std::string> names;
-    if (calls.List(path.c_str(), names) < 0) {
+    if (RetryInterrupted([&] {
+            names.clear();
+            return calls.List(path.c_str(), names);
+        }) < 0) {
         if (errno == ENOENT) {
             return {};
         }
@@ -82,7 +86,7 @@ void FolderCalls::FlushFolder(const std::string& path) const {
 
 std::uint64_t FolderCalls::GetFreeSpace(const std::string& path) const {
     struct statvfs space {};
-    if (calls.GetSpace(path.c_str(), &space) < 0) {
+    if (RetryInterrupted([&] { return calls.GetSpace(path.c_str(), &space); }) < 0) {
         ThrowSystemError(path + ": asking for the free space failed", errno);
     }
     return static_cast<std::uint64_t>(space.f_bavail) * space.f_frsize;

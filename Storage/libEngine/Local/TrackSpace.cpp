@@ -58,6 +58,12 @@ void TrackSpace::Load() {
     const std::uint64_t missing =
         found.segmentCount - std::min<std::uint64_t>(found.segmentCount, slots.size());
     context.budget.Adopt(0, missing * found.segmentSize);
+    if (missing > 0 && settledCount == found.segmentCount) {
+        context.options.report(folder.GetPath() + ": " + std::to_string(missing) + " of " +
+                               std::to_string(found.segmentCount) + " segment files are missing");
+    }
+    // Asking for the same reservation again makes what is missing.
+    settledCount = std::min<std::uint64_t>(settledCount, slots.size());
     loaded = true;
 }
 
@@ -264,7 +270,8 @@ void TrackSpace::CreateSegment(const SegmentId& id, Epoch epoch) {
         }
         if (freeSlots.empty() || segments.size() >= reservation.segmentCount) {
             Throw(EngineError::Kind::NoSpace,
-                  "all " + std::to_string(reservation.segmentCount) + " segments are used");
+                  "no free segment: " + std::to_string(segments.size()) + " of " +
+                      std::to_string(reservation.segmentCount) + " are used");
         }
         identity = {track,
                     id.number,

@@ -29,6 +29,18 @@ class FileDescriptorServiceConnectionLossTest : public ConnectionFixture {
         EXPECT_TRUE(connection.Send(MessageOfSize(5)));
         EXPECT_EQ(TextOfReceive(), text);
     }
+    // What a receiver says of a peer that closes after so many bytes of a frame whose message has
+    // `size` bytes.
+    static std::string ClosedAfter(std::size_t bytes, std::size_t size) {
+        const std::string closed = "Connection closed by the other side after ";
+        const std::size_t lengthSize = Tests::Varint(size).size();
+        if (bytes < lengthSize) {
+            return closed + std::to_string(bytes) + (bytes == 1 ? " byte" : " bytes") +
+                   " of a message's length";
+        }
+        return closed + std::to_string(bytes - lengthSize) + " of " + std::to_string(size) +
+               " bytes of a message";
+    }
 };
 
 // A handler that does nothing but end the system call that it interrupts.
@@ -68,9 +80,10 @@ TEST_F(FileDescriptorServiceConnectionLossTest, HalfASmallFrameIsReportedAtEvery
         pair.far.Write(frame.substr(0, cut));
         pair.far.Close();
         received.set_value("former");
-        EXPECT_THROW(halved.Receive(received), SocketDisconnected) << cut << " bytes";
+        const auto receive = [&] { halved.Receive(received); };
+        EXPECT_EQ(TextOf<SocketDisconnected>(receive), ClosedAfter(cut, 300)) << cut << " bytes";
         EXPECT_EQ(received.value(), "") << cut << " bytes";
-        EXPECT_THROW(halved.Receive(received), SocketDisconnected) << cut << " bytes";
+        EXPECT_EQ(TextOf<SocketDisconnected>(receive), ClosedAfter(cut, 300)) << cut << " bytes";
     }
 }
 
@@ -85,7 +98,7 @@ TEST_F(FileDescriptorServiceConnectionLossTest, HalfALargeFrameIsReportedWhereve
         });
         received.set_value("former");
         EXPECT_EQ(TextOf<SocketDisconnected>([&] { halved.Receive(received); }),
-                  "Connection closed by the other side");
+                  ClosedAfter(cut, 150'000));
         writing.join();
         EXPECT_EQ(received.value(), "") << cut << " bytes";
     }
@@ -94,8 +107,39 @@ TEST_F(FileDescriptorServiceConnectionLossTest, HalfALargeFrameIsReportedWhereve
 TEST_F(FileDescriptorServiceConnectionLossTest, AHalfFrameIsNotFollowedByAnything) {
     peer.Write("\x05\x0A\x03");
     peer.FinishWriting();
-    ExpectLostForGood("Connection closed by the other side");
+    ExpectLostForGood("Connection closed by the other side after 2 of 5 bytes of a message");
     EXPECT_TRUE(peer.SeesTheEnd());
+}
+
+TEST_F(FileDescriptorServiceConnectionLossTest, ALostConnectionIsNeverAnsweredWithFalse) {
+    const std::function<void(SocketPair&, FileDescriptorServiceConnection&)> losses[] = {
+        [](auto& pair, auto&) { pair.far.Close(); },
+        [](auto& pair, auto&) { pair.far.FinishWriting(); },
+        [](auto& pair, auto&) {
+            pair.far.Write("\x05\x0A");
+            pair.far.Close();
+        },
+        [](auto& pair, auto&) { pair.far.Write(Tests::Varint(limit + 1)); },
+        [](auto&, auto& lost) { lost.Close(); },
+    };
+    for (const auto& lose : losses) {
+        SocketPair pair;
+        FileDescriptorServiceConnection lost(pair.near.Take(), limit, governor);
+        lose(pair, lost);
+        EXPECT_TRUE(lost.Send(MessageOfSize(5)));
+        EXPECT_THROW(lost.Receive(received), SocketDisconnected);
+        EXPECT_TRUE(lost.Send(MessageOfSize(5)));
+        EXPECT_THROW(lost.Receive(received), SocketDisconnected);
+    }
+}
+
+TEST_F(FileDescriptorServiceConnectionLossTest, AnEndBetweenTwoMessagesIsToldFromOneInAMessage) {
+    peer.WritePiece(Frame(MessageOfSize(60'000)));
+    peer.WritePiece(Frame(MessageOfSize(20)));
+    peer.Close();
+    EXPECT_TRUE(connection.Receive(received));
+    EXPECT_TRUE(connection.Receive(received));
+    EXPECT_EQ(TextOfReceive(), "Connection closed by the other side");
 }
 
 TEST_F(FileDescriptorServiceConnectionLossTest, ALostConnectionIsReportedByReceiveAndNotBySend) {
@@ -476,9 +520,10 @@ TEST_F(ResetTest, AResetInTheMiddleOfALargeMessageIsReported) {
         Tests::WaitUntilBlockedIn(id, SYS_recvfrom);
         Reset();
     });
-    EXPECT_EQ(TextOf<SocketDisconnected>([&] { connection.Receive(received); }),
-              "Connection lost: Connection reset by peer");
+    const std::string text = TextOf<SocketDisconnected>([&] { connection.Receive(received); });
     resetting.join();
+    EXPECT_TRUE(text.starts_with("Connection lost: Connection reset by peer after ")) << text;
+    EXPECT_TRUE(text.ends_with(" of 800000 bytes of a message")) << text;
     EXPECT_EQ(received.value(), "");
 }
 

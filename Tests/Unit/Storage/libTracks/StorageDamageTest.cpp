@@ -44,11 +44,12 @@ TEST_P(StorageTest, ADamagedChunkCostsThatChunkOnly) {
 
 TEST_P(StorageTest, AHeldChunkThatIsDamagedDoesNotStopTheRing) {
     Create(7, 4096);
-    Fill(7, {10, 20, 30, 40}, 1024 - CostOf(0));
+    // The last one begins a page of its own: an engine may write the open page again.
+    Fill(7, {10, 20, 30, 40, 50}, 1024 - CostOf(0));
     Protect(7, 20, 15);
     const Engine::SegmentId segment{7, Engine::LogKind::Ring, 1};
     harness->DamageChunk(segment, GetEngine().ReadEntries(segment)[1], 1);
-    Fill(7, {50, 60, 70}, 1024 - CostOf(0));
+    Fill(7, {60, 70}, 1024 - CostOf(0));
     EXPECT_EQ(TimesOf(7), (std::vector<std::int64_t>{30, 50, 60, 70}));
     ASSERT_EQ(logged.size(), 1U);
     EXPECT_EQ(logged[0].find("Track 7: the protected chunk at 20 is damaged"), 0U) << logged[0];

@@ -106,6 +106,8 @@ class StorageSegmentsTest : public StorageTest {
         options.smallestSegmentBytes = 16 << 10;
         options.spareSegments = 8;
         options.entryCacheBytes = 20000;
+        // Thousands of appends, and crashes of the server alone.
+        options.durability.mode = Engine::Durability::Mode::Os;
         return options;
     }
 
