@@ -1,41 +1,22 @@
 #include "Support/RecordingObjects.h"
+#include "Support/VirtualTable.h"
 
 #include <libProtocolX/rpc/ITrackReader.h>
+#include <libProtocolX/rpc/ITrackReaderFactory.h>
 #include <libProtocolX/rpc/ITrackStorage.h>
 #include <libProtocolX/rpc/ITrackWriter.h>
+#include <libProtocolX/rpc/ITrackWriterFactory.h>
+#include <libProtocolX/rpc/Service.h>
 
 #include <gtest/gtest.h>
 
-#include <cstddef>
-#include <cstring>
 #include <type_traits>
-#include <vector>
 
 namespace BrantelStorageApi {
 namespace {
 
-// The place of a virtual operation after the destructor, counted from 1: in the system's C++ ABI a
-// pointer to it holds 1 + its offset in the table, where the destructor takes the first two places.
-template <class Operation>
-long PlaceOf(Operation operation) {
-    std::ptrdiff_t value = 0;
-    std::memcpy(&value, &operation, sizeof(value));
-    const auto pointer = static_cast<std::ptrdiff_t>(sizeof(void*));
-    return (value - 1) / pointer - 1;
-}
-
-template <class... Operations>
-std::vector<long> PlacesOf(Operations... operations) {
-    return {PlaceOf(operations)...};
-}
-
-std::vector<long> CountTo(long last) {
-    std::vector<long> numbers;
-    for (long number = 1; number <= last; ++number) {
-        numbers.push_back(number);
-    }
-    return numbers;
-}
+using Brantel::Tests::CountTo;
+using Brantel::Tests::PlacesOf;
 
 TEST(DynamicObjectTest, TheOperationsOfTheStorageStandInTheirOrder) {
     using I = ITrackStorage;
@@ -59,6 +40,18 @@ TEST(DynamicObjectTest, TheOperationsOfTheReaderStandInTheirOrder) {
 TEST(DynamicObjectTest, TheOperationsOfTheWriterStandInTheirOrder) {
     using I = ITrackWriter;
     EXPECT_EQ(PlacesOf(&I::DestroyOnServer, &I::Append, &I::GetTrackId), CountTo(3));
+}
+
+TEST(DynamicObjectTest, TheFactoriesHaveOneOperationEach) {
+    EXPECT_EQ(PlacesOf(&ITrackReaderFactory::CreateTrackReader), CountTo(1));
+    EXPECT_EQ(PlacesOf(&ITrackWriterFactory::CreateTrackWriter), CountTo(1));
+    EXPECT_FALSE((std::is_base_of_v<DynamicObject, ITrackReaderFactory>));
+    EXPECT_FALSE((std::is_base_of_v<DynamicObject, ITrackWriterFactory>));
+}
+
+TEST(DynamicObjectTest, TheServiceIsAHandlerThatAddsServeRequest) {
+    EXPECT_EQ(PlacesOf(&Service::Handle, &Service::ServeRequest), CountTo(2));
+    EXPECT_TRUE((std::is_base_of_v<Brantel::Services::IServiceHandler, Service>));
 }
 
 TEST(DynamicObjectTest, EveryInterfaceIsADynamicObjectWithAVirtualDestructor) {
