@@ -10,6 +10,7 @@
 #include <functional>
 #include <stdexcept>
 #include <string>
+#include <utility>
 
 namespace BrantelStorageApi {
 namespace {
@@ -230,18 +231,23 @@ using ExchangeDeathTest = ExchangeTest;
 
 TEST_F(ExchangeDeathTest, AMutexThatCannotBeUnlockedEndsTheProcessOnEveryPath) {
     GTEST_FLAG_SET(death_test_style, "threadsafe");
-    const std::function<bool(google::protobuf::Message&)> ends[] = {
-        [](auto& message) { return message.ParseFromString(std::string("\x08\x01", 2)); },
-        [](auto&) { return false; },
-        [](auto&) -> bool { throw std::runtime_error("lost"); },
-    };
-    for (const auto& end : ends) {
+    using Step = std::function<bool()>;
+    const Step succeed = [] { return true; };
+    const Step fail = [] { return false; };
+    const Step lose = []() -> bool { throw std::runtime_error("lost"); };
+    const std::pair<Step, Step> paths[] = {
+        {fail, nullptr}, {lose, nullptr}, {succeed, succeed}, {succeed, fail}, {succeed, lose}};
+    for (const auto& path : paths) {
         EXPECT_DEATH(
             {
                 ScriptedStubs scripted;
-                scripted.connection.OnReceive([&](auto& message) {
+                scripted.connection.OnSend([&](const auto&) {
                     BreakMutex(scripted, true);
-                    return end(message);
+                    return path.first();
+                });
+                scripted.connection.OnReceive([&](auto& message) {
+                    message.ParseFromString(std::string("\x08\x01", 2));
+                    return path.second();
                 });
                 scripted.stubs.Storage().ClearTrack(1);
             },

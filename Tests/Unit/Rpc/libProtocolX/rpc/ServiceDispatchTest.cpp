@@ -15,16 +15,6 @@ namespace {
 using Brantel::Tests::FromText;
 using Brantel::Tests::ToText;
 
-// The generated setter of a closed enum takes no other value; this reaches the field behind it.
-template <auto member>
-struct Opened {
-    friend void SetRawOperation(Request& request, int number) {
-        (request.*member).operation_ = number;
-    }
-};
-void SetRawOperation(Request& request, int number);
-template struct Opened<&Request::_impl_>;
-
 class ServiceDispatchTest : public ServiceFixture {
   protected:
     std::string AnswerToNumber(int number) {

@@ -18,6 +18,16 @@
 
 namespace BrantelStorageApi {
 
+// The generated setter of a closed enum takes no other value; this reaches the field behind it.
+template <auto member>
+struct Opened {
+    friend void SetRawOperation(Request& request, int number) {
+        (request.*member).operation_ = number;
+    }
+};
+void SetRawOperation(Request& request, int number);
+template struct Opened<&Request::_impl_>;
+
 // A service that shows what is open to derived ones.
 class OpenService : public Service {
   public:

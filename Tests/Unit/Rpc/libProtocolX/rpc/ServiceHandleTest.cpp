@@ -1,6 +1,5 @@
 #include "Unit/Rpc/libProtocolX/rpc/ServiceFixture.h"
 
-#include <libServices/FileDescriptorServiceConnection.h>
 #include <libServices/MessageNotSendable.h>
 #include <libServices/SocketDisconnected.h>
 
@@ -66,18 +65,21 @@ TEST_F(ServiceHandleTest, AReplyIsSentForEveryOtherRequest) {
     EXPECT_EQ(connection.sent.size(), OperationTable().size());
 }
 
+// No connection of ours lets such a number through; another may.
 TEST_F(ServiceHandleTest, AReplyIsSentForAnUnknownOperationValue) {
-    class RefusingService : public Service {
-      public:
-        RefusingService() : Service(nullptr, nullptr, nullptr) {}
-        // As for a request with a number that no connection of ours lets through.
-        void ServeRequest(const Request& /*request*/, Response& response) override {
-            Service::ServeRequest(Request(), response);
-        }
-    } refusing;
-    WillReceive(clear);
-    refusing.Handle(connection);
-    EXPECT_THAT(Sent(), ElementsAre(Failure("Unknown service operation")));
+    for (const int number : {0, 37, -1, 1000}) {
+        connection.OnReceive([number](google::protobuf::Message& message) {
+            auto& request = dynamic_cast<Request&>(message);
+            request.set_operation(OPERATION_TrackStorage_ListTracks);
+            SetRawOperation(request, number);
+            return true;
+        });
+    }
+    WillReceive(close);
+    service->Handle(connection);
+    EXPECT_THAT(Sent(), testing::AllOf(testing::SizeIs(4),
+                                       testing::Each(Failure("Unknown service operation"))));
+    EXPECT_THAT(journal.calls, IsEmpty());
 }
 
 TEST_F(ServiceHandleTest, RequestsAreServedOneAfterTheOther) {
