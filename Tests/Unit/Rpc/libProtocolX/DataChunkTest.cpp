@@ -1,3 +1,5 @@
+#include "Support/FlushedOutput.h"
+
 #include <libProtocolX/Converter.h>
 #include <libProtocolX/DataChunk.h>
 
@@ -69,9 +71,11 @@ TEST_F(DataChunkTest, ANewChunkIsEmptyAndThrowsForTheKeyX) {
 }
 
 TEST_F(DataChunkTest, SettingAPropertyTwiceLeavesOneItemWithTheSecondValue) {
+    Reference();
     chunk.SetProperty("k", "a");
     chunk.SetProperty("k", "bb");
     EXPECT_EQ(chunk.GetPropertySize(), 1U);
+    EXPECT_THAT(Items(message.properties()), ElementsAre("k=bb"));
     EXPECT_EQ(chunk.GetProperty("k"), "bb");
 }
 
@@ -427,6 +431,49 @@ TEST_F(DataChunkTest, IsEqualComparesTimePointDurationAndEveryValue) {
     EXPECT_TRUE(unequalAfter([](DataChunk& c) { c.SetProperty("q", "1"); }));
     EXPECT_TRUE(unequalAfter([](DataChunk& c) { c.SetData("e", "1"); }));
     EXPECT_FALSE(unequalAfter([](DataChunk&) {}));
+}
+
+TEST_F(DataChunkTest, IsEqualFlushesTheLineThatItPrints) {
+    DataChunk other;
+    chunk.SetProperty("a", "v");
+    other.SetProperty("b", "v");
+    const Tests::FlushedOutput output;
+    EXPECT_FALSE(chunk.IsEqual(other));
+    EXPECT_EQ(output.Get(), "DataChunk IsEqual error: DataChunk: property key a not found\n");
+}
+
+TEST_F(DataChunkTest, IsEqualPrintsTheFirstInOrderOfTheKeysThatTheOtherChunkLacks) {
+    DataChunk other;
+    for (const char* key : {"c", "b", "a"}) {
+        chunk.SetProperty(key, "v");
+        other.SetProperty(std::string("other ") + key, "v");
+    }
+    other.SetProperty("other a", "differs");
+    const std::string line = "DataChunk IsEqual error: DataChunk: property key a not found\n";
+    EXPECT_EQ(Compare(chunk, other), std::pair(false, line));
+}
+
+TEST_F(DataChunkTest, IsEqualSaysNothingOfKeysWhenSomethingBeforeThemDiffers) {
+    DataChunk other;
+    chunk.SetProperty("a", "v");
+    other.SetProperty("b", "v");
+    other.SetProperty("c", "v");
+    EXPECT_EQ(Compare(chunk, other), std::pair(false, std::string())) << "the number of entries";
+    chunk.SetProperty("d", "v");
+    other.SetDuration(TimePoint::Nanoseconds(1));
+    EXPECT_EQ(Compare(chunk, other), std::pair(false, std::string())) << "the duration";
+}
+
+TEST_F(DataChunkTest, AChunkWithADuplicatedDataBlockIsNotEqualToItsCopyAndPrintsNothing) {
+    for (const char* key : {"b", "a", "b"}) {
+        auto& item = *message.mutable_data()->add_items();
+        item.set_key(key);
+        item.set_value("v");
+    }
+    Converter::CopyFrom(chunk, message);
+    EXPECT_THAT(chunk.GetDataKeys(), ElementsAre("a", "b"));
+    EXPECT_EQ(chunk.GetDataSize(), 3U);
+    EXPECT_EQ(Compare(chunk, DataChunk(chunk)), std::pair(false, std::string()));
 }
 
 TEST_F(DataChunkTest, IsEqualPrintsTheDataKeyThatTheOtherChunkLacks) {

@@ -1,6 +1,7 @@
 // What is left of clients and chunks when the system has nothing more to give.
 #include "Support/FacadeConnection.h"
 #include "Support/FailingSystem.h"
+#include "Support/RecordFile.h"
 
 #include <BrantelStorageApiMessages.pb.h>
 #include <libProtocolX/DataChunk.h>
@@ -95,6 +96,34 @@ TEST(StorageClientXFailureTest, AFailedCheckedReadWithoutMemoryLeavesTheChunk) {
     }
     EXPECT_GT(failures, 3);
     EXPECT_TRUE(chunk.IsEqual(source));
+}
+
+TEST(StorageClientXFailureTest, AFailedCheckedReadOfAFileWithoutMemoryLeavesChunkAndPosition) {
+    DataChunk source;
+    source.SetData("image", std::string(10'000, 'x'));
+    source.SetProperty("codec", "a long enough name of a codec");
+    std::string record(source.GetSizeOnFile(), '\0');
+    source.Write(reinterpret_cast<unsigned char*>(record.data()));
+    const Tests::RecordFile file("..." + record);
+    file.Seek(3);
+    DataChunk chunk;
+    chunk.SetProperty("old", "value");
+    int failures = 0;
+    while (FailsAfter(failures, [&] { chunk.TryReadFrom(file.Get()); })) {
+        EXPECT_EQ(chunk.GetProperty("old"), "value");
+        EXPECT_EQ(file.Position(), 3);
+        ++failures;
+    }
+    EXPECT_GT(failures, 3);
+    EXPECT_TRUE(chunk.IsEqual(source));
+}
+
+TEST(StorageClientXFailureTest, IsEqualLetsExceptionsOfOtherTypesPass) {
+    DataChunk chunk;
+    chunk.SetProperty("a key that needs memory of its own", "value");
+    const DataChunk copy(chunk);
+    EXPECT_TRUE(FailsAfter(0, [&] { static_cast<void>(chunk.IsEqual(copy)); }));
+    EXPECT_TRUE(chunk.IsEqual(copy));
 }
 
 }  // namespace

@@ -133,6 +133,16 @@ TEST_F(StorageRegistryTest, AReaderWhoseConstructionFailedSilentlyIsRegisteredWi
     EXPECT_THAT(peer.journal, ElementsAre("TrackReader_GetTrackId { object_handle: 0 }"));
 }
 
+TEST_F(StorageRegistryTest, AskingForKeysMakesNoExchangeAndUnknownOnesAreNoError) {
+    EXPECT_FALSE(client.IsReader(4, 1));
+    EXPECT_EQ(client.GetMaxReaderId(4), 0);
+    client.CloseTrackReader(4, 1);
+    client.Disconnect();
+    EXPECT_FALSE(client.IsReader(4, 1));
+    EXPECT_EQ(client.GetMaxReaderId(4), 0);
+    EXPECT_THAT(peer.journal, ElementsAre("CLOSE_CONNECTION", "~"));
+}
+
 TEST_F(StorageRegistryTest, AReaderOfAnotherTrackWithTheSameIdIsAnotherReader) {
     client.GetTrackReader(1, 5);
     EXPECT_FALSE(client.IsReader(5, 1));

@@ -9,8 +9,12 @@
 #include <gmock/gmock.h>
 #include <gtest/gtest.h>
 
+#include <poll.h>
+
 #include <cstdint>
+#include <memory>
 #include <stdexcept>
+#include <vector>
 
 namespace Brantel::ProtocolX {
 namespace {
@@ -203,6 +207,51 @@ TEST_F(StorageClientXTest, ATcpPortWhereNobodyListensGivesFalseAndNotConnected) 
     EXPECT_EQ(client.GetTrackSize(1), -1);
 }
 
+TEST_F(StorageClientXTest, APortAbove32767IsGivenAsTheNegativeNumberOfTheSameBits) {
+    constexpr unsigned short highestPositive = 32767;
+    std::vector<std::unique_ptr<Tests::PlainTcpListener>> listeners;
+    do {
+        listeners.push_back(std::make_unique<Tests::PlainTcpListener>("127.0.0.1"));
+    } while (listeners.back()->Port() <= highestPositive && listeners.size() < 1000);
+    const auto port = static_cast<short>(listeners.back()->Port());
+    if (port > 0) {
+        GTEST_SKIP() << "This machine gives no port above 32767";
+    }
+    EXPECT_TRUE(client.ConnectToSlave("127.0.0.1", port, 60'000));
+    EXPECT_TRUE(client.Connected());
+}
+
+// A connection whose end sees whether somebody has already connected to a listener.
+class WatchingConnection : public Services::IServiceConnection {
+  public:
+    WatchingConnection(const Tests::PlainTcpListener& listener, int& connected)
+        : listener(listener), connected(connected) {}
+    WatchingConnection(const WatchingConnection&) = delete;
+    WatchingConnection& operator=(const WatchingConnection&) = delete;
+    ~WatchingConnection() override { connected = Waiting(listener); }
+
+    static int Waiting(const Tests::PlainTcpListener& listener) {
+        pollfd queue{listener.Get(), POLLIN, 0};
+        return poll(&queue, 1, 0);
+    }
+    void Close() override {}
+    bool Send(const google::protobuf::Message& /*message*/) override { return true; }
+    bool Receive(google::protobuf::Message& /*message*/) override { return false; }
+
+  private:
+    const Tests::PlainTcpListener& listener;
+    int& connected;
+};
+
+TEST_F(StorageClientXTest, TheOldConnectionIsEndedBeforeTheNewOneIsTried) {
+    const Tests::PlainTcpListener listener("127.0.0.1");
+    int connectedAtTheEnd = -1;
+    client.ConnectToSlave(std::make_unique<WatchingConnection>(listener, connectedAtTheEnd));
+    EXPECT_TRUE(client.ConnectToSlave("127.0.0.1", static_cast<short>(listener.Port()), 60'000));
+    EXPECT_EQ(connectedAtTheEnd, 0);
+    EXPECT_EQ(WatchingConnection::Waiting(listener), 1);
+}
+
 TEST_F(StorageClientXTest, NoConnectionGivenGivesFalseAndNotConnected) {
     EXPECT_FALSE(client.ConnectToSlave(std::unique_ptr<Services::IServiceConnection>()));
     EXPECT_FALSE(client.Connected());
@@ -233,6 +282,22 @@ TEST_F(StorageClientXTest, DisconnectEndsTheConnectionAndCanBeRepeated) {
     EXPECT_THAT(peer.journal, ElementsAre("CLOSE_CONNECTION", "~"));
     EXPECT_EQ(client.GetTrackSize(1), -1);
     EXPECT_TRUE(client.ConnectToSlave(peer.Connect()));
+}
+
+TEST_F(StorageClientXTest, DisconnectDestroysReadersAndWritersButLeavesTheirKeys) {
+    IStorageReaderX* reader = client.GetTrackReader(7, 1);
+    IStorageWriterX* writer = client.GetTrackWriter(8);
+    peer.journal.clear();
+    client.Disconnect();
+    EXPECT_THAT(peer.journal, ElementsAre("TrackReader_Destructor { object_handle: 1 }",
+                                          "TrackWriter_Destructor { object_handle: 2 }",
+                                          "CLOSE_CONNECTION", "~"));
+    EXPECT_TRUE(client.IsReader(7, 1));
+    EXPECT_EQ(reader->GetTrackId(), 0);
+    EXPECT_EQ(writer->GetTrackId(), 0);
+    client.CloseTrackReader(7, 1);
+    client.CloseTrackWriter(8);
+    EXPECT_EQ(peer.journal.size(), 4U);
 }
 
 TEST_F(StorageClientXTest, ItsEndDestroysReadersThenWritersInKeyOrderThenTheConnection) {

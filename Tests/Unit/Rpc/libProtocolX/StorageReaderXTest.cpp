@@ -1,4 +1,5 @@
 #include "Support/FacadeConnection.h"
+#include "Support/FlushedOutput.h"
 
 #include <libProtocolX/Converter.h>
 #include <libProtocolX/DataChunk.h>
@@ -82,6 +83,13 @@ TEST_F(StorageReaderXTest, DestroyingAReaderWhoseConnectionIsGonePrintsOneLineAn
     EXPECT_EQ(Destroy(), "Storage seems disconnected: The connection is gone\n");
 }
 
+TEST_F(StorageReaderXTest, TheLineOfALostConnectionIsFlushed) {
+    peer.WillThrowOnReceive(SocketDisconnected("gone"));
+    const Tests::FlushedOutput output;
+    reader.reset();
+    EXPECT_EQ(output.Get(), "Storage seems disconnected: gone\n");
+}
+
 TEST_F(StorageReaderXTest, DestroyingAReaderThatTheServerDoesNotKnowPrintsItsText) {
     peer.WillRefuse("Deleting an invalid remote object");
     EXPECT_EQ(Destroy(),
@@ -107,7 +115,7 @@ TEST_F(StorageReaderXDeathTest, AnExceptionOfAnotherTypeInTheDestructorEndsThePr
             peer.WillThrowOnReceive(std::bad_alloc());
             reader.reset();
         },
-        "");
+        "terminate called");
 }
 
 TEST_F(StorageReaderXTest, SetReaderDestroysTheFormerStubWithoutAWord) {

@@ -1,4 +1,5 @@
 #include "Support/FacadeConnection.h"
+#include "Support/FlushedOutput.h"
 
 #include <libProtocolX/Converter.h>
 #include <libProtocolX/DataChunk.h>
@@ -123,6 +124,13 @@ TEST_F(StorageWriterXTest, DestroyingAWriterWhoseConnectionIsGonePrintsOneLine) 
     EXPECT_EQ(Destroy(), "Storage seems disconnected: The connection is gone\n");
 }
 
+TEST_F(StorageWriterXTest, TheLineOfALostConnectionIsFlushed) {
+    peer.WillThrowOnReceive(SocketDisconnected("gone"));
+    const Tests::FlushedOutput output;
+    writer.reset();
+    EXPECT_EQ(output.Get(), "Storage seems disconnected: gone\n");
+}
+
 TEST_F(StorageWriterXTest, DestroyingAWriterThatTheServerDoesNotKnowPrintsItsText) {
     peer.WillRefuse("Deleting an invalid remote object");
     EXPECT_EQ(Destroy(),
@@ -138,7 +146,7 @@ TEST_F(StorageWriterXDeathTest, AnExceptionOfAnotherTypeInTheDestructorEndsThePr
             peer.WillThrowOnReceive(std::bad_alloc());
             writer.reset();
         },
-        "");
+        "terminate called");
 }
 
 }  // namespace
