@@ -34,13 +34,12 @@ void Finish(StorageClientX& client, long commandId) {
 }  // namespace
 
 void Recording::CreateTrack() {
-    // Room for the pictures and, generously, for what is stored around each.
-    constexpr std::size_t aroundFrame = 4096;
-    constexpr std::size_t least = std::size_t{16} << 20U;
+    track = RecordedTrack::Of(movie);
     StorageClientX::TrackParameters wanted;
-    wanted.size = static_cast<long>(2 * movie.Bytes() + movie.FrameCount() * aroundFrame + least);
-    track = client.CreateTrack(wanted);
-    Finish(client, track.commandId);
+    wanted.size = track.capacity;
+    const StorageClientX::TrackParameters made = client.CreateTrack(wanted);
+    Finish(client, made.commandId);
+    track.id = made.id;
     if (client.TracksCreated({track.id}) != 0) {
         throw std::runtime_error("Track " + std::to_string(track.id) +
                                  " was created and is not listed");
@@ -49,8 +48,7 @@ void Recording::CreateTrack() {
 
 void Recording::Record() {
     CreateTrack();
-    properties = {{"title", "Moving picture"}, {"frames", std::to_string(movie.FrameCount())}};
-    client.SetTrackProperties(track.id, properties);
+    client.SetTrackProperties(track.id, track.properties);
     ProtocolX::IStorageWriterX* const writer = client.GetTrackWriter(track.id);
     for (std::size_t frame = 0; frame < movie.FrameCount(); ++frame) {
         const ProtocolX::DataChunk chunk = movie.MakeChunk(frame);

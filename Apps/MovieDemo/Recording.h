@@ -2,6 +2,7 @@
 
 #include "Movie.h"
 #include "Rate.h"
+#include "RecordedTrack.h"
 
 #include <libProtocolX/StorageClientX.h>
 
@@ -20,10 +21,7 @@ class Recording {
     void Record();
 
     // The following hold after Record.
-    long TrackId() const { return track.id; }
-    // The reserved bytes that the storage answered.
-    long Capacity() const { return track.size; }
-    const ProtocolX::StorageClientX::Properties& Properties() const { return properties; }
+    const RecordedTrack& Track() const { return track; }
     const Rate& Appending() const { return appending; }
 
   private:
@@ -31,8 +29,7 @@ class Recording {
 
     ProtocolX::StorageClientX& client;
     const Movie& movie;
-    ProtocolX::StorageClientX::TrackParameters track;
-    ProtocolX::StorageClientX::Properties properties;
+    RecordedTrack track;
     Rate appending;
 };
 

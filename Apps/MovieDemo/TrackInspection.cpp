@@ -11,17 +11,17 @@ using ProtocolX::StorageClientX;
 using Time::TimePoint;
 
 void TrackInspection::CheckInfos() {
-    const long track = recording.TrackId();
+    const long track = recorded.id;
     const std::vector<StorageClientX::TrackInfo> infos = client.GetTrackInfos({track});
     comparison.Numbers("the number of infos", static_cast<long>(infos.size()), 1);
     const StorageClientX::TrackInfo& info = infos.front();
     comparison.Numbers("the track of the info", info.trackId, track);
     comparison.TimePoints("the info's beginning", info.tpIn, movie.TimeOf(0));
     comparison.TimePoints("the info's end", info.tpOut, movie.End());
-    comparison.Numbers("the info's capacity", info.capacity, recording.Capacity());
+    comparison.Numbers("the info's capacity", info.capacity, recorded.capacity);
     comparison.Holds("the bytes in use are those of the pictures or more, and fit the capacity",
                      info.size >= static_cast<long>(movie.Bytes()) && info.size <= info.capacity);
-    comparison.Numbers("the size of the track", client.GetTrackSize(track), recording.Capacity());
+    comparison.Numbers("the size of the track", client.GetTrackSize(track), recorded.capacity);
     comparison.TimePoints("the beginning of the track", client.GetBeginningOfTrack(track),
                           movie.TimeOf(0));
     comparison.TimePoints("the end of the track", client.GetEndOfTrack(track), movie.End());
@@ -30,7 +30,7 @@ void TrackInspection::CheckInfos() {
 }
 
 void TrackInspection::CheckCounts() {
-    const long track = recording.TrackId();
+    const long track = recorded.id;
     const auto compare = [&](const std::string& what, TimePoint in, TimePoint out,
                              std::size_t expected) {
         const auto count = static_cast<long>(expected);
@@ -52,8 +52,8 @@ void TrackInspection::CheckCounts() {
 }
 
 void TrackInspection::CheckProperties() {
-    const long track = recording.TrackId();
-    StorageClientX::Properties expected = recording.Properties();
+    const long track = recorded.id;
+    StorageClientX::Properties expected = recorded.properties;
     comparison.Holds("the track has the properties it was given",
                      client.GetTrackProperties(track) == expected);
     const StorageClientX::Properties changes = {{"title", "Another title"}, {"reel", "7"}};
@@ -63,14 +63,14 @@ void TrackInspection::CheckProperties() {
     }
     comparison.Holds("one property was replaced and one added",
                      client.GetTrackProperties(track) == expected);
-    client.SetTrackProperties(track, recording.Properties());
+    client.SetTrackProperties(track, recorded.properties);
     client.RemoveTrackProperties(track, {{"reel", ""}, {"unknown", ""}});
     comparison.Holds("the added property was removed",
-                     client.GetTrackProperties(track) == recording.Properties());
+                     client.GetTrackProperties(track) == recorded.properties);
 }
 
 void TrackInspection::CheckProtection() {
-    const long track = recording.TrackId();
+    const long track = recorded.id;
     const TimePoint in = movie.TimeOf(movie.FrameCount() / 4);
     const TimePoint out = movie.TimeOf(movie.FrameCount() / 2);
     comparison.Numbers("the number of protections before the first",
@@ -98,7 +98,7 @@ void TrackInspection::CheckWorkers(const std::string& writerAddress,
                                    const std::string& readerAddress) {
     std::vector<long> ids;
     for (const auto& [worker, track] : client.GetWorkerIds()) {
-        if (track == recording.TrackId()) {
+        if (track == recorded.id) {
             ids.push_back(worker);
         }
     }
@@ -109,8 +109,8 @@ void TrackInspection::CheckWorkers(const std::string& writerAddress,
     }
     const StorageClientX::WorkerInfo& writer = workers[StorageClientX::WRITER];
     const StorageClientX::WorkerInfo& reader = workers[StorageClientX::READER];
-    comparison.Numbers("the writer's track", writer.trackId, recording.TrackId());
-    comparison.Numbers("the reader's track", reader.trackId, recording.TrackId());
+    comparison.Numbers("the writer's track", writer.trackId, recorded.id);
+    comparison.Numbers("the reader's track", reader.trackId, recorded.id);
     comparison.Holds("writer and reader use different connections",
                      writer.connectionId != reader.connectionId);
     comparison.Bytes("the writer's address", writer.clientIpV4Address, writerAddress);

@@ -2,7 +2,7 @@
 
 #include "Comparison.h"
 #include "Movie.h"
-#include "Recording.h"
+#include "RecordedTrack.h"
 
 #include <libProtocolX/StorageClientX.h>
 
@@ -15,9 +15,9 @@ namespace Brantel::MovieDemo {
 class TrackInspection {
   public:
     // All are borrowed. The client is connected, and not the one that recorded.
-    TrackInspection(ProtocolX::StorageClientX& client, const Recording& recording,
+    TrackInspection(ProtocolX::StorageClientX& client, const RecordedTrack& recorded,
                     const Movie& movie, Comparison& comparison)
-        : client(client), recording(recording), movie(movie), comparison(comparison) {}
+        : client(client), recorded(recorded), movie(movie), comparison(comparison) {}
 
     // Sizes, begin and end.
     void CheckInfos();
@@ -27,13 +27,13 @@ class TrackInspection {
     void CheckProperties();
     // Protects a stretch and gives it free again.
     void CheckProtection();
-    // The writer of the recording and the one reader of this client, with the IPv4 addresses that
-    // their clients have (empty: not connected over IPv4).
+    // While the recording client is connected: its writer and the one reader of this client, with
+    // the IPv4 addresses that their clients have (empty: not connected over IPv4).
     void CheckWorkers(const std::string& writerAddress, const std::string& readerAddress);
 
   private:
     ProtocolX::StorageClientX& client;
-    const Recording& recording;
+    const RecordedTrack& recorded;
     const Movie& movie;
     Comparison& comparison;
 };

@@ -1,5 +1,7 @@
 #include "CommandLine.h"
 
+#include <libTracks/TrackSettings.h>
+
 #include <CLI/CLI.hpp>
 
 #include <algorithm>
@@ -37,6 +39,16 @@ std::string CheckMode(const std::string& text) {
     return {};
 }
 
+std::string CheckDurability(const std::string& text) {
+    try {
+        Tracks::TrackSettings::ParseDurability(text);
+        return {};
+    } catch (const std::runtime_error&) {
+        return "Durability " + text + " is neither always, os nor interval:1ms to interval:" +
+               std::to_string(Tracks::TrackSettings::longestIntervalMilliseconds) + "ms";
+    }
+}
+
 // Bounds of a number as a check of CLI11, in words.
 CLI::Validator Within(std::uint64_t lowest, std::uint64_t highest) {
     const auto check = [lowest, highest](const std::string& text) -> std::string {
@@ -53,14 +65,12 @@ CLI::Validator Within(std::uint64_t lowest, std::uint64_t highest) {
 struct Texts {
     std::vector<std::string> listen;
     std::string socketMode = "660";
+    std::string durability = "always";
+    std::string preparation = "write";
 };
 
-void Declare(CLI::App& app, ServerOptions& options, Texts& texts,
-             const std::vector<std::string>& engines) {
-    constexpr auto highestCapacity =
-        static_cast<std::uint64_t>(std::numeric_limits<std::int64_t>::max());
+void DeclareListening(CLI::App& app, ServerOptions& options, Texts& texts) {
     const CLI::AsSizeValue asSize(true);
-    app.set_version_flag("--version", std::string(program) + " " + BRANTEL_VERSION);
     app.add_option("--listen", texts.listen,
                    "Where to listen, any number of times: unix:PATH or tcp:HOST:PORT; HOST * is "
                    "every address of this machine, PORT 0 a free one")
@@ -75,16 +85,6 @@ void Declare(CLI::App& app, ServerOptions& options, Texts& texts,
         ->capture_default_str()
         ->type_name("MODE")
         ->check(CLI::Validator(&CheckMode, ""));
-    app.add_option("--engine", options.engine, "What the tracks are kept on")
-        ->required()
-        ->type_name("NAME")
-        ->check(CLI::IsMember(engines));
-    app.add_option("--capacity", options.capacity,
-                   "Bytes that all tracks together can reserve; units as in 500MB or 2GiB")
-        ->capture_default_str()
-        ->type_name("BYTES")
-        ->transform(asSize)
-        ->check(Within(ServerOptions::lowestCapacity, highestCapacity));
     app.add_option("--message-limit", options.messageLimit, "Bytes of the largest message")
         ->capture_default_str()
         ->type_name("BYTES")
@@ -102,15 +102,86 @@ void Declare(CLI::App& app, ServerOptions& options, Texts& texts,
         ->check(Within(lowestReadyDescriptor, std::numeric_limits<int>::max()));
 }
 
+void DeclareStorage(CLI::App& app, ServerOptions& options, Texts& texts,
+                    const std::vector<EngineName>& engines) {
+    constexpr auto highestSize =
+        static_cast<std::uint64_t>(std::numeric_limits<std::int64_t>::max());
+    const CLI::AsSizeValue asSize(true);
+    std::vector<std::string> names;
+    for (const EngineName& engine : engines) {
+        names.push_back(engine.name);
+    }
+    options.engine = names.front();
+    app.add_option("--engine", options.engine, "What the tracks are kept on")
+        ->capture_default_str()
+        ->type_name("NAME")
+        ->check(CLI::IsMember(names));
+    app.add_option("--data", options.dataFolder,
+                   "Folder that keeps the tracks, made when it is missing; for this server alone")
+        ->type_name("FOLDER");
+    app.add_option("--durability", texts.durability,
+                   "What an answered append survives, unless a track's property "
+                   "storage.durability says otherwise: always, interval:NUMBERms, os")
+        ->capture_default_str()
+        ->type_name("MODE")
+        ->check(CLI::Validator(&CheckDurability, ""));
+    app.add_option("--capacity", options.capacity,
+                   "Bytes that all tracks together can reserve, units as in 500MB or 2GiB; by "
+                   "default what the medium has, and 1GiB in memory")
+        ->type_name("BYTES")
+        ->transform(asSize)
+        ->check(Within(ServerOptions::lowestCapacity, highestSize));
+    app.add_option("--keep-free", options.keepFree, "Bytes of the medium that no track gets")
+        ->capture_default_str()
+        ->type_name("BYTES")
+        ->transform(asSize)
+        ->check(Within(0, highestSize));
+    app.add_option("--prepare", texts.preparation,
+                   "How a new track's space is taken: write fills it once, so that every append "
+                   "is as fast as all later ones; allocate asks the file system and is done at "
+                   "once")
+        ->capture_default_str()
+        ->type_name("HOW")
+        ->check(CLI::IsMember({"write", "allocate"}));
+}
+
+// What no check of a single option finds; empty: nothing.
+std::string FindContradiction(const ServerOptions& options,
+                              const std::vector<EngineName>& engines) {
+    for (const EngineName& engine : engines) {
+        if (engine.name != options.engine) {
+            continue;
+        }
+        if (engine.keepsFiles && options.dataFolder.empty()) {
+            return "--data is required: the engine " + engine.name +
+                   " keeps the tracks in a folder";
+        }
+        if (!engine.keepsFiles && !options.dataFolder.empty()) {
+            return "--data " + options.dataFolder + " makes no sense: the engine " + engine.name +
+                   " keeps no files";
+        }
+    }
+    return {};
+}
+
+CommandLine Misuse(const CLI::App& app, const std::string& reason) {
+    CommandLine result;
+    result.text = std::string(program) + ": " + reason + "\n\n" + app.help();
+    result.exitCode = CommandLine::misused;
+    return result;
+}
+
 }  // namespace
 
 CommandLine CommandLine::Parse(const std::vector<std::string>& arguments,
-                               const std::vector<std::string>& engines) {
+                               const std::vector<EngineName>& engines) {
     CommandLine result;
     ServerOptions options;
     Texts texts;
     CLI::App app("Serves tracks to clients until SIGINT, SIGTERM or SIGHUP arrives", program);
-    Declare(app, options, texts, engines);
+    app.set_version_flag("--version", std::string(program) + " " + BRANTEL_VERSION);
+    DeclareListening(app, options, texts);
+    DeclareStorage(app, options, texts, engines);
     try {
         app.parse(std::vector<std::string>(arguments.rbegin(), arguments.rend()));
     } catch (const CLI::Success& done) {
@@ -118,14 +189,17 @@ CommandLine CommandLine::Parse(const std::vector<std::string>& arguments,
             done.get_name() == "CallForHelp" ? app.help() : std::string(done.what()) + "\n";
         return result;
     } catch (const CLI::ParseError& error) {
-        result.text = std::string(program) + ": " + error.what() + "\n\n" + app.help();
-        result.exitCode = misused;
-        return result;
+        return Misuse(app, error.what());
+    }
+    if (const std::string reason = FindContradiction(options, engines); !reason.empty()) {
+        return Misuse(app, reason);
     }
     for (const std::string& text : texts.listen) {
         options.listen.push_back(ListenAddress::Parse(text));
     }
     options.socketMode = static_cast<unsigned int>(std::stoul(texts.socketMode, nullptr, 8));
+    options.durability = Tracks::TrackSettings::ParseDurability(texts.durability);
+    options.writesNewSpace = texts.preparation == "write";
     result.options = std::move(options);
     return result;
 }

@@ -8,12 +8,18 @@
 
 namespace Brantel::Server {
 
+// What --engine takes.
+struct EngineName {
+    std::string name;
+    bool keepsFiles = false;  // it needs --data
+};
+
 // What the command line of the server says: options to run with, or a text to end with.
 struct CommandLine {
-    // Begins with the options; the program's name is not among the arguments. `engines` are the
-    // names that --engine takes, at least one. Never throws for what the arguments hold.
+    // Begins with the options; the program's name is not among the arguments. `engines`: at least
+    // one, the first of which is the default. Never throws for what the arguments hold.
     static CommandLine Parse(const std::vector<std::string>& arguments,
-                             const std::vector<std::string>& engines);
+                             const std::vector<EngineName>& engines);
 
     // Not set: print `text`, to the standard output when the exit code is 0 and to the standard
     // error otherwise, and end.

@@ -7,12 +7,15 @@
 #include "StorageServer.h"
 
 #include <libEngine/IEngine.h>
+#include <libEngine/Local/LocalEngine.h>
+#include <libEngine/Local/LocalOptions.h>
 #include <libEngine/Memory/MemoryEngine.h>
 
 #include <fcntl.h>
 #include <unistd.h>
 
 #include <array>
+#include <cstdint>
 #include <cstdio>
 #include <exception>
 #include <memory>
@@ -24,29 +27,51 @@ namespace {
 
 using Brantel::Server::ServerOptions;
 
+void Log(const std::string& line) {
+    std::fprintf(stderr, "brantel-storaged: %s\n", line.c_str());
+}
+
+using EnginePointer = std::unique_ptr<Brantel::Engine::IEngine>;
+
+EnginePointer MakeLocal(const ServerOptions& options) {
+    using Preparation = Brantel::Engine::LocalOptions::Preparation;
+    Brantel::Engine::LocalOptions local;
+    local.directory = options.dataFolder;
+    local.limit = options.capacity.value_or(0);
+    local.keepFree = options.keepFree;
+    local.preparation = options.writesNewSpace ? Preparation::Write : Preparation::Allocate;
+    local.report = &Log;
+    return std::make_unique<Brantel::Engine::LocalEngine>(local);
+}
+
+EnginePointer MakeMemory(const ServerOptions& options) {
+    constexpr std::uint64_t defaultCapacity = std::uint64_t{1} << 30U;
+    return std::make_unique<Brantel::Engine::MemoryEngine>(
+        options.capacity.value_or(defaultCapacity));
+}
+
 struct EngineChoice {
     const char* name;
-    std::unique_ptr<Brantel::Engine::IEngine> (*make)(const ServerOptions& options);
+    bool keepsFiles;
+    EnginePointer (*make)(const ServerOptions& options);
 };
 
 // The one place that names concrete engines.
 constexpr std::array engines{
-    EngineChoice{"memory",
-                 [](const ServerOptions& options) -> std::unique_ptr<Brantel::Engine::IEngine> {
-                     return std::make_unique<Brantel::Engine::MemoryEngine>(options.capacity);
-                 }},
+    EngineChoice{"local", true, &MakeLocal},
+    EngineChoice{"memory", false, &MakeMemory},
 };
 
-std::vector<std::string> EngineNames() {
-    std::vector<std::string> names;
+std::vector<Brantel::Server::EngineName> EngineNames() {
+    std::vector<Brantel::Server::EngineName> names;
     names.reserve(engines.size());
     for (const EngineChoice& choice : engines) {
-        names.emplace_back(choice.name);
+        names.push_back({choice.name, choice.keepsFiles});
     }
     return names;
 }
 
-std::unique_ptr<Brantel::Engine::IEngine> MakeEngine(const ServerOptions& options) {
+EnginePointer MakeEngine(const ServerOptions& options) {
     for (const EngineChoice& choice : engines) {
         if (options.engine == choice.name) {
             return choice.make(options);
@@ -66,14 +91,10 @@ void OpenStandardDescriptors() {
     }
 }
 
-void Log(const std::string& line) {
-    std::fprintf(stderr, "brantel-storaged: %s\n", line.c_str());
-}
-
 void Serve(const ServerOptions& options) {
     const Brantel::Server::StopSignals signals;
     Brantel::Server::Announcement announcement(options.readyDescriptor);
-    const std::unique_ptr<Brantel::Engine::IEngine> engine = MakeEngine(options);
+    const EnginePointer engine = MakeEngine(options);
     Brantel::Server::StorageServer server(*engine, options, &Log);
     server.Start();
     announcement.Announce(server.Addresses());

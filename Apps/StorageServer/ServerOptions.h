@@ -2,8 +2,11 @@
 
 #include "ListenAddress.h"
 
+#include <libEngine/EngineTypes.h>
+
 #include <cstddef>
 #include <cstdint>
+#include <optional>
 #include <string>
 #include <vector>
 
@@ -17,8 +20,18 @@ struct ServerOptions {
     unsigned int socketMode = 0660;
     // One of the names that the parser was given.
     std::string engine;
-    // How many bytes the tracks can reserve, all together; at least lowestCapacity.
-    std::uint64_t capacity = std::uint64_t{1} << 30U;
+    // The folder of an engine that keeps files; empty for the others.
+    std::string dataFolder;
+    // How many bytes the tracks can reserve, all together; at least lowestCapacity. Not set: what
+    // the medium has, or the engine's own default.
+    std::optional<std::uint64_t> capacity;
+    // Bytes of the medium that no track gets.
+    std::uint64_t keepFree = std::uint64_t{256} << 20U;
+    // Whether the space of a new track is written once with zeros, which makes its first lap as
+    // fast as all others, or only asked of the file system, which is done at once.
+    bool writesNewSpace = true;
+    // Of tracks that have none of their own.
+    Engine::Durability durability;
     // The largest message in bytes, either way.
     std::size_t messageLimit = std::size_t{256} << 20U;
     // So many connections are served at once.

@@ -10,10 +10,12 @@ namespace Brantel::Server {
 
 namespace {
 
-Tracks::StorageOptions MakeStorageOptions(const StorageServer::Log& log) {
-    Tracks::StorageOptions options;
-    options.log = log;
-    return options;
+Tracks::StorageOptions MakeStorageOptions(const ServerOptions& options,
+                                          const StorageServer::Log& log) {
+    Tracks::StorageOptions result;
+    result.durability = options.durability;
+    result.log = log;
+    return result;
 }
 
 std::string TextOf(const Services::ServiceListenerEvent& event) {
@@ -32,7 +34,7 @@ std::string TextOf(const Services::ServiceListenerEvent& event) {
 }  // namespace
 
 StorageServer::StorageServer(Engine::IEngine& engine, const ServerOptions& options, const Log& log)
-    : storage(engine, MakeStorageOptions(log)),
+    : storage(engine, MakeStorageOptions(options, log)),
       listener([this](Services::FileDescriptorServiceConnection& connection,
                       const Services::PeerAddress& peer) { return MakeService(connection, peer); },
                MakeListenerOptions(options, log)) {

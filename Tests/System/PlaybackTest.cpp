@@ -50,7 +50,7 @@ class PlaybackTest : public testing::Test {
     // Plays what was recorded and compares it with what now lies in the folder.
     std::string DifferenceOf(const std::function<void(Playback&)>& play) {
         const Movie movie = Load();
-        Playback playback(*reading, recording.TrackId(), movie, comparison);
+        Playback playback(*reading, recording.Track().id, movie, comparison);
         return Text([&] { play(playback); });
     }
     static std::string Text(const std::function<void()>& call) {
@@ -117,7 +117,7 @@ TEST_F(PlaybackTest, AFrameThatWasNotRecordedIsMissed) {
 
 TEST_F(PlaybackTest, TheTrackIsWhatWasRecorded) {
     recording.Record();
-    TrackInspection inspection(*reading, recording, recorded, comparison);
+    TrackInspection inspection(*reading, recording.Track(), recorded, comparison);
     EXPECT_EQ(Text([&] {
                   inspection.CheckInfos();
                   inspection.CheckCounts();
@@ -130,8 +130,8 @@ TEST_F(PlaybackTest, TheTrackIsWhatWasRecorded) {
 
 TEST_F(PlaybackTest, ATrackThatGrewMeanwhileIsADifference) {
     recording.Record();
-    AppendChunk(*writing, recording.TrackId(), 9'000'000'000, "one more");
-    TrackInspection inspection(*reading, recording, recorded, comparison);
+    AppendChunk(*writing, recording.Track().id, 9'000'000'000, "one more");
+    TrackInspection inspection(*reading, recording.Track(), recorded, comparison);
     EXPECT_THAT(Text([&] { inspection.CheckInfos(); }), HasSubstr("the info's end is 9.000000001"));
     EXPECT_THAT(Text([&] { inspection.CheckCounts(); }),
                 HasSubstr("the number of chunks in the whole time is 7 instead of 6"));

@@ -11,6 +11,7 @@
 #include <signal.h>
 #include <unistd.h>
 
+#include <algorithm>
 #include <array>
 #include <cerrno>
 #include <sstream>
@@ -49,9 +50,12 @@ ServerProcess::ServerProcess(const std::string& socketPath, const std::vector<st
     if (pipe2(ends.data(), O_CLOEXEC) != 0) {
         throw std::system_error(errno, std::generic_category(), "pipe2");
     }
-    std::vector<std::string> command = {Program(),         "--engine",           "memory",
-                                        "--listen",        "unix:" + socketPath, "--listen",
-                                        "tcp:127.0.0.1:0", "--ready-fd",         "3"};
+    std::vector<std::string> command = {Program(),  "--listen",        "unix:" + socketPath,
+                                        "--listen", "tcp:127.0.0.1:0", "--ready-fd",
+                                        "3"};
+    if (std::find(options.begin(), options.end(), "--data") == options.end()) {
+        command.insert(command.end(), {"--engine", "memory"});
+    }
     command.insert(command.end(), options.begin(), options.end());
     process = std::make_unique<ProgramRun>(
         command, std::vector<std::pair<std::string, std::string>>{}, ends[1]);
@@ -70,6 +74,11 @@ ServerProcess::ServerProcess(const std::string& socketPath, const std::vector<st
 
 std::string ServerProcess::Program() {
     return BRANTEL_STORAGED;
+}
+
+std::vector<std::string> ServerProcess::OnFolder(const std::string& folder,
+                                                 const std::string& preparation) {
+    return {"--data", folder, "--prepare", preparation, "--keep-free", "0"};
 }
 
 int ServerProcess::Stop() {

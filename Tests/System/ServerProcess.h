@@ -11,20 +11,24 @@
 
 namespace Brantel::Tests {
 
-// A storage server with the memory engine, listening on a Unix-domain socket and on a free TCP port
-// of 127.0.0.1. Its constructor returns when it serves.
+// A storage server, listening on a Unix-domain socket and on a free TCP port of 127.0.0.1. Its
+// constructor returns when it serves.
 class ServerProcess {
   public:
     // An orderly end takes at most so long.
     static constexpr std::chrono::milliseconds endLimit{5000};
 
-    // The socket's path, and options beside those it needs. Throws std::runtime_error with what the
-    // server said when it does not start.
+    // The socket's path, and options beside those it needs; with the memory engine unless they
+    // name a folder. Throws std::runtime_error with what the server said when it does not start.
     explicit ServerProcess(const std::string& socketPath,
                            const std::vector<std::string>& options = {});
 
     // The path of the program.
     static std::string Program();
+
+    // The options of a server on this folder, which takes the space of new tracks in this way.
+    static std::vector<std::string> OnFolder(const std::string& folder,
+                                             const std::string& preparation = "allocate");
 
     const std::string& SocketPath() const { return socketPath; }
     unsigned short Port() const { return port; }

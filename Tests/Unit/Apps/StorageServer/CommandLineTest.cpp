@@ -3,11 +3,14 @@
 
 #include <StorageServer/CommandLine.h>
 
+#include <chrono>
+#include <optional>
 #include <string>
 #include <vector>
 
 namespace {
 
+using Brantel::Engine::Durability;
 using Brantel::Server::CommandLine;
 using Brantel::Server::ServerOptions;
 using testing::HasSubstr;
@@ -22,7 +25,7 @@ class CommandLineTest : public testing::Test {
         return ParseAlone(arguments);
     }
     static CommandLine ParseAlone(const std::vector<std::string>& arguments) {
-        return CommandLine::Parse(arguments, {"memory", "other"});
+        return CommandLine::Parse(arguments, {{"paper", true}, {"memory", false}});
     }
     static void ExpectMisuse(const CommandLine& parsed, const std::string& reason) {
         EXPECT_FALSE(parsed.options.has_value());
@@ -33,7 +36,7 @@ class CommandLineTest : public testing::Test {
     }
 };
 
-TEST_F(CommandLineTest, OneAddressAndTheEngineAreEnough) {
+TEST_F(CommandLineTest, OneAddressAndAnEngineWithoutFilesAreEnough) {
     const CommandLine parsed = Parse({});
     ASSERT_TRUE(parsed.options.has_value()) << parsed.text;
     EXPECT_EQ(parsed.options->listen.size(), 1U);
@@ -45,7 +48,10 @@ TEST_F(CommandLineTest, WhatIsNotSaidHasADefault) {
     const CommandLine parsed = Parse({});
     ASSERT_TRUE(parsed.options.has_value()) << parsed.text;
     EXPECT_EQ(parsed.options->socketMode, 0660U);
-    EXPECT_EQ(parsed.options->capacity, 1'073'741'824U);
+    EXPECT_EQ(parsed.options->capacity, std::nullopt);
+    EXPECT_EQ(parsed.options->keepFree, 268'435'456U);
+    EXPECT_TRUE(parsed.options->writesNewSpace);
+    EXPECT_EQ(parsed.options->durability.mode, Durability::Mode::Always);
     EXPECT_EQ(parsed.options->messageLimit, 268'435'456U);
     EXPECT_EQ(parsed.options->maximumConnections, 10'000U);
     EXPECT_EQ(parsed.options->readyDescriptor, -1);
@@ -63,26 +69,54 @@ TEST_F(CommandLineTest, AddressesKeepTheirOrder) {
 TEST_F(CommandLineTest, EverythingElseCanBeChosen) {
     const CommandLine parsed =
         Parse({"--socket-mode", "0600", "--capacity", "5GB", "--message-limit", "64KiB",
-               "--max-connections", "3", "--ready-fd", "7"});
+               "--max-connections", "3", "--ready-fd", "7", "--durability", "interval:200ms",
+               "--keep-free", "10MiB", "--prepare", "allocate"});
     ASSERT_TRUE(parsed.options.has_value()) << parsed.text;
     EXPECT_EQ(parsed.options->socketMode, 0600U);
     EXPECT_EQ(parsed.options->capacity, 5'000'000'000U);
     EXPECT_EQ(parsed.options->messageLimit, 65'536U);
     EXPECT_EQ(parsed.options->maximumConnections, 3U);
     EXPECT_EQ(parsed.options->readyDescriptor, 7);
+    const Durability chosen{Durability::Mode::Interval, std::chrono::milliseconds(200)};
+    EXPECT_EQ(parsed.options->durability, chosen);
+    EXPECT_EQ(parsed.options->keepFree, 10'485'760U);
+    EXPECT_FALSE(parsed.options->writesNewSpace);
 }
 
 TEST_F(CommandLineTest, AMissingAddressIsMisuse) {
     ExpectMisuse(ParseAlone({"--engine", "memory"}), "--listen is required");
 }
 
-TEST_F(CommandLineTest, AMissingEngineIsMisuse) {
-    ExpectMisuse(ParseAlone({"--listen", "unix:/run/a.sock"}), "--engine is required");
+TEST_F(CommandLineTest, TheFirstEngineIsTheDefault) {
+    const CommandLine parsed =
+        ParseAlone({"--listen", "unix:/run/a.sock", "--data", "/srv/tracks"});
+    ASSERT_TRUE(parsed.options.has_value()) << parsed.text;
+    EXPECT_EQ(parsed.options->engine, "paper");
+    EXPECT_EQ(parsed.options->dataFolder, "/srv/tracks");
+}
+
+TEST_F(CommandLineTest, AnEngineThatKeepsFilesNeedsAFolder) {
+    ExpectMisuse(ParseAlone({"--listen", "unix:/run/a.sock"}),
+                 "--data is required: the engine paper keeps the tracks in a folder");
+    ExpectMisuse(ParseAlone({"--listen", "unix:/run/a.sock", "--data", ""}), "--data");
+}
+
+TEST_F(CommandLineTest, AFolderForAnEngineWithoutFilesIsMisuse) {
+    ExpectMisuse(Parse({"--data", "/srv/tracks"}),
+                 "--data /srv/tracks makes no sense: the engine memory keeps no files");
 }
 
 TEST_F(CommandLineTest, AnUnknownEngineIsMisuseAndTheKnownOnesAreNamed) {
-    ExpectMisuse(ParseAlone({"--listen", "unix:/run/a.sock", "--engine", "paper"}),
-                 "paper not in {memory,other}");
+    ExpectMisuse(ParseAlone({"--listen", "unix:/run/a.sock", "--engine", "stone"}),
+                 "stone not in {paper,memory}");
+}
+
+TEST_F(CommandLineTest, ADurabilityThatIsUnknownIsMisuse) {
+    for (const std::string mode : {"", "never", "interval", "interval:0ms", "interval:5s"}) {
+        ExpectMisuse(
+            Parse({"--durability", mode}),
+            "Durability " + mode + " is neither always, os nor interval:1ms to interval:3600000ms");
+    }
 }
 
 TEST_F(CommandLineTest, AnAddressThatCannotBeReadIsMisuse) {
