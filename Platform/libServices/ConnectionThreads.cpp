@@ -127,9 +127,13 @@ void ConnectionThreads::Run(Connections::iterator connection) {
     ++accepted;
     try {
         Handle(*connection);
+        // A handler may end quietly when its connection is lost.
+        const std::string lost = connection->stream->WhyLost();
+        if (!lost.empty()) {
+            CountLoss(connection->peer, lost);
+        }
     } catch (const SocketDisconnected& error) {
-        ++lostConnections;
-        Report(ServiceListenerEvent::Kind::ConnectionLost, connection->peer, error.what());
+        CountLoss(connection->peer, error.what());
     } catch (const std::exception& error) {
         CountFailure(connection->peer, error.what());
     } catch (...) {
@@ -169,6 +173,11 @@ void ConnectionThreads::Finish(Connections::iterator connection) noexcept {
 void ConnectionThreads::CountFailure(const PeerAddress& peer, const std::string& text) noexcept {
     ++failedHandlers;
     Report(ServiceListenerEvent::Kind::HandlerFailed, peer, text);
+}
+
+void ConnectionThreads::CountLoss(const PeerAddress& peer, const std::string& text) noexcept {
+    ++lostConnections;
+    Report(ServiceListenerEvent::Kind::ConnectionLost, peer, text);
 }
 
 void ConnectionThreads::Refuse(const PeerAddress& peer, const std::string& reason) noexcept {

@@ -70,6 +70,7 @@ class ConnectionThreads {
     // Counts and reports a connection that is closed unserved.
     void Refuse(const PeerAddress& peer, const std::string& reason) noexcept;
     void CountFailure(const PeerAddress& peer, const std::string& text) noexcept;
+    void CountLoss(const PeerAddress& peer, const std::string& text) noexcept;
 
     // Constant after construction.
     const ServiceListenerOptions& options;

@@ -222,14 +222,14 @@ bool FileDescriptorServiceConnection::Receive(Message& message) {
         broken.store(true);
         ::shutdown(fd, SHUT_RDWR);
         if (lost.empty()) {
-            lost = closed.load() ? "Connection closed" : WhyLost(failure);
+            lost = closed.load() ? "Connection closed" : Describe(failure);
         }
         throw SocketDisconnected(lost);
     }
     return true;
 }
 
-std::string FileDescriptorServiceConnection::WhyLost(const std::exception& failure) const {
+std::string FileDescriptorServiceConnection::Describe(const std::exception& failure) const {
     const bool reported = dynamic_cast<const SocketDisconnected*>(&failure) != nullptr;
     return reported ? failure.what() + WhereLost()
                     : std::string("Connection lost in the middle of a message: ") + failure.what();
@@ -249,15 +249,18 @@ std::string FileDescriptorServiceConnection::WhereLost() const {
                            " of a message's length";
 }
 
-void FileDescriptorServiceConnection::ThrowLost() const {
-    if (!inStep) {
-        throw SocketDisconnected(lost.empty() ? "Connection lost" : lost);
+void FileDescriptorServiceConnection::ThrowLost() {
+    if (lost.empty()) {
+        lost = !inStep ? "Connection lost"
+               : closed.load()
+                   ? "Connection closed"
+                   : "Connection lost: " + std::system_category().message(sendError.load());
     }
-    if (closed.load()) {
-        throw SocketDisconnected("Connection closed");
-    }
-    throw SocketDisconnected("Connection lost: " +
-                             std::system_category().message(sendError.load()));
+    throw SocketDisconnected(lost);
+}
+
+std::string FileDescriptorServiceConnection::WhyLost() const {
+    return closed.load() ? std::string() : lost;
 }
 
 }  // namespace Brantel::Services

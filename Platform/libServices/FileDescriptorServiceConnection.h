@@ -59,20 +59,24 @@ class FileDescriptorServiceConnection : public IServiceConnection {
     // True when the other side has closed its end or is gone. Reads nothing.
     bool PeerGone() const;
 
+    // Why the connection was lost, as Receive reported it; empty while it has not, and after Close.
+    // For the receiving thread.
+    std::string WhyLost() const;
+
     std::size_t MessageLimit() const { return messageLimit; }
 
   protected:
     int Descriptor() const { return fd; }
 
   private:
-    [[noreturn]] void ThrowLost() const;
+    [[noreturn]] void ThrowLost();
     std::size_t ReceiveLength();
     bool ReceiveBody(google::protobuf::Message& message, std::size_t size);
     void SendSmall(const google::protobuf::Message& message, std::size_t size);
     void SendLarge(const google::protobuf::Message& message, std::size_t size);
     void FinishSend(long sent, long frameSize);
     void NoteSendError(int error);
-    std::string WhyLost(const std::exception& failure) const;
+    std::string Describe(const std::exception& failure) const;
     std::string WhereLost() const;
 
     // Constant after construction.

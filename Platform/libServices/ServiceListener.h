@@ -23,7 +23,7 @@ class ListeningSocket;
 // Something that a program may want to log or count.
 struct ServiceListenerEvent {
     enum class Kind {
-        ConnectionLost,     // Handle ended with SocketDisconnected
+        ConnectionLost,     // Handle ended with SocketDisconnected, or because of one
         HandlerFailed,      // the factory or Handle threw anything else
         ConnectionRefused,  // accepted and closed at once: too many, no thread, no handler
         AcceptPaused        // the system accepts no connection now; said once until it does again
@@ -61,7 +61,7 @@ struct ServiceListenerCounters {
     std::uint64_t accepted = 0;         // given to a thread
     std::uint64_t active = 0;           // now being served
     std::uint64_t refused = 0;          // closed unserved
-    std::uint64_t lostConnections = 0;  // Handle ended with SocketDisconnected
+    std::uint64_t lostConnections = 0;  // Handle ended with SocketDisconnected, or because of one
     std::uint64_t failedHandlers = 0;   // the factory or Handle threw anything else
 };
 

@@ -7,11 +7,13 @@
 
 #include <libProtocolX/IStorageReaderX.h>
 #include <libServices/SocketDisconnected.h>
+#include <libServices/UnixDomainConnection.h>
 
 #include <gmock/gmock.h>
 #include <gtest/gtest.h>
 
 #include <signal.h>
+#include <sys/socket.h>
 
 #include <stdexcept>
 #include <string>
@@ -180,6 +182,32 @@ TEST_F(ServerClientsTest, AClientThatSendsRubbishIsDroppedAndTheOthersAreServed)
                             std::to_string(server.Port())});
     rubbish.Wait();
     EXPECT_EQ(CreateTrack(*server.ConnectOverTcp()), 1);
+}
+
+// A client that leaves in the middle of a request.
+class HalfClient : public Services::UnixDomainConnection {
+  public:
+    using UnixDomainConnection::UnixDomainConnection;
+    bool SendHalf() const { return send(Descriptor(), "\x05\x08", 2, MSG_NOSIGNAL) == 2; }
+};
+
+TEST_F(ServerClientsTest, AClientThatVanishesInTheMiddleOfARequestIsInTheLog) {
+    ServerProcess server(socketPath);
+    { EXPECT_TRUE(HalfClient(socketPath).SendHalf()); }
+    const std::string text =
+        " is lost: Connection closed by the other side after 1 of 5 bytes of a message";
+    EXPECT_TRUE(Eventually([&] {
+        return server.Process().Errors().find(text) != std::string::npos;
+    })) << server.Process().Errors();
+    EXPECT_EQ(CreateTrack(*server.ConnectOverUnix()), 1);
+}
+
+TEST_F(ServerClientsTest, AClientThatSaysGoodbyeIsNot) {
+    ServerProcess server(socketPath);
+    CreateTrack(*server.ConnectOverUnix());
+    ASSERT_EQ(server.Stop(), 0);
+    EXPECT_EQ(server.Process().Errors().find("is lost"), std::string::npos)
+        << server.Process().Errors();
 }
 
 }  // namespace

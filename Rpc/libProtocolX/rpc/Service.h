@@ -72,8 +72,8 @@ class Service : public Brantel::Services::IServiceHandler {
     std::uint32_t Register(std::unique_ptr<DynamicObject> object);
     void Release(std::uint32_t handle);
 
-    // objects: owned. freeHandles: used as a stack, at its back. The order of the members is that
-    // in which they are not destroyed: last to first, after the objects.
+    // objects: owned. freeHandles: used as a stack, at its back. The destructor deletes the
+    // objects; then the members go, the last one first.
     std::uint32_t nextHandle = 1;
     std::map<std::uint32_t, RemoteObject> objects;
     std::deque<std::uint32_t> freeHandles;

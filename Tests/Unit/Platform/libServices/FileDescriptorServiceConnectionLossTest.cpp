@@ -56,6 +56,16 @@ class InterruptingSignal {
     InterruptingSignal(const InterruptingSignal&) = delete;
     InterruptingSignal& operator=(const InterruptingSignal&) = delete;
 
+    // Interrupts the thread in that system call, and returns when its handler has run.
+    static void Send(pthread_t thread, long id, long call) {
+        const int before = count.load();
+        Tests::WaitUntilBlockedIn(id, call);
+        ::pthread_kill(thread, SIGUSR1);
+        while (count.load() == before) {
+            std::this_thread::yield();
+        }
+    }
+
     static inline std::atomic<int> count{0};
 
   private:
@@ -186,12 +196,52 @@ TEST_F(FileDescriptorServiceConnectionLossTest, APeerThatGoesDuringAMessageOfMan
     EXPECT_THROW(connection.Receive(received), SocketDisconnected);
 }
 
+TEST_F(FileDescriptorServiceConnectionLossTest, AFailedSendEndsAReceiveThatIsBlocked) {
+    Receiving receiving(*this);
+    receiving.WaitUntilBlocked();
+    ASSERT_EQ(::shutdown(descriptor, SHUT_WR), 0);
+    EXPECT_TRUE(connection.Send(MessageOfSize(5)));
+    EXPECT_NE(receiving.Join(), "");
+    EXPECT_THROW(connection.Receive(received), SocketDisconnected);
+}
+
 TEST_F(FileDescriptorServiceConnectionLossTest, NoSignalEndsTheProcessWhenThePeerIsGone) {
     const InterruptingSignal pipe(SIGPIPE);
     peer.Close();
     connection.Send(MessageOfSize(5));
     connection.Send(MessageOfSize(500'000));
     EXPECT_EQ(InterruptingSignal::count.load(), 0);
+}
+
+TEST_F(FileDescriptorServiceConnectionLossTest, WhyItWasLostIsToldOnceReceiveHasReportedIt) {
+    peer.Write(Frame(MessageOfSize(5)));
+    peer.Write("\x05");
+    peer.Close();
+    EXPECT_TRUE(connection.Receive(received));
+    EXPECT_EQ(connection.WhyLost(), "");
+    const std::string text = TextOfReceive();
+    EXPECT_EQ(text, "Connection closed by the other side after 0 of 5 bytes of a message");
+    EXPECT_EQ(connection.WhyLost(), text);
+}
+
+TEST_F(FileDescriptorServiceConnectionLossTest, WhyASendWasLostIsToldToo) {
+    peer.Close();
+    EXPECT_TRUE(connection.Send(MessageOfSize(5)));
+    EXPECT_EQ(connection.WhyLost(), "");
+    EXPECT_EQ(TextOfReceive(), "Connection lost: Broken pipe");
+    EXPECT_EQ(connection.WhyLost(), "Connection lost: Broken pipe");
+}
+
+TEST_F(FileDescriptorServiceConnectionLossTest, AConnectionThatWasClosedHereIsNotLost) {
+    connection.Close();
+    EXPECT_EQ(TextOfReceive(), "Connection closed");
+    EXPECT_EQ(connection.WhyLost(), "");
+}
+
+TEST_F(FileDescriptorServiceConnectionLossTest, AMessageThatIsNotValidIsNoLoss) {
+    peer.Write(Tests::FrameOf("\xFF"));
+    EXPECT_THROW(connection.Receive(received), std::runtime_error);
+    EXPECT_EQ(connection.WhyLost(), "");
 }
 
 // --- a stream that can't be followed
@@ -315,12 +365,9 @@ TEST_F(FileDescriptorServiceConnectionLossTest, SignalsDoNotEndALargeSend) {
     std::string bytes;
     std::thread reading([&] {
         for (std::size_t part = 0; part < 4; ++part) {
-            const int before = InterruptingSignal::count.load();
-            Tests::WaitUntilBlockedIn(id, SYS_sendmsg);
-            ::pthread_kill(sender, SIGUSR1);
-            while (InterruptingSignal::count.load() == before) {
-                std::this_thread::yield();
-            }
+            // The first ends a call that has sent something, the second one that has not.
+            InterruptingSignal::Send(sender, id, SYS_sendmsg);
+            InterruptingSignal::Send(sender, id, SYS_sendmsg);
             bytes += peer.Read(100'000);
         }
         bytes += peer.Read(frame.size() - bytes.size());
@@ -328,7 +375,30 @@ TEST_F(FileDescriptorServiceConnectionLossTest, SignalsDoNotEndALargeSend) {
     EXPECT_TRUE(connection.Send(MessageOfSize(limit)));
     reading.join();
     EXPECT_TRUE(bytes == frame);
-    EXPECT_EQ(InterruptingSignal::count.load(), 4);
+    EXPECT_EQ(InterruptingSignal::count.load(), 8);
+}
+
+TEST_F(FileDescriptorServiceConnectionLossTest, SignalsDoNotEndASmallSend) {
+    const InterruptingSignal interrupting(SIGUSR1);
+    const pthread_t sender = ::pthread_self();
+    const long id = Tests::ThisThread();
+    const std::string frame = Frame(MessageOfSize(200));
+    constexpr std::size_t count = 10'000;  // more than the system holds for a reader
+    std::string bytes;
+    std::thread reading([&] {
+        InterruptingSignal::Send(sender, id, SYS_sendto);
+        InterruptingSignal::Send(sender, id, SYS_sendmsg);
+        bytes = peer.Read(count * frame.size());
+    });
+    for (std::size_t i = 0; i < count; ++i) {
+        EXPECT_TRUE(connection.Send(MessageOfSize(200)));
+    }
+    reading.join();
+    std::string expected;
+    for (std::size_t i = 0; i < count; ++i) {
+        expected += frame;
+    }
+    EXPECT_TRUE(bytes == expected);
 }
 
 TEST_F(FileDescriptorServiceConnectionLossTest,

@@ -301,6 +301,27 @@ TEST_F(ServiceListenerTest, AClientThatGoesAwayIsALostConnectionAndNoFailure) {
     EXPECT_THAT(Events(Kind::ConnectionLost), SizeIs(1));
 }
 
+TEST_F(ServiceListenerTest, ALossThatTheHandlerKeepsToItselfIsCountedAndReportedAllTheSame) {
+    Serve([](auto& connection, const PeerAddress&) { EXPECT_TRUE(WaitForEnd(connection)); });
+    Connect();
+    EXPECT_TRUE(Eventually([&] { return Events(Kind::ConnectionLost).size() == 1; }));
+    EXPECT_THAT(Events(Kind::ConnectionLost), ElementsAre("Connection closed by the other side"));
+    EXPECT_EQ(1U, listener->Counters().lostConnections);
+    EXPECT_EQ(0U, listener->Counters().failedHandlers);
+}
+
+TEST_F(ServiceListenerTest, AQuietHandlerThatTheStopEndsIsNoLostConnection) {
+    Serve([](auto& connection, const PeerAddress&) {
+        connection.Send(Text("here"));
+        EXPECT_TRUE(WaitForEnd(connection));
+    });
+    const auto client = Connect();
+    EXPECT_EQ("here", Hear(*client));
+    listener->Stop();
+    EXPECT_EQ(0U, listener->Counters().lostConnections);
+    EXPECT_THAT(events, IsEmpty());
+}
+
 TEST_F(ServiceListenerTest, AResetByTheClientIsALostConnection) {
     EchoHandler echo;
     ServiceListener tcp(echo, options);

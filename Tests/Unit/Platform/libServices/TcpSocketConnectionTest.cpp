@@ -186,20 +186,73 @@ TEST(TcpSocketConnectionNameTest, WithoutAnyDescriptorLeftTheReasonIsTold) {
     EXPECT_EQ(Where("127.0.0.1", listener.Port()) + "Too many open files", error);
 }
 
+// Switches the machine's own network on (IFF_UP) or off (0), in a network of the process's own.
+bool SwitchLoopback(short flags) {
+    const OwnedDescriptor control(socket(AF_INET, SOCK_DGRAM | SOCK_CLOEXEC, 0));
+    ifreq loopback{};
+    loopback.ifr_name[0] = 'l';
+    loopback.ifr_name[1] = 'o';
+    loopback.ifr_flags = flags;
+    return ioctl(control.Get(), SIOCSIFFLAGS, &loopback) == 0;
+}
+
+// A network that goes down between two connected ends, as when a host loses its power: nothing says
+// goodbye. The parameter: whether the connection is idle then or waits for an answer.
+class VanishedHostTest : public testing::TestWithParam<bool> {
+  protected:
+    static constexpr int notAllowed = 77;
+
+    // Sets the limits that every connection has to shorter ones.
+    static void Hurry(int fd) {
+        const std::pair<int, int> limits[] = {
+            {TCP_KEEPIDLE, 1}, {TCP_KEEPINTVL, 1}, {TCP_KEEPCNT, 1}, {TCP_USER_TIMEOUT, 1000}};
+        for (const auto& [option, value] : limits) {
+            EXPECT_GT(OptionOf(fd, IPPROTO_TCP, option), value);
+            EXPECT_EQ(0, setsockopt(fd, IPPROTO_TCP, option, &value, sizeof(value)));
+        }
+    }
+
+    static int Run(bool idle) {
+        if (unshare(CLONE_NEWNET) != 0 || !SwitchLoopback(IFF_UP)) {
+            return notAllowed;
+        }
+        const PlainTcpListener listener("127.0.0.1");
+        TcpSocketConnection<ConnectionProbe> client("127.0.0.1", listener.Port(), ampleTimeout);
+        const OwnedDescriptor server(listener.Accept());
+        Hurry(ConnectionProbe::DescriptorOf(client));
+        EXPECT_TRUE(SwitchLoopback(0));
+        if (!idle) {
+            EXPECT_TRUE(client.Send(Text("nobody hears")));
+        }
+        StringValue received;
+        EXPECT_THROW(client.Receive(received), SocketDisconnected);
+        EXPECT_EQ(client.WhyLost().rfind("Connection lost: ", 0), 0U) << client.WhyLost();
+        return HasFailure() ? 1 : 0;
+    }
+};
+
+INSTANTIATE_TEST_SUITE_P(IdleAndBusy, VanishedHostTest, testing::Bool(),
+                         [](const auto& parameter) { return parameter.param ? "Idle" : "Busy"; });
+
+TEST_P(VanishedHostTest, IsNoticedAndIsALostConnection) {
+    Tests::ChildProcess child([](int) { return Run(GetParam()); });
+    const int result = child.Wait();
+    if (result == notAllowed) {
+        GTEST_SKIP() << "No right to give this test a network of its own";
+    }
+    EXPECT_EQ(0, result);
+}
+
 // In a network that has one local port, a connect to this port is given just this port as its own
 // and meets itself.
 TEST(TcpSocketConnectionToItselfTest, AConnectionToItselfCountsAsRefused) {
     constexpr int notAllowed = 77;
     Tests::ChildProcess child([](int) {
-        const OwnedDescriptor control(
-            unshare(CLONE_NEWNET) == 0 ? socket(AF_INET, SOCK_DGRAM | SOCK_CLOEXEC, 0) : -1);
-        ifreq loopback{};
-        loopback.ifr_name[0] = 'l';
-        loopback.ifr_name[1] = 'o';
-        loopback.ifr_flags = IFF_UP;
+        if (unshare(CLONE_NEWNET) != 0 || !SwitchLoopback(IFF_UP)) {
+            return notAllowed;
+        }
         std::ofstream ports("/proc/sys/net/ipv4/ip_local_port_range");
-        if (ioctl(control.Get(), SIOCSIFFLAGS, &loopback) != 0 ||
-            !(ports << "40000 40000" << std::flush)) {
+        if (!(ports << "40000 40000" << std::flush)) {
             return notAllowed;
         }
         const std::string error = ConnectError("127.0.0.1", 40'000, ampleTimeout);

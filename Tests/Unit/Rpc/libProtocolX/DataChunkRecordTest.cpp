@@ -318,11 +318,13 @@ TEST_F(DataChunkRecordTest, BehindTheEndOfAFileGivesZeroAndStaysThere) {
 
 TEST_F(DataChunkRecordTest, AHeaderCutShortAnywhereGivesZeroAndGoesBackByWhatWasRead) {
     const std::string record = Record(Sample());
+    Converter::ReferenceFrom(chunk, message);
     for (std::size_t length = 0; length < 16; ++length) {
         const RecordFile file("..." + record.substr(0, length));
         file.Seek(3);
         EXPECT_EQ(chunk.ReadFrom(file.Get()), 0U) << length;
         EXPECT_EQ(file.Position(), 3) << length;
+        EXPECT_EQ(message.ByteSizeLong(), 0U) << length;
     }
 }
 

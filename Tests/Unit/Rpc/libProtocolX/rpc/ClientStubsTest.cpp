@@ -37,6 +37,27 @@ TEST_F(ClientStubsTest, EveryCallReceivesOneResponseAndCopiesItsFieldsToItsOutpu
     }
 }
 
+TEST_F(ClientStubsTest, EveryLookupCopiesItsOtherOutputWhateverTheResultSays) {
+    const std::string yes = "result: true";
+    int lookups = 0;
+    for (const OperationRow& row : OperationTable()) {
+        std::string answer = row.response;
+        if (!answer.ends_with(yes)) {
+            continue;
+        }
+        ++lookups;
+        answer.replace(answer.size() - yes.size(), yes.size(), "result: false");
+        ScriptedStubs scripted;
+        scripted.WillAnswer("is_success: true " + std::string(row.name) + " { " + answer + " }");
+        Outputs out(true);
+        row.stub(scripted.stubs, out);
+        std::string expected = row.outputs;
+        expected.replace(expected.find("flag: true"), yes.size(), "flag: false");
+        EXPECT_EQ(out.Changes(), expected) << row.name;
+    }
+    EXPECT_EQ(lookups, 6) << "five lookups and the wait";
+}
+
 TEST_F(ClientStubsTest, EverySubMessageIsPresentEvenWhenItHasNoFields) {
     for (const OperationRow& row : OperationTable()) {
         ScriptedStubs scripted;
