@@ -32,6 +32,11 @@ void CommandLog::Add(const CommandRecord& record) {
     commands[record.id].record = record;
 }
 
+void CommandLog::Forget(std::int64_t id) noexcept {
+    const std::lock_guard lock(mutex);
+    commands.erase(id);
+}
+
 void CommandLog::SetProgress(std::int64_t id, int percent) {
     const std::lock_guard lock(mutex);
     Command& command = commands.at(id);

@@ -25,8 +25,10 @@ class CommandLog {
     // Those that had not ended, in the order in which they came.
     std::vector<CommandRecord> ListUnfinished();
 
-    // A new command, once it has been written.
+    // A new command, before it is written.
     void Add(const CommandRecord& record);
+    // It could not be written.
+    void Forget(std::int64_t id) noexcept;
     void SetProgress(std::int64_t id, int percent);
 
     // What to write when a command ends: its new state, and the oldest ended one to be forgotten.

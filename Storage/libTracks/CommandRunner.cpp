@@ -42,7 +42,7 @@ void CommandRunner::CarryOut(const CommandRecord& command) {
             case Kind::Delete: Delete(command); break;
         }
     } catch (const std::exception& error) {
-        Say(command, std::string("failed: ") + error.what());
+        Say(command, "failed: ", error);
         Undo(command);
     }
     promises.Forget(command.id);
@@ -57,7 +57,7 @@ void CommandRunner::Undo(const CommandRecord& command) {
             case Kind::Delete: return;
         }
     } catch (const std::exception& error) {
-        Say(command, std::string("is undone at the next start: ") + error.what());
+        Say(command, "is undone at the next start: ", error);
     }
     promises.Forget(command.id);
     log.End(command.id, State::Canceled);
@@ -138,9 +138,14 @@ void CommandRunner::Write(const std::vector<Engine::RecordChange>& changes) {
     }
 }
 
-void CommandRunner::Say(const CommandRecord& command, const std::string& text) const {
-    options.log("Track " + std::to_string(command.track) + ": command " +
-                std::to_string(command.id) + " " + text);
+void CommandRunner::Say(const CommandRecord& command, const char* text,
+                        const std::exception& error) const noexcept {
+    try {
+        options.log("Track " + std::to_string(command.track) + ": command " +
+                    std::to_string(command.id) + " " + text + error.what());
+    } catch (const std::exception&) {
+        return;
+    }
 }
 
 }  // namespace Brantel::Tracks

@@ -9,7 +9,7 @@
 
 #include <atomic>
 #include <cstdint>
-#include <string>
+#include <exception>
 #include <vector>
 
 namespace Brantel::Tracks {
@@ -48,7 +48,9 @@ class CommandRunner {
     void UndoCreate(const CommandRecord& command);
     void UndoGrow(const CommandRecord& command);
     void Write(const std::vector<Engine::RecordChange>& changes);
-    void Say(const CommandRecord& command, const std::string& text) const;
+    // To the operator; without memory nothing is said.
+    void Say(const CommandRecord& command, const char* text,
+             const std::exception& error) const noexcept;
 
     Engine::IEngine& engine;
     TrackRegistry& registry;

@@ -2,6 +2,7 @@
 
 #include "EntryTable.h"
 
+#include <new>
 #include <utility>
 
 namespace Brantel::Tracks {
@@ -16,14 +17,16 @@ EntryCache::Table EntryCache::Find(const Key& key) {
     return position->second->table;
 }
 
-void EntryCache::Put(const Key& key, Table table) {
+void EntryCache::Put(const Key& key, Table table) noexcept {
     const std::size_t bytes = table->GetMemory();
     std::list<Slot> added;
-    added.push_back(Slot{key, std::move(table), bytes});
-
     const std::lock_guard lock(mutex);
-    const auto [position, isNew] = byKey.try_emplace(key, added.begin());
-    if (!isNew) {
+    try {
+        added.push_back(Slot{key, std::move(table), bytes});
+        if (!byKey.try_emplace(key, added.begin()).second) {
+            return;
+        }
+    } catch (const std::bad_alloc&) {
         return;
     }
     slots.splice(slots.begin(), added);

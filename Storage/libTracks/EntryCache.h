@@ -34,8 +34,8 @@ class EntryCache {
     // Null when it is not there.
     Table Find(const Key& key);
     // Takes a table in and lets the longest unused ones go. One table larger than the limit is
-    // kept until the next one comes.
-    void Put(const Key& key, Table table);
+    // kept until the next one comes. Without memory for it the table is not kept.
+    void Put(const Key& key, Table table) noexcept;
     void Remove(const Key& key);
     std::size_t GetMemory();
 

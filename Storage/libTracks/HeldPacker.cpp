@@ -70,8 +70,11 @@ std::vector<Engine::ChunkEntry> HeldPacker::ReadRun(const Log::Run& run) {
     return state.Ask(context, [this, &run](TableSet& tables) {
         std::vector<Engine::ChunkEntry> entries;
         const EntryTable* table = state.index.held.GetTable(run, tables);
-        for (std::size_t index = run.begin; table != nullptr && index < run.end; ++index) {
-            entries.push_back(table->GetEntry(index));
+        if (table != nullptr) {
+            for (EntryTable::Cursor cursor(*table, run.begin); cursor.GetIndex() < run.end;
+                 cursor.Next()) {
+                entries.push_back(cursor.GetEntry());
+            }
         }
         return entries;
     });

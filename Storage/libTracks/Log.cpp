@@ -71,7 +71,7 @@ void Log::Open(std::uint64_t segment, std::shared_ptr<EntryTable> table) {
 
 void Log::Close(EntryCache& cache, std::uint64_t instance) {
     if (openTable) {
-        cache.Put(EntryCache::Key{instance, kind, openSegment}, openTable);
+        cache.Put(EntryCache::Key{instance, kind, openSegment}, std::move(openTable));
         openTable.reset();
     }
 }

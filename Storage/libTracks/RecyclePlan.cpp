@@ -29,8 +29,9 @@ RecyclePlan Take(const TrackState& state, TableSet& tables, IsEnough isEnough) {
         if (table == nullptr) {
             return plan;
         }
-        for (std::size_t index = run.begin; index < run.end; ++index) {
-            const Engine::ChunkEntry& entry = table->GetEntry(index);
+        for (EntryTable::Cursor cursor(*table, run.begin); cursor.GetIndex() < run.end;
+             cursor.Next()) {
+            const Engine::ChunkEntry& entry = cursor.GetEntry();
             if (isEnough.At(plan, run)) {
                 plan.front.firstLeft = entry.timePoint;
                 plan.firstOrdinal = entry.ordinal;

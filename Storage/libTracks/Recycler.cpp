@@ -40,9 +40,11 @@ std::uint64_t Recycler::CountFreeSegments() {
 }
 
 bool Recycler::IsPending(std::int64_t timePoint) const {
-    return std::any_of(logs.pending.begin(), logs.pending.end(), [timePoint](const auto& pending) {
-        return pending.entry.timePoint == timePoint;
-    });
+    const auto found = std::partition_point(logs.pending.begin(), logs.pending.end(),
+                                            [timePoint](const TrackLogs::Pending& pending) {
+                                                return pending.entry.timePoint < timePoint;
+                                            });
+    return found != logs.pending.end() && found->entry.timePoint == timePoint;
 }
 
 void Recycler::Carry(RecyclePlan& plan) {
@@ -79,7 +81,9 @@ void Recycler::CopyToHeld(const FoundChunk& chunk) {
     pending.entry.ordinal = logs.nextHeldOrdinal;
     pending.segment = logs.held.GetTail();
     pending.index = logs.held.GetTailCount();
-    logs.pending.reserve(logs.pending.size() + 1);
+    if (logs.pending.size() == logs.pending.capacity()) {
+        logs.pending.reserve(2 * logs.pending.size() + 1);
+    }
     {
         const std::lock_guard lock(state.mutex);
         EntryTable& table = *state.index.held.GetOpenTable();
@@ -251,6 +255,15 @@ bool Recycler::RemoveEmptied() {
         }
     }
     return isDone;
+}
+
+void Recycler::TryRemoveEmptied() noexcept {
+    try {
+        RemoveEmptied();
+    } catch (const std::exception&) {
+        // Short of memory: the segments stay listed, and the next change looks for them again.
+        return;
+    }
 }
 
 std::vector<Log::Run> Recycler::RunsWithPending() {

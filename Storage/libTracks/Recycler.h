@@ -39,6 +39,9 @@ class Recycler {
     // Gives segments back in which nothing is live. False: one could not be given back; it is tried
     // again the next time.
     bool RemoveEmptied();
+    // The same behind a change that is done and answered as done: what fails is left for the next
+    // time.
+    void TryRemoveEmptied() noexcept;
 
     // The held log's runs, with what is pending behind them.
     std::vector<Log::Run> RunsWithPending();

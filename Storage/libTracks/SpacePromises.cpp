@@ -20,7 +20,14 @@ std::uint64_t SpacePromises::GetAvailable() {
 void SpacePromises::Promise(std::int64_t commandId,
                             const std::function<std::uint64_t(std::uint64_t)>& take) {
     const std::lock_guard lock(mutex);
-    promised[commandId] = take(GetAvailableLocked());
+    const std::uint64_t available = GetAvailableLocked();
+    std::uint64_t& bytes = promised[commandId];
+    try {
+        bytes = take(available);
+    } catch (...) {
+        promised.erase(commandId);
+        throw;
+    }
 }
 
 void SpacePromises::Forget(std::int64_t commandId) {

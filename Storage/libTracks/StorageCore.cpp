@@ -45,7 +45,12 @@ StorageCore::StorageCore(Engine::IEngine& engine, StorageOptions givenOptions)
 }
 
 StorageCore::~StorageCore() {
-    Stop();
+    try {
+        Stop();
+    } catch (const std::exception&) {
+        // Short of memory: nobody waits any more, and identifiers are skipped as after a crash.
+        return;
+    }
 }
 
 // The record "store": version (1 byte), epoch (8 bytes).

@@ -53,10 +53,11 @@ void TrackChanges::Append(const EncodedChunk& chunk) {
     }
     ReserveAppend();
     logs.ring.Append(entry, chunk.GetParts(), durability);
-    if (PublishAppend(plan, entry)) {
-        recycler.RemoveEmptied();
-    }
+    const bool isSegmentEmptied = PublishAppend(plan, entry);
     context.engine.Notify(context.track, entry.timePoint);
+    if (isSegmentEmptied) {
+        recycler.TryRemoveEmptied();
+    }
 }
 
 RecyclePlan TrackChanges::PlanAppend(const EncodedChunk& chunk, std::uint64_t cost,
@@ -140,7 +141,7 @@ void TrackChanges::Clear() {
         logs.frontOrdinal = logs.nextOrdinal;
         logs.ring.AbandonTail();
     }
-    recycler.RemoveEmptied();
+    recycler.TryRemoveEmptied();
 }
 
 void TrackChanges::Protect(std::int64_t id, const Protections::Stretch& stretch) {
@@ -166,9 +167,13 @@ void TrackChanges::Protect(std::int64_t id, const Protections::Stretch& stretch)
         }
     }
     changed.Add(id, stretch);
-    const std::vector<Engine::RecordChange> changes{
+    std::vector<Engine::RecordChange> changes{
         {Protections::Key(id), Protections::Encode(context.track, stretch), 0}};
-    if (!context.engine.WriteRecords(changes)) {
+    if (!logs.pending.empty()) {
+        // Copies for an append that failed. A chunk in front of them may be held from now on, and
+        // could not be copied in order of time any more.
+        recycler.WriteRecord(logs.record, state.index.held.GetRuns(), std::move(changes));
+    } else if (!context.engine.WriteRecords(changes)) {
         throw TrackError(context.track, "protection " + std::to_string(id) + " exists already");
     }
     const std::lock_guard stateLock(state.mutex);
@@ -197,7 +202,7 @@ bool TrackChanges::Unprotect(std::int64_t id) {
         state.index.held.Replace(std::move(heldRuns));
         logs.canPack = true;
     }
-    recycler.RemoveEmptied();
+    recycler.TryRemoveEmptied();
     return true;
 }
 
@@ -214,10 +219,15 @@ std::vector<Log::Run> TrackChanges::HeldRunsWithout(const Protections::Stretch& 
                 continue;
             }
             const EntryTable* table = state.index.held.GetTable(run, tables);
-            for (std::uint32_t index = run.begin; table != nullptr && index < run.end; ++index) {
-                const Engine::ChunkEntry& entry = table->GetEntry(index);
+            if (table == nullptr) {
+                break;
+            }
+            for (EntryTable::Cursor cursor(*table, run.begin); cursor.GetIndex() < run.end;
+                 cursor.Next()) {
+                const Engine::ChunkEntry& entry = cursor.GetEntry();
                 if (rest.Holds(entry.timePoint, entry.duration)) {
-                    live.Append(run.segment, index, entry, table->GetDurationBefore(index));
+                    live.Append(run.segment, static_cast<std::uint32_t>(cursor.GetIndex()), entry,
+                                cursor.GetDurationBefore());
                 }
             }
         }

@@ -47,7 +47,12 @@ TrackCommands::TrackCommands(Engine::IEngine& engine, TrackRegistry& registry,
       runner(engine, registry, log, promises, options, geometry, isStopping) {}
 
 TrackCommands::~TrackCommands() {
-    Stop();
+    try {
+        Stop();
+    } catch (const std::exception&) {
+        // Behind the end of the thread: identifiers are skipped as after a crash.
+        return;
+    }
 }
 
 void TrackCommands::Start() {
@@ -131,11 +136,22 @@ void TrackCommands::WriteNew(const CommandRecord& command,
     }
 }
 
-void TrackCommands::Queue(const CommandRecord& command) {
-    log.Add(command);
+template <typename Write>
+void TrackCommands::Queue(const CommandRecord& command, Write write) {
+    // All memory is taken before the command is written down: from then on it takes its course.
+    std::list<CommandRecord> added;
+    try {
+        added.push_back(command);
+        log.Add(command);
+        write();
+    } catch (...) {
+        log.Forget(command.id);
+        promises.Forget(command.id);
+        throw;
+    }
     {
         const std::lock_guard lock(mutex);
-        queue.push_back(command);
+        queue.splice(queue.end(), added);
     }
     queued.notify_one();
 }
@@ -169,13 +185,13 @@ void TrackCommands::Create(std::int64_t id, std::int64_t size, Protocol::TrackPa
         return bytes;
     });
     try {
-        WriteNew(command, {{TrackRecord::Key(command.track), record.Encode()}});
+        Queue(command, [&] {
+            WriteNew(command, {{TrackRecord::Key(command.track), record.Encode()}});
+        });
     } catch (...) {
         registry.Erase(command.track);
-        promises.Forget(command.id);
         throw;
     }
-    Queue(command);
     Answer(command, answer);
 }
 
@@ -200,13 +216,7 @@ void TrackCommands::Grow(std::int64_t id, std::int64_t size, Protocol::TrackPara
         }
         return bytes;
     });
-    try {
-        WriteNew(command, {});
-    } catch (...) {
-        promises.Forget(command.id);
-        throw;
-    }
-    Queue(command);
+    Queue(command, [&] { WriteNew(command, {}); });
     Answer(command, answer);
 }
 
@@ -215,8 +225,9 @@ void TrackCommands::Delete(std::int64_t id, Protocol::TrackParameters& answer) {
     const std::uint64_t capacity = track->GetCapacity();
     CommandRecord command = Prepare(Kind::Delete, id);
     command.capacity = capacity;
-    track->GetChanges().BeginDeletion({{CommandRecord::Key(command.id), command.Encode(), 0}});
-    Queue(command);
+    Queue(command, [&] {
+        track->GetChanges().BeginDeletion({{CommandRecord::Key(command.id), command.Encode(), 0}});
+    });
     Answer(command, answer);
 }
 

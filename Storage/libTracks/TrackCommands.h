@@ -14,7 +14,7 @@
 #include <condition_variable>
 #include <cstddef>
 #include <cstdint>
-#include <deque>
+#include <list>
 #include <mutex>
 #include <thread>
 #include <vector>
@@ -61,7 +61,10 @@ class TrackCommands {
     static constexpr std::size_t queueLimit = 10000;
 
     CommandRecord Prepare(CommandRecord::Kind kind, std::int64_t track);
-    void Queue(const CommandRecord& command);
+    // Runs `write`, which writes the command down together with what begins with it, and queues the
+    // command then. When that throws, the command is forgotten as if it had never been asked for.
+    template <typename Write>
+    void Queue(const CommandRecord& command, Write write);
     void WriteNew(const CommandRecord& command, std::vector<Engine::RecordChange> changes);
     void Run();
 
@@ -77,7 +80,7 @@ class TrackCommands {
 
     std::mutex mutex;
     std::condition_variable queued;
-    std::deque<CommandRecord> queue;  // guarded by mutex
+    std::list<CommandRecord> queue;  // guarded by mutex
     std::thread thread;
 };
 

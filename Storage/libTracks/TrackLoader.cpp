@@ -113,8 +113,9 @@ Log::Run TrackLoader::MakeRun(const SegmentInfo& info, std::uint32_t begin, std:
     }
     Log part(info.id.track, info.id.log);
     const EntryTable table(context.engine.ReadEntries(info.id));
-    for (std::uint32_t index = begin; index < end; ++index) {
-        part.Append(info.id.number, index, table.GetEntry(index), table.GetDurationBefore(index));
+    for (EntryTable::Cursor cursor(table, begin); cursor.GetIndex() < end; cursor.Next()) {
+        part.Append(info.id.number, static_cast<std::uint32_t>(cursor.GetIndex()),
+                    cursor.GetEntry(), cursor.GetDurationBefore());
     }
     return part.GetRuns().front();
 }
@@ -183,9 +184,11 @@ void TrackLoader::JoinHeld(std::vector<Log::Run> runs) {
         // Copied, but not yet taken over when the server ended.
         const EntryTable table(
             context.engine.ReadEntries({context.track, LogKind::Held, run.segment}));
-        for (std::uint32_t index = run.begin; index < run.end; ++index) {
-            const Engine::ChunkEntry& entry = table.GetEntry(index);
-            const std::uint64_t before = table.GetDurationBefore(index);
+        for (EntryTable::Cursor cursor(table, run.begin); cursor.GetIndex() < run.end;
+             cursor.Next()) {
+            const Engine::ChunkEntry& entry = cursor.GetEntry();
+            const auto index = static_cast<std::uint32_t>(cursor.GetIndex());
+            const std::uint64_t before = cursor.GetDurationBefore();
             if (entry.timePoint >= ringBegin) {
                 logs.pending.push_back({run.segment, index, before, entry});
             } else if (entry.timePoint >

@@ -21,9 +21,10 @@ namespace Brantel::Engine {
 // instant, taken behind the back of the engine, which lives on over the former folder.
 class LocalHarness : public IEngineHarness {
   public:
-    explicit LocalHarness(std::uint64_t limit) {
+    // Of the disk `keepFree` bytes stay free.
+    explicit LocalHarness(std::uint64_t limit, std::uint64_t keepFree = 0) {
         options.limit = limit;
-        options.keepFree = 0;
+        options.keepFree = keepFree;
         options.preparation = LocalOptions::Preparation::Allocate;
         options.directory = folder->File("store");
         engine = std::make_unique<LocalEngine>(options);

@@ -164,12 +164,9 @@ std::shared_ptr<TrackSpace> LocalStore::FindOrMakeTrack(TrackId track) {
     if (std::shared_ptr<TrackSpace> found = FindTrack(track)) {
         return found;
     }
+    auto made = std::make_shared<TrackSpace>(*context, track, Reservation{track, 0, 0}, 0);
     const std::unique_lock lock(mutex);
-    std::shared_ptr<TrackSpace>& place = tracks[track];
-    if (!place) {
-        place = std::make_shared<TrackSpace>(*context, track, Reservation{track, 0, 0}, 0);
-    }
-    return place;
+    return tracks.emplace(track, std::move(made)).first->second;
 }
 
 std::vector<std::shared_ptr<TrackSpace>> LocalStore::ListTracks() {

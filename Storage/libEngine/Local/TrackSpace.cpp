@@ -43,7 +43,7 @@ void TrackSpace::Load() {
     for (const Slot& slot : list) {
         byNumber.emplace(slot->GetNumber(), slot);
     }
-    std::deque<FreeSlot> free;
+    std::list<FreeSlot> free;
     for (const Slot& slot : loader.blankSlots) {
         free.push_back({slot, false});
     }
@@ -258,7 +258,7 @@ void TrackSpace::Release(IProgress& progress) {
 void TrackSpace::CreateSegment(const SegmentId& id, Epoch epoch) {
     Load();
     const Key key{id.log, id.number};
-    FreeSlot free;
+    std::list<FreeSlot> free;
     SegmentFormat::Identity identity;
     {
         const std::lock_guard lock(mutex);
@@ -280,19 +280,19 @@ void TrackSpace::CreateSegment(const SegmentId& id, Epoch epoch) {
                     epoch,
                     static_cast<std::uint32_t>(id.log),
                     reservation.segmentSize};
-        free = freeSlots.front();
-        freeSlots.pop_front();
+        free.splice(free.end(), freeSlots, freeSlots.begin());
         ++lastGeneration;
     }
     try {
-        auto segment = std::make_shared<LocalSegment>(free.slot, identity, SegmentContent{},
+        auto segment = std::make_shared<LocalSegment>(free.front().slot, identity, SegmentContent{},
                                                       context.options.report);
-        segment->WriteStart(free.used);
+        segment->WriteStart(free.front().used);
         const std::lock_guard lock(mutex);
         segments.emplace(key, std::move(segment));
     } catch (const std::exception&) {
+        free.front().used = true;
         const std::lock_guard lock(mutex);
-        freeSlots.push_back({free.slot, true});
+        freeSlots.splice(freeSlots.end(), free);
         throw;
     }
 }
@@ -325,6 +325,7 @@ std::shared_ptr<LocalSegment> TrackSpace::Find(const SegmentId& id) const {
 
 void TrackSpace::RemoveSegment(const SegmentId& id, Epoch epoch) {
     std::shared_ptr<LocalSegment> removed;
+    std::list<FreeSlot> freed(1);  // before anything changes: there may be no memory
     {
         const std::lock_guard lock(mutex);
         const auto segment = segments.find(Key{id.log, id.number});
@@ -338,7 +339,8 @@ void TrackSpace::RemoveSegment(const SegmentId& id, Epoch epoch) {
     removed->SetRemoved(true);
     const std::lock_guard lock(mutex);
     if (slots.contains(removed->GetSlot()->GetNumber())) {
-        freeSlots.push_back({removed->GetSlot(), true});
+        freed.front() = {removed->GetSlot(), true};
+        freeSlots.splice(freeSlots.end(), freed);
     }
 }
 

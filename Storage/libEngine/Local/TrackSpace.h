@@ -7,7 +7,7 @@
 
 #include <atomic>
 #include <cstdint>
-#include <deque>
+#include <list>
 #include <map>
 #include <memory>
 #include <mutex>
@@ -73,7 +73,7 @@ class TrackSpace {
     Reservation reservation;  // no segments: none
     std::uint64_t lastGeneration = 0;
     std::map<std::uint32_t, Slot> slots;
-    std::deque<FreeSlot> freeSlots;  // longest free first
+    std::list<FreeSlot> freeSlots;  // longest free first
     std::map<Key, std::shared_ptr<LocalSegment>> segments;
 };
 

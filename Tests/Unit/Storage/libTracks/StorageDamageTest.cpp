@@ -177,6 +177,10 @@ TEST_P(StorageFaultsTest, ATrackThatCantBeLoadedSaysWhyAndLeavesTheOthersAlone) 
     EXPECT_EQ(EndOf(7), -1);
 }
 
+TEST_P(StorageFaultsTest, WithoutAWordTheDurabilityIsAlways) {
+    EXPECT_EQ(StorageOptions().durability, TrackSettings::ParseDurability("always"));
+}
+
 TEST_P(StorageFaultsTest, TheDurabilityOfATrackReachesTheEngine) {
     class Spy : public Engine::FaultyEngine {
       public:

@@ -1,3 +1,4 @@
+#include "Support/EngineList.h"
 #include "Unit/Storage/libTracks/StorageTest.h"
 
 #include <gtest/gtest.h>
@@ -18,6 +19,9 @@ std::int64_t TimeOf(const std::optional<Protocol::Chunk>& chunk) {
 }
 
 }  // namespace
+
+INSTANTIATE_TEST_SUITE_P(Every, StorageTest, testing::ValuesIn(Engine::EveryEngine()),
+                         testing::PrintToStringParamName());
 
 TEST_P(StorageTest, AChunkComesBackAsItWasAppended) {
     Create(7);
@@ -119,10 +123,19 @@ TEST_P(StorageTest, WhatIsNotFoundIsAnEmptyChunkAndAnUnsetTimePoint) {
     reader->GetChunk(At(5), {}, chunk, found);
     EXPECT_FALSE(found);
     EXPECT_EQ(chunk.ByteSizeLong(), 0U);
-    found = true;
-    reader->NextTimePoint(At(5), time, found);
-    EXPECT_FALSE(found);
-    EXPECT_FALSE(time.has_nanoseconds());
+    for (const bool isNext : {true, false}) {
+        found = true;
+        chunk = MakeChunk(1, 2, {{"old", "data"}});
+        isNext ? reader->GetNextChunk(At(5), {}, chunk, found)
+               : reader->GetPreviousChunk(At(5), {}, chunk, found);
+        EXPECT_FALSE(found);
+        EXPECT_EQ(chunk.ByteSizeLong(), 0U);
+        found = true;
+        isNext ? reader->NextTimePoint(At(5), time, found)
+               : reader->PreviousTimePoint(At(5), time, found);
+        EXPECT_FALSE(found);
+        EXPECT_FALSE(time.has_nanoseconds());
+    }
 }
 
 TEST_P(StorageTest, WithKeysAllPropertiesAndOnlyTheNamedDataBlocksCome) {

@@ -1,4 +1,5 @@
 #include "Support/EngineList.h"
+#include "Support/LocalHarness.h"
 #include "Unit/Storage/libTracks/StorageTest.h"
 
 #include <gtest/gtest.h>
@@ -49,6 +50,24 @@ TEST_P(StorageTest, TheRemainingSpaceCanBeTakenByOneTrack) {
                   " is more than the remaining space, " + std::to_string(space) + " bytes");
     Create(7, space);
     EXPECT_EQ(InfoOf(7).capacity(), static_cast<std::uint64_t>(space));
+}
+
+TEST(StorageFreeSpaceTest, TheRemainingSpaceIsTheFreeSpaceOfTheDiskLessTheReserve) {
+    for (const std::uint64_t keepFree : {std::uint64_t{0}, std::uint64_t{1} << 62U}) {
+        Engine::LocalHarness harness(0, keepFree);
+        Storage tracks(harness.GetEngine(), {});
+        long space = -1;
+        tracks.MakeTrackStorage()->GetRemainingSpace(space);
+        EXPECT_EQ(space > 0, keepFree == 0);
+        Protocol::TrackParameters in;
+        Protocol::TrackParameters out;
+        in.set_id(7);
+        in.set_size(2 * static_cast<std::uint64_t>(space) + (1U << 30U));
+        EXPECT_EQ(ErrorOf([&] { tracks.MakeTrackStorage()->CreateTrack(in, out); })
+                      .find("Track 7: size " + std::to_string(in.size()) +
+                            " is more than the remaining space, "),
+                  0U);
+    }
 }
 
 TEST_P(StorageTest, AFullTrackRecyclesItsOldestChunksExactly) {

@@ -1,14 +1,10 @@
 #include "Unit/Storage/libTracks/StorageTest.h"
 
-#include "Support/EngineList.h"
 #include "Support/Waiting.h"
 
 #include <exception>
 
 namespace Brantel::Tracks {
-
-INSTANTIATE_TEST_SUITE_P(Every, StorageTest, testing::ValuesIn(Engine::EveryEngine()),
-                         testing::PrintToStringParamName());
 
 Protocol::TimePoint At(std::int64_t nanoseconds) {
     Protocol::TimePoint message;
@@ -73,7 +69,10 @@ void StorageTest::SetUp() {
 
 void StorageTest::Open() {
     StorageOptions options = MakeOptions();
-    options.log = [this](const std::string& text) { logged.push_back(text); };
+    options.log = [this](const std::string& text) {
+        const std::lock_guard lock(loggedMutex);
+        logged.push_back(text);
+    };
     tracks = std::make_unique<Storage>(harness->GetEngine(), options);
     storage = tracks->MakeTrackStorage();
 }

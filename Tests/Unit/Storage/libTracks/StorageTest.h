@@ -15,6 +15,7 @@
 #include <cstdint>
 #include <functional>
 #include <memory>
+#include <mutex>
 #include <optional>
 #include <string>
 #include <utility>
@@ -94,7 +95,8 @@ class StorageTest : public testing::TestWithParam<Engine::EngineHarnessFactory> 
     static std::uint64_t CostOf(std::size_t size);
 
     std::unique_ptr<Engine::IEngineHarness> harness;
-    std::vector<std::string> logged;
+    std::mutex loggedMutex;
+    std::vector<std::string> logged;  // guarded by loggedMutex while several threads work
     std::unique_ptr<Storage> tracks;
     std::unique_ptr<BrantelStorageApi::ITrackStorage> storage;
 };

@@ -6,6 +6,8 @@
 #include <gtest/gtest.h>
 
 #include <cstdint>
+#include <functional>
+#include <memory>
 #include <string>
 #include <thread>
 #include <vector>
@@ -244,6 +246,54 @@ TEST_P(StorageCommandsTest, ATrackIsNeitherListedNorUsableBeforeItsCommandIsFini
     go.Open();
     EXPECT_EQ(Await(out.commandid()), Type::FINISHED);
     EXPECT_EQ(EndOf(7), -1);
+}
+
+TEST_P(StorageCommandsTest, AnOngoingCommandShowsItsProgressInPercent) {
+    class Slow : public Engine::FaultyEngine {
+      public:
+        using Engine::FaultyEngine::FaultyEngine;
+        void Reserve(const Engine::Reservation& reservation, Engine::IProgress& progress) override {
+            FaultyEngine::Reserve(reservation, progress);
+            for (std::uint64_t done = 0; done <= 4; ++done) {
+                progress.Report(done, 4);
+                look();
+            }
+        }
+        std::function<void()> look;
+    };
+    Close();
+    Slow slow(GetEngine());
+    std::vector<std::uint64_t> seen;
+    slow.look = [&] {
+        Protocol::Ids ongoing;
+        Protocol::CommandInfo info;
+        storage->GetOngoingCommands(ongoing);
+        storage->GetCommandInfo(static_cast<long>(ongoing.ids(0)), info);
+        EXPECT_EQ(info.type(), Type::ONGOING);
+        seen.push_back(info.progression());
+    };
+    tracks = std::make_unique<Storage>(slow, StorageOptions());
+    storage = tracks->MakeTrackStorage();
+    Create(7, 4096);
+    Close();
+    EXPECT_EQ(seen, (Ids{0, 24, 49, 74, 99}));
+}
+
+TEST_P(StorageCommandsTest, TheLastThousandEndedCommandsStayKnownAcrossRestarts) {
+    Create(7, 4096);
+    Protocol::TrackParameters out;
+    Ids ids;
+    for (int command = 0; command < 1002; ++command) {
+        storage->GrowTrack(Parameters(7, 4096), out);
+        ids.push_back(out.commandid());
+        ASSERT_EQ(Await(out.commandid()), Type::FINISHED);
+    }
+    for (int start = 0; start < 2; ++start) {
+        EXPECT_EQ(StateOf(ids[1]), Type::NOT_EXIST);
+        EXPECT_EQ(StateOf(ids[2]), Type::FINISHED);
+        EXPECT_EQ(StateOf(ids[1001]), Type::FINISHED);
+        Restart();
+    }
 }
 
 TEST_P(StorageCommandsTest, CommandsWaitInOrderAndAreListedAsOngoing) {

@@ -7,6 +7,7 @@
 
 #include <atomic>
 #include <chrono>
+#include <stdexcept>
 #include <string>
 #include <thread>
 
@@ -31,6 +32,31 @@ TEST_P(StorageTest, WaitIsTrueAtOnceWhenALaterChunkExists) {
     EXPECT_FALSE(Wait(*reader, 10, 0));
 }
 
+TEST_P(StorageTest, WaitWithATimeoutOfZeroOnlyLooks) {
+    Create(7);
+    ClientConnection connection;
+    connection.isGone = []() -> bool { throw std::runtime_error("it waits"); };
+    const Reader reader = OpenReader(7, connection);
+    for (int look = 0; look < 1000; ++look) {
+        EXPECT_FALSE(Wait(*reader, -1, 0));
+    }
+}
+
+TEST_P(StorageTest, WaitIsNotSatisfiedByAnEarlierChunk) {
+    Create(7);
+    std::atomic<bool> waits = false;
+    ClientConnection connection;
+    connection.isGone = [&] { return waits = true, false; };
+    const Reader reader = OpenReader(7, connection);
+    std::thread appender([&] {
+        EXPECT_TRUE(Tests::Eventually([&] { return waits.load(); }));
+        Fill(7, {10, 20, 30});
+    });
+    EXPECT_TRUE(Wait(*reader, 20, -1));
+    EXPECT_EQ(EndOf(7), 40);
+    appender.join();
+}
+
 TEST_P(StorageTest, WaitIsFalseAfterItsTimeout) {
     Create(7);
     const Reader reader = OpenReader(7);
@@ -50,20 +76,24 @@ TEST_P(StorageTest, WaitIsWokenByTheAppend) {
     }
 }
 
-TEST_P(StorageTest, WaitEndsWithAnErrorWhenItsClientHasGone) {
+TEST_P(StorageTest, WaitEndsWithinASecondWithAnErrorWhenItsClientHasGone) {
     Create(7);
     std::atomic<bool> isGone = false;
+    std::atomic<bool> waits = false;
     ClientConnection connection;
-    connection.isGone = [&] { return isGone.load(); };
+    connection.isGone = [&] { return waits = true, isGone.load(); };
     const Reader reader = OpenReader(7, connection);
     std::string error;
     std::thread waiter([&] { error = ErrorOf([&] { Wait(*reader, 0, -1); }); });
+    EXPECT_TRUE(Tests::Eventually([&] { return waits.load(); }));
+    const auto begin = std::chrono::steady_clock::now();
     isGone = true;
     waiter.join();
+    EXPECT_LT(std::chrono::steady_clock::now() - begin, std::chrono::seconds(1));
     EXPECT_EQ(error, "Track 7: the wait was ended, the client has gone");
 }
 
-TEST_P(StorageTest, WaitEndsWithAnErrorWhenTheServerStops) {
+TEST_P(StorageTest, WaitEndsWithinASecondWithAnErrorWhenTheServerStops) {
     Create(7);
     std::atomic<bool> waits = false;
     ClientConnection connection;
