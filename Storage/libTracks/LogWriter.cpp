@@ -77,9 +77,13 @@ bool LogWriter::Remove(std::uint64_t number) {
 }
 
 bool LogWriter::Takes(std::uint64_t length) const {
-    const std::uint64_t taken = end - ChunkLayout::segmentHeaderSize + length +
-                                (std::uint64_t{count} + 1) * ChunkLayout::indexEntrySize;
-    return tail != 0 && !broken && taken <= ChunkLayout::Usable(context.segmentSize);
+    return ChunkLayout::Cost(length) <= GetRoom();
+}
+
+std::uint64_t LogWriter::GetRoom() const {
+    const std::uint64_t taken =
+        end - ChunkLayout::segmentHeaderSize + std::uint64_t{count} * ChunkLayout::indexEntrySize;
+    return tail == 0 || broken ? 0 : ChunkLayout::Usable(context.segmentSize) - taken;
 }
 
 Engine::ChunkEntry LogWriter::Place(std::int64_t timePoint, std::int64_t duration,

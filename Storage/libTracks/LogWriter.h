@@ -58,6 +58,8 @@ class LogWriter {
 
     // Whether the tail has room for a chunk of this length.
     bool Takes(std::uint64_t length) const;
+    // What chunks can still take of the tail, their index entries included.
+    std::uint64_t GetRoom() const;
     // The entry of a chunk behind the tail's last one; ordinal and front are left to the caller.
     Engine::ChunkEntry Place(std::int64_t timePoint, std::int64_t duration,
                              std::span<const std::string_view> parts) const;

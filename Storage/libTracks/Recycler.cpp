@@ -8,6 +8,8 @@
 #include "TrackError.h"
 #include "TrackGeometry.h"
 
+#include <libEngine/ChunkLayout.h>
+
 #include <algorithm>
 #include <limits>
 #include <memory>
@@ -20,6 +22,9 @@ using Engine::EngineError;
 using Engine::LogKind;
 
 namespace {
+
+// Before a ring's segment is taken: one is left for held chunks that have to be moved.
+constexpr std::uint64_t leastFreeSegments = 2;
 
 Log::Front Without(const Log::Front& front, const Log::Front& gone) {
     return {front.count - gone.count, front.bytes - gone.bytes, front.duration - gone.duration,
@@ -185,14 +190,13 @@ void Recycler::MakeRingTail() {
         const std::lock_guard lock(state.mutex);
         state.index.ring.Close(context.cache, context.instance);
     }
-    // One segment is left free for held chunks that have to be moved.
-    while (RemoveEmptied() && CountFreeSegments() < 2) {
+    while (RemoveEmptied() && CountFreeSegments() < leastFreeSegments) {
         HeldPacker packer(context, state, logs, *this);
         if (CountFreeSegments() == 0 || !packer.Pack()) {
             FreeFrontSegment();
         }
     }
-    if (CountFreeSegments() < 2) {
+    if (CountFreeSegments() < leastFreeSegments) {
         throw TrackError(context.track, "no segment is free, some could not be removed");
     }
     const auto table = std::make_shared<EntryTable>();
@@ -201,19 +205,57 @@ void Recycler::MakeRingTail() {
     state.index.ring.Open(logs.ring.GetTail(), table);
 }
 
+// Whether moving the ring's held chunks over and dropping the others gives segments for both logs:
+// known before anything is dropped, so that an append which fails for it has changed nothing.
+bool Recycler::CanGainSegment(std::uint64_t free, TableSet& tables) const {
+    std::uint64_t room = logs.held.GetRoom();
+    const auto& runs = state.index.ring.GetRuns();
+    for (std::size_t position = 0; position < runs.size(); ++position) {
+        const Log::Run& run = runs[position];
+        const EntryTable* table = state.index.ring.GetTable(run, tables);
+        if (table == nullptr) {
+            return false;
+        }
+        for (EntryTable::Cursor cursor(*table, run.begin); cursor.GetIndex() < run.end;
+             cursor.Next()) {
+            const Engine::ChunkEntry& entry = cursor.GetEntry();
+            const std::uint64_t cost = Engine::ChunkLayout::Cost(entry.length);
+            if (!state.protections.Holds(entry.timePoint, entry.duration) ||
+                IsPending(entry.timePoint)) {
+                continue;
+            }
+            if (room < cost) {
+                if (free == 0) {
+                    return false;
+                }
+                --free;
+                room = Engine::ChunkLayout::Usable(context.segmentSize);
+            }
+            room -= cost;
+        }
+        const bool isEmptied =
+            position + 1 == runs.size() || runs[position + 1].segment != run.segment;
+        free += isEmptied ? 1 : 0;
+        if (free >= leastFreeSegments) {
+            return true;
+        }
+    }
+    return false;
+}
+
 void Recycler::FreeFrontSegment() {
-    RecyclePlan plan = state.Ask(context, [this](TableSet& tables) {
+    const std::uint64_t free = CountFreeSegments();
+    RecyclePlan plan = state.Ask(context, [this, free](TableSet& tables) {
         if (state.settings.retention == TrackSettings::Retention::Stop) {
             throw TrackError(context.track,
                              "all its segments are in use and its retention is stop");
         }
-        return RecyclePlan::FreeFrontSegment(state, tables);
+        if (!CanGainSegment(free, tables) && !tables.IsMissing()) {
+            throw TrackError(context.track,
+                             "all its segments hold protected chunks or wait to be removed");
+        }
+        return tables.IsMissing() ? RecyclePlan() : RecyclePlan::FreeFrontSegment(state, tables);
     });
-    if (plan.front.count == 0) {
-        throw TrackError(context.track,
-                         "all its segments hold protected chunks or wait to be "
-                         "removed");
-    }
     Carry(plan);
     const std::lock_guard lock(state.mutex);
     ReserveLocked();

@@ -131,7 +131,7 @@ void ExpectEveryOutcome(const std::set<std::string>& outcomes) {
 
 TEST(StorageModelTest, EveryEngineAnswersAsTheReferenceDoes) {
     const std::uint64_t seed = std::stoull(Environment("BRANTEL_MODEL_SEED", "1"));
-    const std::size_t wanted = std::stoull(Environment("BRANTEL_MODEL_OPERATIONS", "30000"));
+    const std::size_t wanted = std::stoull(Environment("BRANTEL_MODEL_OPERATIONS", "20000"));
     const std::string replay = Environment("BRANTEL_MODEL_REPLAY", "");
     std::set<std::string> outcomes;
     if (!replay.empty()) {

@@ -135,12 +135,22 @@ void TrackSpace::Settle(const Reservation& wanted, IProgress& progress) {
         RemoveFreeSlots(count - wanted.segmentCount);
         progress.Report(1, 1);
     } else {
-        const std::vector<Slot> made = folder.Make(numbers, wanted.segmentSize, progress);
-        const std::lock_guard lock(mutex);
-        for (const Slot& slot : made) {
-            slots.emplace(slot->GetNumber(), slot);
-            freeSlots.push_back({slot, false});
+        // Their places in the lists come first: once the files are there, nothing may fail.
+        std::list<FreeSlot> free(numbers.size());
+        std::map<std::uint32_t, Slot> added;
+        for (const std::uint32_t number : numbers) {
+            added.emplace(number, nullptr);
         }
+        const std::vector<Slot> made = folder.Make(numbers, wanted.segmentSize, progress);
+        auto place = free.begin();
+        for (const Slot& slot : made) {
+            place->slot = slot;
+            added.find(slot->GetNumber())->second = slot;
+            ++place;
+        }
+        const std::lock_guard lock(mutex);
+        slots.merge(added);
+        freeSlots.splice(freeSlots.end(), free);
     }
     context.catalogue.WriteReservation({wanted, wanted.segmentCount});
     settledCount = wanted.segmentCount;

@@ -6,6 +6,7 @@
 
 #include <algorithm>
 #include <cstdint>
+#include <memory>
 #include <string>
 #include <vector>
 
@@ -160,6 +161,32 @@ TEST_P(StorageSegmentsTest, ARingGoesOnForManyLapsInTheSegmentsThatAreReserved) 
         ASSERT_EQ(InfoOf(7).size(), static_cast<std::uint64_t>(capacity));
         ASSERT_LE(CountSegments(), 10U);
     }
+}
+
+TEST_P(StorageSegmentsTest, AnAppendThatFindsNoSegmentForHeldChunksChangesNothing) {
+    Close();
+    StorageOptions options = MakeOptions();
+    options.spareSegments = 3;
+    tracks = std::make_unique<Storage>(GetEngine(), options);
+    storage = tracks->MakeTrackStorage();
+    Create(7, capacity);
+    // A segment takes one large chunk, and a small one that nothing holds.
+    constexpr std::size_t large = 4020;
+    std::vector<std::int64_t> times;
+    std::string error = "no error";
+    for (std::int64_t time = 10; error == "no error"; time += 20) {
+        times = TimesOf(7);
+        error = ErrorOf([&] {
+            Fill(7, {time}, 0);
+            times = TimesOf(7);
+            Fill(7, {time + 10}, large);
+            Protect(7, time + 10, 0);
+        });
+    }
+    EXPECT_EQ(error, "Track 7: all its segments hold protected chunks or wait to be removed");
+    EXPECT_LT(InfoOf(7).size(), static_cast<std::uint64_t>(capacity) - CostOf(large));
+    EXPECT_EQ(TimesOf(7), times);
+    EXPECT_EQ(BeginningOf(7), 10);
 }
 
 TEST_P(StorageSegmentsTest, CountsAndDurationsSpanSegments) {
