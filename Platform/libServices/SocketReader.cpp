@@ -1,5 +1,6 @@
 #include "SocketReader.h"
 
+#include "ResizeForOverwrite.h"
 #include "SocketDisconnected.h"
 
 #include <poll.h>
@@ -16,15 +17,24 @@ namespace {
 
 // Bytes for which memory is taken at once; beyond it a string doubles as it fills.
 constexpr std::size_t wholeAllocation = std::size_t{16} * 1024 * 1024;
-// A string is made longer (and so zeroed) in steps that stay in the cache until `recv` writes over
-// them.
-constexpr std::size_t growthStep = std::size_t{128} * 1024;
 
 bool WouldBlock(int error) {
     return error == EAGAIN || error == EWOULDBLOCK;
 }
 
 }  // namespace
+
+inline std::size_t SocketReader::ReceiveSome(void* target, std::size_t size) {
+    long result = governor.MayPoll(memory) ? Poll(target, size) : ::recv(fd, target, size, 0);
+    if (result < 0 && (errno == EINTR || WouldBlock(errno))) {
+        result = Block(target, size);
+    }
+    if (result <= 0) {
+        ThrowLost(result);
+    }
+    received += static_cast<std::size_t>(result);
+    return static_cast<std::size_t>(result);
+}
 
 void SocketReader::ReceiveAtLeast(std::size_t size) {
     if (!buffer) {
@@ -57,12 +67,12 @@ void SocketReader::Append(std::string& text, std::size_t size) {
     text.reserve(std::min(whole, text.size() + wholeAllocation));
     while (text.size() < whole) {
         const std::size_t old = text.size();
-        const std::size_t step = std::min(whole - old, growthStep);
-        if (old + step > text.capacity()) {
-            text.reserve(std::min(whole, 2 * text.capacity()));
+        if (old == text.capacity()) {
+            text.reserve(std::min(whole, 2 * old));
         }
-        text.resize(old + step);
-        Read(text.data() + old, step);
+        const std::size_t next = std::min(whole, text.capacity());
+        ResizeForOverwrite(text, next);
+        Read(text.data() + old, next - old);
     }
 }
 
@@ -114,23 +124,6 @@ long SocketReader::Block(void* target, std::size_t size) const {
             ::poll(&wait, 1, -1);
         }
     }
-}
-
-std::size_t SocketReader::ReceiveSome(void* target, std::size_t size) {
-    long result = -1;
-    if (governor.MayPoll(memory)) {
-        result = Poll(target, size);
-        if (result < 0 && (errno == EINTR || WouldBlock(errno))) {
-            result = Block(target, size);
-        }
-    } else {
-        result = Block(target, size);
-    }
-    if (result <= 0) {
-        ThrowLost(result);
-    }
-    received += static_cast<std::size_t>(result);
-    return static_cast<std::size_t>(result);
 }
 
 void SocketReader::ThrowLost(long result) {
