@@ -41,6 +41,12 @@ void PrepareDescriptor(int fd) {
     }
 }
 
+bool IsUnixDomain(int fd) {
+    int domain = 0;
+    socklen_t size = sizeof(domain);
+    return ::getsockopt(fd, SOL_SOCKET, SO_DOMAIN, &domain, &size) == 0 && domain == AF_UNIX;
+}
+
 std::string OverTheLimit(const char* what, std::size_t size, std::size_t limit) {
     return std::string(what) + std::to_string(size) + " bytes is over the limit of " +
            std::to_string(limit) + " bytes";
@@ -63,6 +69,7 @@ FileDescriptorServiceConnection::FileDescriptorServiceConnection(int fd, std::si
                                         std::to_string(highestMessageLimit));
         }
         PrepareDescriptor(fd);
+        unixDomain = IsUnixDomain(fd);
         reader = std::make_unique<SocketReader>(this->fd, governor);
     } catch (...) {
         ::close(fd);
@@ -134,7 +141,7 @@ void FileDescriptorServiceConnection::FinishSend(long sent, long frameSize) {
 void FileDescriptorServiceConnection::SendLarge(const Message& message, std::size_t size) {
     unsigned char* end =
         CodedOutputStream::WriteVarint32ToArray(static_cast<std::uint32_t>(size), scratch.get());
-    GatherOutput output(fd, scratch.get(), scratchSize,
+    GatherOutput output(fd, unixDomain ? SendAligned : SendParts, scratch.get(), scratchSize,
                         static_cast<std::size_t>(end - scratch.get()));
     {
         CodedOutputStream stream(&output);

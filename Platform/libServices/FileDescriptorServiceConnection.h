@@ -82,6 +82,7 @@ class FileDescriptorServiceConnection : public IServiceConnection {
     // Constant after construction.
     const int fd;
     const std::size_t messageLimit;
+    bool unixDomain = false;
     // Set by any thread, never taken back: `broken` once any of the others is.
     std::atomic<bool> broken{false};
     std::atomic<bool> closed{false};

@@ -5,6 +5,7 @@
 
 #include <algorithm>
 #include <cerrno>
+#include <cstdint>
 
 namespace Brantel::Services {
 
@@ -37,9 +38,31 @@ int SendParts(int fd, iovec* parts, std::size_t count) {
     return 0;
 }
 
-GatherOutput::GatherOutput(int fd, unsigned char* scratch, std::size_t scratchSize,
+int SendAligned(int fd, iovec* parts, std::size_t count) {
+    for (std::size_t i = 0; i < count; ++i) {
+        const iovec large = parts[i];
+        const std::size_t ahead =
+            (cacheLineSize - reinterpret_cast<std::uintptr_t>(large.iov_base) % cacheLineSize) %
+            cacheLineSize;
+        if (large.iov_len < alignedPartSize || i + ahead == 0) {
+            continue;
+        }
+        parts[i].iov_len = ahead;
+        const int error = SendParts(fd, parts, i + 1);
+        if (error != 0) {
+            return error;
+        }
+        parts += i;
+        count -= i;
+        i = 0;
+        *parts = {static_cast<unsigned char*>(large.iov_base) + ahead, large.iov_len - ahead};
+    }
+    return SendParts(fd, parts, count);
+}
+
+GatherOutput::GatherOutput(int fd, Sender sender, unsigned char* scratch, std::size_t scratchSize,
                            std::size_t used)
-    : fd(fd), scratch(scratch), scratchSize(scratchSize), used(used) {
+    : fd(fd), sender(sender), scratch(scratch), scratchSize(scratchSize), used(used) {
     AddPart(scratch, used);
 }
 
@@ -93,7 +116,7 @@ void GatherOutput::AddPart(const void* data, std::size_t size) {
 
 int GatherOutput::Flush() {
     if (error == 0) {
-        error = SendParts(fd, parts.data(), partCount);
+        error = sender(fd, parts.data(), partCount);
     }
     partCount = 0;
     used = 0;
