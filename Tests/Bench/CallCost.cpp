@@ -22,7 +22,6 @@
 #include <array>
 #include <cstdlib>
 #include <fstream>
-#include <functional>
 #include <iostream>
 #include <string>
 
@@ -50,6 +49,19 @@ void Serve(int fd, Brantel::Services::SpinGovernor& noPolling) {
     service.Handle(connection);
 }
 
+// Makes the calls; prints the page faults that the second half of them took.
+template <typename Call>
+void Repeat(long calls, pid_t server, const Call& call) {
+    long before = 0;
+    for (long i = 0; i < calls; ++i) {
+        if (i == calls / 2) {
+            before = MinorFaults(::getpid()) + MinorFaults(server);
+        }
+        call();
+    }
+    std::cout << MinorFaults(::getpid()) + MinorFaults(server) - before << '\n';
+}
+
 void Run(FileDescriptorServiceConnection& connection, const std::string& kind, long calls,
          std::size_t size, pid_t server) {
     Brantel::Services::NativeMutex mutex;
@@ -68,22 +80,13 @@ void Run(FileDescriptorServiceConnection& connection, const std::string& kind, l
     const Protocol::KeyList keys;
     long trackSize = 0;
     bool found = false;
-    std::function<void()> call;
     if (kind == "ping") {
-        call = [&] { storage.GetTrackSize(1, trackSize); };
+        Repeat(calls, server, [&] { storage.GetTrackSize(1, trackSize); });
     } else if (kind == "append") {
-        call = [&] { writer.Append(chunk); };
+        Repeat(calls, server, [&] { writer.Append(chunk); });
     } else {
-        call = [&] { reader.GetChunk(timecode, keys, answer, found); };
+        Repeat(calls, server, [&] { reader.GetChunk(timecode, keys, answer, found); });
     }
-    long before = 0;
-    for (long i = 0; i < calls; ++i) {
-        if (i == calls / 2) {
-            before = MinorFaults(::getpid()) + MinorFaults(server);
-        }
-        call();
-    }
-    std::cout << MinorFaults(::getpid()) + MinorFaults(server) - before << '\n';
 }
 
 }  // namespace

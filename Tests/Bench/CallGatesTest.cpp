@@ -70,12 +70,12 @@ void ExpectInstructions(const std::string& kind, std::size_t size, long limit) {
 
 // Measured 3,135, 5,847 and 8,630. About 500 of each are the transport's and the stubs' own; the
 // rest is protobuf's and the allocator's.
-TEST(CallGatesTest, SmallCallTakesAtMost3200Instructions) {
-    ExpectInstructions("ping", 0, 3200);
+TEST(CallGatesTest, SmallCallTakesAtMost3000Instructions) {
+    ExpectInstructions("ping", 0, 3000);
 }
 
-TEST(CallGatesTest, AppendOf100BytesTakesAtMost5900Instructions) {
-    ExpectInstructions("append", 100, 5900);
+TEST(CallGatesTest, AppendOf100BytesTakesAtMost5800Instructions) {
+    ExpectInstructions("append", 100, 5800);
 }
 
 TEST(CallGatesTest, ReadOf100BytesTakesAtMost8800Instructions) {

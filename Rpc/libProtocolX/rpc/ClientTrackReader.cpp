@@ -1,6 +1,6 @@
 #include "rpc/ClientTrackReader.h"
 
-#include "rpc/Exchange.h"
+#include "rpc/Call.h"
 
 #include <utility>
 
@@ -9,8 +9,8 @@ namespace BrantelStorageApi {
 ClientTrackReader::ClientTrackReader(Brantel::Services::IServiceConnection& connection,
                                      Brantel::Services::NativeMutex& mutex, const long& trackId)
     : connection(connection), mutex(mutex) {
-    Exchange exchange(connection, mutex, OPERATION_TrackReader_Constructor);
-    auto& question = *exchange.request.mutable_trackreader_constructor();
+    Call<OPERATION_TrackReader_Constructor> exchange(connection, mutex);
+    auto& question = exchange.question;
     question.set_trackid(trackId);
     if (!exchange.Perform()) {
         return;
@@ -20,16 +20,16 @@ ClientTrackReader::ClientTrackReader(Brantel::Services::IServiceConnection& conn
 }
 
 void ClientTrackReader::DestroyOnServer() {
-    Exchange exchange(connection, mutex, OPERATION_TrackReader_Destructor);
-    auto& question = *exchange.request.mutable_trackreader_destructor();
+    Call<OPERATION_TrackReader_Destructor> exchange(connection, mutex);
+    auto& question = exchange.question;
     question.set_object_handle(handle);
     exchange.Perform();
 }
 
 void ClientTrackReader::NextTimePoint(const Protocol::TimePoint& timecode,
                                       Protocol::TimePoint& nextTimePoint, bool& result) {
-    Exchange exchange(connection, mutex, OPERATION_TrackReader_NextTimePoint);
-    auto& question = *exchange.request.mutable_trackreader_nexttimepoint();
+    Call<OPERATION_TrackReader_NextTimePoint> exchange(connection, mutex);
+    auto& question = exchange.question;
     question.set_object_handle(handle);
     const auto timecodeLoan = Lend<Field::Timecode>(question, timecode);
     if (!exchange.Perform()) {
@@ -42,8 +42,8 @@ void ClientTrackReader::NextTimePoint(const Protocol::TimePoint& timecode,
 
 void ClientTrackReader::GetChunk(const Protocol::TimePoint& timecode, const Protocol::KeyList& keys,
                                  Protocol::Chunk& chunk, bool& result) {
-    Exchange exchange(connection, mutex, OPERATION_TrackReader_GetChunk);
-    auto& question = *exchange.request.mutable_trackreader_getchunk();
+    Call<OPERATION_TrackReader_GetChunk> exchange(connection, mutex);
+    auto& question = exchange.question;
     question.set_object_handle(handle);
     const auto timecodeLoan = Lend<Field::Timecode>(question, timecode);
     const auto keysLoan = Lend<Field::Keys>(question, keys);
@@ -56,8 +56,8 @@ void ClientTrackReader::GetChunk(const Protocol::TimePoint& timecode, const Prot
 }
 
 void ClientTrackReader::GetTrackId(long& result) {
-    Exchange exchange(connection, mutex, OPERATION_TrackReader_GetTrackId);
-    auto& question = *exchange.request.mutable_trackreader_gettrackid();
+    Call<OPERATION_TrackReader_GetTrackId> exchange(connection, mutex);
+    auto& question = exchange.question;
     question.set_object_handle(handle);
     if (!exchange.Perform()) {
         return;
@@ -68,8 +68,8 @@ void ClientTrackReader::GetTrackId(long& result) {
 
 void ClientTrackReader::PreviousTimePoint(const Protocol::TimePoint& timecode,
                                           Protocol::TimePoint& previousTimePoint, bool& result) {
-    Exchange exchange(connection, mutex, OPERATION_TrackReader_PreviousTimePoint);
-    auto& question = *exchange.request.mutable_trackreader_previoustimepoint();
+    Call<OPERATION_TrackReader_PreviousTimePoint> exchange(connection, mutex);
+    auto& question = exchange.question;
     question.set_object_handle(handle);
     const auto timecodeLoan = Lend<Field::Timecode>(question, timecode);
     if (!exchange.Perform()) {
@@ -83,8 +83,8 @@ void ClientTrackReader::PreviousTimePoint(const Protocol::TimePoint& timecode,
 void ClientTrackReader::GetPreviousChunk(const Protocol::TimePoint& timecode,
                                          const Protocol::KeyList& keys, Protocol::Chunk& chunk,
                                          bool& result) {
-    Exchange exchange(connection, mutex, OPERATION_TrackReader_GetPreviousChunk);
-    auto& question = *exchange.request.mutable_trackreader_getpreviouschunk();
+    Call<OPERATION_TrackReader_GetPreviousChunk> exchange(connection, mutex);
+    auto& question = exchange.question;
     question.set_object_handle(handle);
     const auto timecodeLoan = Lend<Field::Timecode>(question, timecode);
     const auto keysLoan = Lend<Field::Keys>(question, keys);
@@ -99,8 +99,8 @@ void ClientTrackReader::GetPreviousChunk(const Protocol::TimePoint& timecode,
 void ClientTrackReader::GetNextChunk(const Protocol::TimePoint& timecode,
                                      const Protocol::KeyList& keys, Protocol::Chunk& chunk,
                                      bool& result) {
-    Exchange exchange(connection, mutex, OPERATION_TrackReader_GetNextChunk);
-    auto& question = *exchange.request.mutable_trackreader_getnextchunk();
+    Call<OPERATION_TrackReader_GetNextChunk> exchange(connection, mutex);
+    auto& question = exchange.question;
     question.set_object_handle(handle);
     const auto timecodeLoan = Lend<Field::Timecode>(question, timecode);
     const auto keysLoan = Lend<Field::Keys>(question, keys);
@@ -114,8 +114,8 @@ void ClientTrackReader::GetNextChunk(const Protocol::TimePoint& timecode,
 
 void ClientTrackReader::Wait(const Protocol::TimePoint& timecode, const int& timeout,
                              bool& result) {
-    Exchange exchange(connection, mutex, OPERATION_TrackReader_Wait);
-    auto& question = *exchange.request.mutable_trackreader_wait();
+    Call<OPERATION_TrackReader_Wait> exchange(connection, mutex);
+    auto& question = exchange.question;
     question.set_object_handle(handle);
     const auto timecodeLoan = Lend<Field::Timecode>(question, timecode);
     question.set_timeout(timeout);

@@ -1,6 +1,6 @@
 #include "rpc/ClientTrackStorage.h"
 
-#include "rpc/Exchange.h"
+#include "rpc/Call.h"
 
 #include <utility>
 
@@ -12,8 +12,8 @@ ClientTrackStorage::ClientTrackStorage(Brantel::Services::IServiceConnection& co
 
 void ClientTrackStorage::GetTrackProperties(const long& trackId,
                                             Protocol::PropertyList& properties) {
-    Exchange exchange(connection, mutex, OPERATION_TrackStorage_GetTrackProperties);
-    auto& question = *exchange.request.mutable_trackstorage_gettrackproperties();
+    Call<OPERATION_TrackStorage_GetTrackProperties> exchange(connection, mutex);
+    auto& question = exchange.question;
     question.set_trackid(trackId);
     if (!exchange.Perform()) {
         return;
@@ -24,8 +24,8 @@ void ClientTrackStorage::GetTrackProperties(const long& trackId,
 
 void ClientTrackStorage::GetNumberOfChunks(const long& trackId, const Protocol::TimePoint& in,
                                            const Protocol::TimePoint& out, long& nbChunks) {
-    Exchange exchange(connection, mutex, OPERATION_TrackStorage_GetNumberOfChunks);
-    auto& question = *exchange.request.mutable_trackstorage_getnumberofchunks();
+    Call<OPERATION_TrackStorage_GetNumberOfChunks> exchange(connection, mutex);
+    auto& question = exchange.question;
     question.set_trackid(trackId);
     const auto inLoan = Lend<Field::In>(question, in);
     const auto outLoan = Lend<Field::Out>(question, out);
@@ -37,8 +37,8 @@ void ClientTrackStorage::GetNumberOfChunks(const long& trackId, const Protocol::
 }
 
 void ClientTrackStorage::DeleteTrack(const long& trackId, Protocol::TrackParameters& infoOut) {
-    Exchange exchange(connection, mutex, OPERATION_TrackStorage_DeleteTrack);
-    auto& question = *exchange.request.mutable_trackstorage_deletetrack();
+    Call<OPERATION_TrackStorage_DeleteTrack> exchange(connection, mutex);
+    auto& question = exchange.question;
     question.set_trackid(trackId);
     if (!exchange.Perform()) {
         return;
@@ -48,8 +48,8 @@ void ClientTrackStorage::DeleteTrack(const long& trackId, Protocol::TrackParamet
 }
 
 void ClientTrackStorage::GetTrackSize(const long& trackId, long& trackSize) {
-    Exchange exchange(connection, mutex, OPERATION_TrackStorage_GetTrackSize);
-    auto& question = *exchange.request.mutable_trackstorage_gettracksize();
+    Call<OPERATION_TrackStorage_GetTrackSize> exchange(connection, mutex);
+    auto& question = exchange.question;
     question.set_trackid(trackId);
     if (!exchange.Perform()) {
         return;
@@ -60,8 +60,8 @@ void ClientTrackStorage::GetTrackSize(const long& trackId, long& trackSize) {
 
 void ClientTrackStorage::GetTrackInfos(const Protocol::Ids& trackIds,
                                        Protocol::TrackInfos& trackInfos) {
-    Exchange exchange(connection, mutex, OPERATION_TrackStorage_GetTrackInfos);
-    auto& question = *exchange.request.mutable_trackstorage_gettrackinfos();
+    Call<OPERATION_TrackStorage_GetTrackInfos> exchange(connection, mutex);
+    auto& question = exchange.question;
     const auto trackIdsLoan = Lend<Field::TrackIds>(question, trackIds);
     if (!exchange.Perform()) {
         return;
@@ -72,16 +72,15 @@ void ClientTrackStorage::GetTrackInfos(const Protocol::Ids& trackIds,
 
 void ClientTrackStorage::RemoveTrackProperties(const long& trackId,
                                                const Protocol::PropertyList& properties) {
-    Exchange exchange(connection, mutex, OPERATION_TrackStorage_RemoveTrackProperties);
-    auto& question = *exchange.request.mutable_trackstorage_removetrackproperties();
+    Call<OPERATION_TrackStorage_RemoveTrackProperties> exchange(connection, mutex);
+    auto& question = exchange.question;
     question.set_trackid(trackId);
     const auto propertiesLoan = Lend<Field::Properties>(question, properties);
     exchange.Perform();
 }
 
 void ClientTrackStorage::GetActiveWorkers(Protocol::Ids& workerIds, Protocol::Ids& trackIds) {
-    Exchange exchange(connection, mutex, OPERATION_TrackStorage_GetActiveWorkers);
-    exchange.request.mutable_trackstorage_getactiveworkers();
+    Call<OPERATION_TrackStorage_GetActiveWorkers> exchange(connection, mutex);
     if (!exchange.Perform()) {
         return;
     }
@@ -92,8 +91,8 @@ void ClientTrackStorage::GetActiveWorkers(Protocol::Ids& workerIds, Protocol::Id
 
 void ClientTrackStorage::GrowTrack(const Protocol::TrackParameters& infoIn,
                                    Protocol::TrackParameters& infoOut) {
-    Exchange exchange(connection, mutex, OPERATION_TrackStorage_GrowTrack);
-    auto& question = *exchange.request.mutable_trackstorage_growtrack();
+    Call<OPERATION_TrackStorage_GrowTrack> exchange(connection, mutex);
+    auto& question = exchange.question;
     const auto infoInLoan = Lend<Field::InfoIn>(question, infoIn);
     if (!exchange.Perform()) {
         return;
@@ -103,8 +102,8 @@ void ClientTrackStorage::GrowTrack(const Protocol::TrackParameters& infoIn,
 }
 
 void ClientTrackStorage::GetCommandInfo(const long& commandId, Protocol::CommandInfo& commandInfo) {
-    Exchange exchange(connection, mutex, OPERATION_TrackStorage_GetCommandInfo);
-    auto& question = *exchange.request.mutable_trackstorage_getcommandinfo();
+    Call<OPERATION_TrackStorage_GetCommandInfo> exchange(connection, mutex);
+    auto& question = exchange.question;
     question.set_commandid(commandId);
     if (!exchange.Perform()) {
         return;
@@ -114,8 +113,7 @@ void ClientTrackStorage::GetCommandInfo(const long& commandId, Protocol::Command
 }
 
 void ClientTrackStorage::GetRemainingSpace(long& remainingSpace) {
-    Exchange exchange(connection, mutex, OPERATION_TrackStorage_GetRemainingSpace);
-    exchange.request.mutable_trackstorage_getremainingspace();
+    Call<OPERATION_TrackStorage_GetRemainingSpace> exchange(connection, mutex);
     if (!exchange.Perform()) {
         return;
     }
@@ -124,8 +122,8 @@ void ClientTrackStorage::GetRemainingSpace(long& remainingSpace) {
 }
 
 void ClientTrackStorage::GetBeginningOfTrack(const long& trackId, Protocol::TimePoint& timecode) {
-    Exchange exchange(connection, mutex, OPERATION_TrackStorage_GetBeginningOfTrack);
-    auto& question = *exchange.request.mutable_trackstorage_getbeginningoftrack();
+    Call<OPERATION_TrackStorage_GetBeginningOfTrack> exchange(connection, mutex);
+    auto& question = exchange.question;
     question.set_trackid(trackId);
     if (!exchange.Perform()) {
         return;
@@ -135,8 +133,8 @@ void ClientTrackStorage::GetBeginningOfTrack(const long& trackId, Protocol::Time
 }
 
 void ClientTrackStorage::ClearTrack(const long& trackId) {
-    Exchange exchange(connection, mutex, OPERATION_TrackStorage_ClearTrack);
-    auto& question = *exchange.request.mutable_trackstorage_cleartrack();
+    Call<OPERATION_TrackStorage_ClearTrack> exchange(connection, mutex);
+    auto& question = exchange.question;
     question.set_trackid(trackId);
     exchange.Perform();
 }
@@ -144,8 +142,8 @@ void ClientTrackStorage::ClearTrack(const long& trackId) {
 void ClientTrackStorage::GetAccumulatedDuration(const long& trackId, const Protocol::TimePoint& in,
                                                 const Protocol::TimePoint& out,
                                                 Protocol::TimePoint& duration) {
-    Exchange exchange(connection, mutex, OPERATION_TrackStorage_GetAccumulatedDuration);
-    auto& question = *exchange.request.mutable_trackstorage_getaccumulatedduration();
+    Call<OPERATION_TrackStorage_GetAccumulatedDuration> exchange(connection, mutex);
+    auto& question = exchange.question;
     question.set_trackid(trackId);
     const auto inLoan = Lend<Field::In>(question, in);
     const auto outLoan = Lend<Field::Out>(question, out);
@@ -158,8 +156,8 @@ void ClientTrackStorage::GetAccumulatedDuration(const long& trackId, const Proto
 
 void ClientTrackStorage::Protect(const long& trackId, const Protocol::TimePoint& timecode,
                                  const Protocol::TimePoint& duration, long& protectionId) {
-    Exchange exchange(connection, mutex, OPERATION_TrackStorage_Protect);
-    auto& question = *exchange.request.mutable_trackstorage_protect();
+    Call<OPERATION_TrackStorage_Protect> exchange(connection, mutex);
+    auto& question = exchange.question;
     question.set_trackid(trackId);
     const auto timecodeLoan = Lend<Field::Timecode>(question, timecode);
     const auto durationLoan = Lend<Field::Duration>(question, duration);
@@ -172,8 +170,8 @@ void ClientTrackStorage::Protect(const long& trackId, const Protocol::TimePoint&
 
 void ClientTrackStorage::GetWorkerInfos(const Protocol::Ids& workerIds,
                                         Protocol::WorkerInfos& workerInfos) {
-    Exchange exchange(connection, mutex, OPERATION_TrackStorage_GetWorkerInfos);
-    auto& question = *exchange.request.mutable_trackstorage_getworkerinfos();
+    Call<OPERATION_TrackStorage_GetWorkerInfos> exchange(connection, mutex);
+    auto& question = exchange.question;
     const auto workerIdsLoan = Lend<Field::WorkerIds>(question, workerIds);
     if (!exchange.Perform()) {
         return;
@@ -183,15 +181,15 @@ void ClientTrackStorage::GetWorkerInfos(const Protocol::Ids& workerIds,
 }
 
 void ClientTrackStorage::Unprotect(const long& protectionId) {
-    Exchange exchange(connection, mutex, OPERATION_TrackStorage_Unprotect);
-    auto& question = *exchange.request.mutable_trackstorage_unprotect();
+    Call<OPERATION_TrackStorage_Unprotect> exchange(connection, mutex);
+    auto& question = exchange.question;
     question.set_protectionid(protectionId);
     exchange.Perform();
 }
 
 void ClientTrackStorage::GetEndOfTrack(const long& trackId, Protocol::TimePoint& timecode) {
-    Exchange exchange(connection, mutex, OPERATION_TrackStorage_GetEndOfTrack);
-    auto& question = *exchange.request.mutable_trackstorage_getendoftrack();
+    Call<OPERATION_TrackStorage_GetEndOfTrack> exchange(connection, mutex);
+    auto& question = exchange.question;
     question.set_trackid(trackId);
     if (!exchange.Perform()) {
         return;
@@ -201,8 +199,7 @@ void ClientTrackStorage::GetEndOfTrack(const long& trackId, Protocol::TimePoint&
 }
 
 void ClientTrackStorage::ListProtections(Protocol::ProtectionInfos& protectionInfos) {
-    Exchange exchange(connection, mutex, OPERATION_TrackStorage_ListProtections);
-    exchange.request.mutable_trackstorage_listprotections();
+    Call<OPERATION_TrackStorage_ListProtections> exchange(connection, mutex);
     if (!exchange.Perform()) {
         return;
     }
@@ -212,8 +209,8 @@ void ClientTrackStorage::ListProtections(Protocol::ProtectionInfos& protectionIn
 
 void ClientTrackStorage::CreateTrack(const Protocol::TrackParameters& infoIn,
                                      Protocol::TrackParameters& infoOut) {
-    Exchange exchange(connection, mutex, OPERATION_TrackStorage_CreateTrack);
-    auto& question = *exchange.request.mutable_trackstorage_createtrack();
+    Call<OPERATION_TrackStorage_CreateTrack> exchange(connection, mutex);
+    auto& question = exchange.question;
     const auto infoInLoan = Lend<Field::InfoIn>(question, infoIn);
     if (!exchange.Perform()) {
         return;
@@ -223,8 +220,7 @@ void ClientTrackStorage::CreateTrack(const Protocol::TrackParameters& infoIn,
 }
 
 void ClientTrackStorage::GetOngoingCommands(Protocol::Ids& commandIds) {
-    Exchange exchange(connection, mutex, OPERATION_TrackStorage_GetOngoingCommands);
-    exchange.request.mutable_trackstorage_getongoingcommands();
+    Call<OPERATION_TrackStorage_GetOngoingCommands> exchange(connection, mutex);
     if (!exchange.Perform()) {
         return;
     }
@@ -234,16 +230,15 @@ void ClientTrackStorage::GetOngoingCommands(Protocol::Ids& commandIds) {
 
 void ClientTrackStorage::SetTrackProperties(const long& trackId,
                                             const Protocol::PropertyList& properties) {
-    Exchange exchange(connection, mutex, OPERATION_TrackStorage_SetTrackProperties);
-    auto& question = *exchange.request.mutable_trackstorage_settrackproperties();
+    Call<OPERATION_TrackStorage_SetTrackProperties> exchange(connection, mutex);
+    auto& question = exchange.question;
     question.set_trackid(trackId);
     const auto propertiesLoan = Lend<Field::Properties>(question, properties);
     exchange.Perform();
 }
 
 void ClientTrackStorage::ListTracks(Protocol::TrackList& list) {
-    Exchange exchange(connection, mutex, OPERATION_TrackStorage_ListTracks);
-    exchange.request.mutable_trackstorage_listtracks();
+    Call<OPERATION_TrackStorage_ListTracks> exchange(connection, mutex);
     if (!exchange.Perform()) {
         return;
     }

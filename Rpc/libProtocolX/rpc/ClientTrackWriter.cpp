@@ -1,14 +1,14 @@
 #include "rpc/ClientTrackWriter.h"
 
-#include "rpc/Exchange.h"
+#include "rpc/Call.h"
 
 namespace BrantelStorageApi {
 
 ClientTrackWriter::ClientTrackWriter(Brantel::Services::IServiceConnection& connection,
                                      Brantel::Services::NativeMutex& mutex, const long& trackId)
     : connection(connection), mutex(mutex) {
-    Exchange exchange(connection, mutex, OPERATION_TrackWriter_Constructor);
-    auto& question = *exchange.request.mutable_trackwriter_constructor();
+    Call<OPERATION_TrackWriter_Constructor> exchange(connection, mutex);
+    auto& question = exchange.question;
     question.set_trackid(trackId);
     if (!exchange.Perform()) {
         return;
@@ -18,23 +18,23 @@ ClientTrackWriter::ClientTrackWriter(Brantel::Services::IServiceConnection& conn
 }
 
 void ClientTrackWriter::DestroyOnServer() {
-    Exchange exchange(connection, mutex, OPERATION_TrackWriter_Destructor);
-    auto& question = *exchange.request.mutable_trackwriter_destructor();
+    Call<OPERATION_TrackWriter_Destructor> exchange(connection, mutex);
+    auto& question = exchange.question;
     question.set_object_handle(handle);
     exchange.Perform();
 }
 
 void ClientTrackWriter::Append(const Protocol::Chunk& chunk) {
-    Exchange exchange(connection, mutex, OPERATION_TrackWriter_Append);
-    auto& question = *exchange.request.mutable_trackwriter_append();
+    Call<OPERATION_TrackWriter_Append> exchange(connection, mutex);
+    auto& question = exchange.question;
     question.set_object_handle(handle);
     const auto chunkLoan = Lend<Field::Chunk>(question, chunk);
     exchange.Perform();
 }
 
 void ClientTrackWriter::GetTrackId(long& result) {
-    Exchange exchange(connection, mutex, OPERATION_TrackWriter_GetTrackId);
-    auto& question = *exchange.request.mutable_trackwriter_gettrackid();
+    Call<OPERATION_TrackWriter_GetTrackId> exchange(connection, mutex);
+    auto& question = exchange.question;
     question.set_object_handle(handle);
     if (!exchange.Perform()) {
         return;
