@@ -30,7 +30,7 @@ unsigned SpinGovernor::OnlineProcessors() noexcept {
 }
 
 SpinGovernor& SpinGovernor::ForProcess() {
-    static SpinGovernor governor;
+    static SpinGovernor governor{clientBudget};
     return governor;
 }
 

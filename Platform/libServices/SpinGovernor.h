@@ -25,8 +25,10 @@ struct SpinMemory {
 // accepted. Thread-safe.
 class SpinGovernor {
   public:
-    // Long enough for the other side to serve a small call, short beside a time slice.
+    // A server's end: long enough for a client that calls again at once, short beside a time slice.
     static constexpr std::chrono::microseconds defaultBudget{30};
+    // A client's end: long enough for the other side to copy a message of 1 MiB once more.
+    static constexpr std::chrono::microseconds clientBudget{100};
 
     // `budget` is the longest time that one wait polls; 0 turns polling off.
     // `processors`: those of the machine.
@@ -36,7 +38,7 @@ class SpinGovernor {
     static unsigned OnlineProcessors() noexcept;
 
     // The governor of every connection that is made without one: the processors are shared by the
-    // whole process, and so is what limits their use.
+    // whole process, and so is what limits their use. Its budget is clientBudget.
     static SpinGovernor& ForProcess();
 
     void SetBudget(std::chrono::nanoseconds budget) noexcept;

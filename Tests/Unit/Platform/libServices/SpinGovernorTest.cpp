@@ -135,7 +135,7 @@ TEST(SpinGovernorTest, ConnectionsThatAreNotActiveAnyMoreDoNotCount) {
 
 TEST(SpinGovernorTest, EveryConnectionThatIsMadeWithoutOneHasTheGovernorOfTheProcess) {
     EXPECT_EQ(&SpinGovernor::ForProcess(), &SpinGovernor::ForProcess());
-    EXPECT_EQ(SpinGovernor::ForProcess().Budget(), SpinGovernor::defaultBudget);
+    EXPECT_EQ(SpinGovernor::ForProcess().Budget(), SpinGovernor::clientBudget);
     EXPECT_GE(SpinGovernor::OnlineProcessors(), 1U);
 }
 
