@@ -5,8 +5,9 @@
 //   BRANTEL_MODEL_SEED        of the first round; each round has the next one
 //   BRANTEL_MODEL_REPLAY      operations as a failure prints them, in place of random ones
 //
-// A million operations:
-//   BRANTEL_MODEL_OPERATIONS=1000000 StorageModelTest --gtest_filter='*AnswersAsTheReferenceDoes'
+// A million operations, from the root of the tree; in memory some four minutes, on a disk longer:
+//   export TMPDIR=/dev/shm BRANTEL_MODEL_OPERATIONS=1000000
+//   build/release/Tests/Conformance/StorageModelTest --gtest_filter='*AnswersAsTheReferenceDoes'
 #include "Conformance/ModelRound.h"
 #include "Conformance/StorageOperation.h"
 #include "Support/FaultyEngine.h"
