@@ -151,6 +151,24 @@ TEST_F(ConverterTest, SwapWithAnEmptyMessageMovesTheTwoPropertiesIntoIt) {
     EXPECT_EQ(&message.properties().items(0).value(), stored);
 }
 
+TEST_F(ConverterTest, SwapWithTheReferencedMessageItselfChangesNothing) {
+    AddBlock(message, "a");
+    Converter::ReferenceFrom(chunk, message);
+    Converter::Swap(chunk, message);
+    EXPECT_THAT(Keys(message.data()), ElementsAre("a"));
+    EXPECT_EQ(chunk.GetDataSize(), 1U);
+}
+
+TEST_F(ConverterTest, SwapOfAReferencingChunkExchangesTheReferencedMessagesContents) {
+    Protocol::Chunk other;
+    AddBlock(message, "a");
+    AddBlock(other, "b");
+    Converter::ReferenceFrom(chunk, message);
+    Converter::Swap(chunk, other);
+    EXPECT_THAT(Keys(message.data()), ElementsAre("b"));
+    EXPECT_THAT(Keys(other.data()), ElementsAre("a"));
+}
+
 TEST_F(ConverterTest, CopyFromIntoAReferencingChunkOverwritesThatMessage) {
     Protocol::Chunk source;
     AddBlock(source, "new");

@@ -7,6 +7,7 @@
 #include <gtest/gtest.h>
 
 #include <fcntl.h>
+#include <unistd.h>
 
 #include <algorithm>
 #include <limits>
@@ -387,6 +388,16 @@ TEST_F(DataChunkRecordTest, ADescriptorThatCantBeReadGivesZero) {
     EXPECT_EQ(chunk.ReadFrom(-1, {"k"}), 0U);
 }
 
+TEST_F(DataChunkRecordTest, ReadsThatFailDoNotMoveTheDescriptor) {
+    const RecordFile file(Record(Sample()));
+    const std::string name = "/proc/self/fd/" + std::to_string(file.Get());
+    const int writable = open(name.c_str(), O_WRONLY | O_CLOEXEC);
+    ASSERT_EQ(lseek64(writable, 3, SEEK_SET), 3);
+    EXPECT_EQ(chunk.ReadFrom(writable), 0U);
+    EXPECT_EQ(lseek64(writable, 0, SEEK_CUR), 3);
+    close(writable);
+}
+
 TEST_F(DataChunkRecordTest, AHostileLengthMakesTheStringThrow) {
     const std::string record =
         Head(1000).Number(1).Number(std::numeric_limits<std::uint64_t>::max()).Get();
@@ -409,6 +420,17 @@ TEST_F(DataChunkRecordTest, RecordsThatFollowEachOtherAreReadOneAfterTheOther) {
     }
     EXPECT_EQ(chunk.ReadFrom(file.Get()), 0U);
     EXPECT_EQ(file.Position(), static_cast<off64_t>(all.size()));
+}
+
+TEST_F(DataChunkRecordTest, ARecordThatIsWholeInAPipeIsReadFromIt) {
+    const std::string record = Record(Sample());
+    int ends[2];
+    ASSERT_EQ(pipe2(ends, O_CLOEXEC), 0);
+    ASSERT_EQ(write(ends[1], record.data(), record.size()), static_cast<ssize_t>(record.size()));
+    EXPECT_EQ(chunk.ReadFrom(ends[0]), record.size());
+    EXPECT_TRUE(chunk.IsEqual(Sample()));
+    close(ends[0]);
+    close(ends[1]);
 }
 
 TEST_F(DataChunkRecordTest, ALongRecordComesBackByteForByte) {
