@@ -70,7 +70,8 @@ class IEngine {
 
     // Carries out all changes or none, as safe as the medium allows when it returns (blocks; calls
     // that arrive together share one flush). False: a version was not the expected one, nothing
-    // was changed. A key occurs at most once in a batch.
+    // was changed. A key occurs at most once in a batch. After Io nothing was changed either, but
+    // a restart that follows may find it done.
     virtual bool WriteRecords(std::span<const RecordChange> changes) = 0;
 
     // All records whose key begins with `prefix`, in the order of the keys' bytes. A damaged one is
@@ -88,7 +89,8 @@ class IEngine {
     virtual void Reserve(const Reservation& reservation, IProgress& progress) = 0;
 
     // Gives everything of the track back, its segments included (blocks; records stay). Nothing for
-    // an unknown track; a stop that `progress` asks for is not heard.
+    // an unknown track; a stop that `progress` asks for is not heard. When it fails, the segments
+    // are gone and part of the space may be given back: ask again.
     virtual void Release(TrackId track, IProgress& progress) = 0;
 
     virtual std::vector<Reservation> ListReservations() = 0;
@@ -122,8 +124,10 @@ class IEngine {
     virtual void Flush(const SegmentId& id) = 0;
 
     // Ends the segment with its first `count` chunks, which must be there; what was written behind
-    // them is void. Writes the index; durable when it returns (blocks). An empty segment can be
-    // sealed. Nothing for one that is sealed with this count.
+    // them is void. Writes the index; durable when it returns (blocks), but for what was appended
+    // with less than Always: that, and the index with it, may follow a little later, and a segment
+    // is listed as open again after a crash before. An empty segment can be sealed. Nothing for one
+    // that is sealed with this count.
     virtual void Seal(const SegmentId& id, Epoch epoch, std::uint64_t count) = 0;
 
     // The index of an open or sealed segment (blocks). When a sealed one's index is damaged, what

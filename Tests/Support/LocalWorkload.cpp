@@ -15,6 +15,7 @@ namespace {
 
 constexpr const char* recordKey = "workload";
 constexpr std::int64_t tick = 100;
+constexpr std::uint64_t otherOrdinal = 5;
 
 std::uint64_t Mix(std::uint64_t value) {
     value ^= value >> 31U;
@@ -71,6 +72,33 @@ void CheckChunk(IEngine& engine, const LocalWorkload::Settings& settings, const 
         }
     } catch (const EngineError& error) {
         problems.push_back(name + " can't be read: " + error.what());
+    }
+}
+
+void CheckOther(IEngine& engine, const LocalWorkload::Settings& settings, const Answered& answered,
+                std::vector<std::string>& problems) {
+    if (answered.other == Answered::Other::InDoubt) {
+        return;
+    }
+    const bool filled = answered.other == Answered::Other::Filled;
+    const TrackId other = settings.track + 1;
+    const Reservation wanted{other, settings.segmentSize, 2};
+    const std::vector<Reservation> reservations = engine.ListReservations();
+    const bool reserved =
+        std::find(reservations.begin(), reservations.end(), wanted) != reservations.end();
+    const std::vector<SegmentInfo> segments = engine.ListSegments(other);
+    if (reserved != filled || segments.size() != (filled ? 1U : 0U)) {
+        problems.push_back("the second track has " + std::to_string(segments.size()) +
+                           " segments and " + (reserved ? "a" : "no") + " reservation");
+        return;
+    }
+    for (const SegmentInfo& info : segments) {
+        for (const ChunkEntry& entry : engine.ReadEntries(info.id)) {
+            CheckChunk(engine, settings, info.id, entry, problems);
+        }
+        if (info.count != 1) {
+            problems.push_back("the second track has " + std::to_string(info.count) + " chunks");
+        }
     }
 }
 
@@ -142,7 +170,11 @@ void LocalWorkload::Recover(const Answered& known) {
         throw std::runtime_error("the record is " + std::to_string(answered.record) +
                                  ", answered was " + std::to_string(known.record));
     }
-    answered.recordAttempted = answered.record;
+    // What failed may still be found done after a restart.
+    answered.recordAttempted = std::max(known.recordAttempted, answered.record);
+    if (answered.other == Answered::Other::InDoubt) {
+        ReleaseOther();
+    }
     Tell();
 }
 
@@ -160,8 +192,11 @@ void LocalWorkload::NextSegment() {
 }
 
 void LocalWorkload::Step() {
-    if (random() % 16 == 0) {
+    const std::uint64_t choice = random() % 64;
+    if (choice < 4) {
         WriteRecord();
+    } else if (choice == 4) {
+        ChangeOther();
     } else {
         Append();
     }
@@ -205,6 +240,36 @@ void LocalWorkload::WriteRecord() {
     Tell();
 }
 
+void LocalWorkload::ChangeOther() {
+    if (answered.other != Answered::Other::None) {
+        ReleaseOther();
+        return;
+    }
+    const TrackId other = settings.track + 1;
+    const SegmentId id{other, LogKind::Held, 1};
+    answered.other = Answered::Other::InDoubt;
+    Tell();
+    SilentProgress progress;
+    engine.Reserve({other, settings.segmentSize, 2}, progress);
+    engine.CreateSegment(id, epoch);
+    const std::vector<std::string> parts = WorkloadParts(settings, otherOrdinal);
+    ChunkEntry entry = EntryOf(parts, otherOrdinal);
+    entry.offset = ChunkLayout::segmentHeaderSize;
+    const std::vector<std::string_view> views(parts.begin(), parts.end());
+    engine.Append(id, epoch, entry, views, Durability{});
+    answered.other = Answered::Other::Filled;
+    Tell();
+}
+
+void LocalWorkload::ReleaseOther() {
+    answered.other = Answered::Other::InDoubt;
+    Tell();
+    SilentProgress progress;
+    engine.Release(settings.track + 1, progress);
+    answered.other = Answered::Other::None;
+    Tell();
+}
+
 std::vector<std::string> LocalWorkload::Check(IEngine& engine, const Settings& settings,
                                               const Answered& answered) {
     std::vector<std::string> problems;
@@ -244,6 +309,7 @@ std::vector<std::string> LocalWorkload::Check(IEngine& engine, const Settings& s
         problems.push_back("the record is " + std::to_string(value) + ", answered was " +
                            std::to_string(answered.record));
     }
+    CheckOther(engine, settings, answered, problems);
     return problems;
 }
 

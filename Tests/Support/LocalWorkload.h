@@ -16,17 +16,21 @@ namespace Brantel::Engine {
 // What an engine has answered: all that must be found again. Plain numbers, so that another process
 // can be told of each.
 struct Answered {
+    enum class Other : std::uint64_t { None, Filled, InDoubt };
+
     std::uint64_t chunks = 0;     // of the track: ordinals below it were answered
     std::uint64_t front = 0;      // ordinals below it may be gone
     std::uint64_t attempted = 0;  // ordinals below it may be there
     std::uint64_t record = 0;     // the record's value is at least this
     std::uint64_t recordAttempted = 0;
+    Other other = Other::None;  // the second track: none, one with a chunk, or being changed
 
     bool operator==(const Answered&) const = default;
 };
 
 // Writes one track as a ring, in random steps, of which each chunk's content follows from its
-// ordinal; so that whoever opens the store later can tell whether it is right. Not thread-safe.
+// ordinal; so that whoever opens the store later can tell whether it is right. Now and then a
+// record is written, and a second track made or given back. Not thread-safe.
 class LocalWorkload {
   public:
     struct Settings {
@@ -66,6 +70,8 @@ class LocalWorkload {
     void Append();
     void NextSegment();
     void WriteRecord();
+    void ChangeOther();
+    void ReleaseOther();
     void Tell();
 
     IEngine& engine;

@@ -4,6 +4,7 @@
 #include "Local/CatalogueFile.h"
 #include "Local/CatalogueKeeper.h"
 
+#include <algorithm>
 #include <exception>
 #include <utility>
 
@@ -143,7 +144,10 @@ void Catalogue::CarryOut(const std::vector<Change*>& changes) {
             any = any || change->accepted;
         }
         if (any) {
+            // Each commit has a version of its own: the mark tells by it which one is missing.
+            version = std::max(version, lastVersion + 1);
             file->Commit(version);
+            keeper.NoteAnswered(version);
             lastVersion = version;
             ++uncopied;
         }
@@ -219,10 +223,7 @@ void Catalogue::CopyWhenDue() noexcept {
 }
 
 void Catalogue::Close() {
-    if (uncopied > 0) {
-        keeper.Copy(*file);
-    }
-    keeper.Close(std::move(file));
+    keeper.Close(std::move(file), uncopied > 0);
 }
 
 }  // namespace Brantel::Engine

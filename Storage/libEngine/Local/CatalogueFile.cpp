@@ -5,6 +5,7 @@
 
 #include <sqlite3.h>
 
+#include <algorithm>
 #include <array>
 #include <new>
 
@@ -151,6 +152,12 @@ void CatalogueFile::SetUp(std::uint64_t reserve) {
     int keepLog = 1;
     sqlite3_file_control(database, "main", SQLITE_FCNTL_PERSIST_WAL, &keepLog);
     if (reserve > 0) {
+        // So often that the log never needs more than half of what is kept for it.
+        constexpr std::uint64_t frameSize = 4096 + 24;
+        constexpr std::uint64_t fewFrames = 16;
+        constexpr std::uint64_t manyFrames = 1000;
+        const std::uint64_t frames = std::clamp(reserve / 2 / frameSize, fewFrames, manyFrames);
+        sqlite3_wal_autocheckpoint(database, static_cast<int>(frames));
         int chunk = static_cast<int>(reserve);
         sqlite3_file_control(database, "main", SQLITE_FCNTL_CHUNK_SIZE, &chunk);
     }
@@ -235,6 +242,7 @@ CatalogueContent CatalogueFile::Load() {
 }
 
 void CatalogueFile::Begin() {
+    Rollback();  // one that had no memory for it
     Execute("BEGIN IMMEDIATE");
     pendingDigest = digest;
 }
@@ -303,6 +311,10 @@ void CatalogueFile::CopyTo(const std::string& target) {
 
 void CatalogueFile::Checkpoint() {
     Execute("PRAGMA wal_checkpoint(TRUNCATE)");
+}
+
+void CatalogueFile::KeepLog() noexcept {
+    sqlite3_db_config(database, SQLITE_DBCONFIG_NO_CKPT_ON_CLOSE, 1, nullptr);
 }
 
 }  // namespace Brantel::Engine

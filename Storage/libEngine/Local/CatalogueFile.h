@@ -58,6 +58,8 @@ class CatalogueFile {
     void CopyTo(const std::string& target);
     // Moves what the log holds into the database, and empties it.
     void Checkpoint();
+    // Closing leaves the log as it is.
+    void KeepLog() noexcept;
 
   private:
     class Statement;

@@ -2,11 +2,14 @@
 
 #include "EngineError.h"
 #include "Local/CatalogueFile.h"
+#include "Local/CatalogueMark.h"
 #include "Local/File.h"
+#include "Local/Report.h"
 
 #include <fcntl.h>
 
 #include <algorithm>
+#include <exception>
 #include <utility>
 
 namespace Brantel::Engine {
@@ -22,6 +25,8 @@ CatalogueKeeper::CatalogueKeeper(const FolderCalls& folders, const LocalOptions&
       options(options),
       path(options.directory + "/catalogue.sqlite"),
       copyPath(options.directory + "/catalogue.copy.sqlite") {}
+
+CatalogueKeeper::~CatalogueKeeper() = default;
 
 std::optional<CatalogueKeeper::Opened> CatalogueKeeper::TryOpen(bool fresh) const {
     try {
@@ -85,26 +90,84 @@ void CatalogueKeeper::Mend(Opened& opened) const {
     }
 }
 
-CatalogueKeeper::Opened CatalogueKeeper::Open(bool fresh) const {
+CatalogueKeeper::Opened CatalogueKeeper::Open(bool fresh) {
     std::optional<Opened> opened;
     if (fresh || folders.GetStatus(path)) {
         opened = TryOpen(fresh);
     } else {
         options.report(path + ": is missing");
     }
-    if (!opened) {
-        PutAside();
-        RestoreFromCopy();
-        opened = TryOpen(true);
-        if (!opened) {
-            throw EngineError(EngineError::Kind::Damaged, path + ": can't be made again");
-        }
-        opened->restored = true;
+    mark = std::make_unique<CatalogueMark>(folders, options.directory + "/catalogue.mark");
+    if (mark->IsDamaged()) {
+        options.report(options.directory + "/catalogue.mark: is damaged");
+    }
+    if (opened && opened->content.lastVersion < mark->GetVersion()) {
+        options.report(path + ": lacks changes that were answered, its log is damaged");
+    }
+    if (!opened || opened->content.lastVersion < mark->GetVersion()) {
+        opened = Replace(std::move(opened));
     }
     folders.FlushFolder(options.directory);
     Mend(*opened);
+    SettleVersion(*opened);
     KeepRoom();
     return *std::move(opened);
+}
+
+CatalogueKeeper::Opened CatalogueKeeper::Replace(std::optional<Opened> opened) const {
+    const std::optional<CatalogueContent> copy = LoadCopy();
+    const std::string saved = path + ".saved";
+    const bool keep = opened && (!copy || copy->lastVersion <= opened->content.lastVersion);
+    if (keep) {
+        folders.RemoveFile(saved);
+        opened->file->CopyTo(saved);
+        File(folders.GetCalls(), saved, O_RDWR).Flush();
+    }
+    if (opened) {
+        opened->file->KeepLog();
+        opened.reset();
+    }
+    PutAside();
+    if (keep) {
+        folders.Rename(saved, path);
+        folders.FlushFolder(options.directory);
+    } else {
+        RestoreFromCopy();
+    }
+    std::optional<Opened> replaced = TryOpen(true);
+    if (!replaced) {
+        throw EngineError(EngineError::Kind::Damaged, path + ": can't be made again");
+    }
+    replaced->restored = true;
+    return *std::move(replaced);
+}
+
+// What was answered and is lost is told; its versions are never given again.
+void CatalogueKeeper::SettleVersion(Opened& opened) {
+    std::uint64_t& found = opened.content.lastVersion;
+    const std::uint64_t answered = mark->GetVersion();
+    if (found < answered) {
+        options.report(path + ": the changes " + std::to_string(found + 1) + " to " +
+                       std::to_string(answered) + " are lost");
+        opened.file->Begin();
+        opened.file->Commit(answered);
+        found = answered;
+    }
+    if (found != answered || mark->IsDamaged()) {
+        mark->Write(found);
+    }
+}
+
+void CatalogueKeeper::NoteAnswered(std::uint64_t version) noexcept {
+    try {
+        mark->Write(version);
+        markFailed = false;
+    } catch (const std::exception& error) {
+        if (!markFailed) {
+            Tell(options.report, error.what());
+        }
+        markFailed = true;
+    }
 }
 
 void CatalogueKeeper::RestoreFromCopy() const {
@@ -113,8 +176,7 @@ void CatalogueKeeper::RestoreFromCopy() const {
         options.report(path + ": begins empty, all records are lost");
         return;
     }
-    options.report(path + ": restored from " + copyPath +
-                   ", records written since that copy are lost");
+    options.report(path + ": restored from " + copyPath);
     CatalogueFile copy(copyPath, CatalogueFile::Mode::Read, 0, options.catalogueVfs);
     CopyInto(copy, path);
 }
@@ -139,9 +201,14 @@ void CatalogueKeeper::PutAside() const {
 void CatalogueKeeper::CopyInto(CatalogueFile& file, const std::string& target) const {
     const std::string fresh = target + ".new";
     folders.RemoveFile(fresh);
-    file.CopyTo(fresh);
-    File(folders.GetCalls(), fresh, O_RDWR).Flush();
-    folders.Rename(fresh, target);
+    try {
+        file.CopyTo(fresh);
+        File(folders.GetCalls(), fresh, O_RDWR).Flush();
+        folders.Rename(fresh, target);
+    } catch (const EngineError&) {
+        folders.RemoveFile(fresh);  // on a full medium half a copy takes what others need
+        throw;
+    }
     folders.FlushFolder(options.directory);
 }
 
@@ -149,7 +216,14 @@ void CatalogueKeeper::Copy(CatalogueFile& file) const {
     CopyInto(file, copyPath);
 }
 
-void CatalogueKeeper::Close(std::unique_ptr<CatalogueFile> file) const {
+void CatalogueKeeper::Close(std::unique_ptr<CatalogueFile> file, bool copy) const {
+    try {
+        if (copy) {
+            Copy(*file);
+        }
+    } catch (const EngineError& error) {
+        options.report(error.what());  // the one before is kept
+    }
     file->Checkpoint();
     file.reset();
     KeepRoom();

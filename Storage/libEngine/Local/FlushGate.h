@@ -29,6 +29,8 @@ class FlushGate {
     std::string GetReason() const;
     // What was lost has been written again.
     void Heal();
+    // Only what lies in front of `end` is known to have been flushed.
+    void ForgetFlushes(std::uint32_t end) noexcept { flushedEnd = end; }
 
     // Everything in front of it has been flushed.
     std::uint32_t GetFlushedEnd() const noexcept { return flushedEnd.load(); }

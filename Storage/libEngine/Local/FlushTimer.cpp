@@ -26,6 +26,11 @@ void FlushTimer::Schedule(std::weak_ptr<IFlushTarget> target, std::chrono::milli
     }
 }
 
+std::size_t FlushTimer::CountWaiting() const {
+    const std::lock_guard lock(mutex);
+    return targets.size();
+}
+
 void FlushTimer::Run() {
     std::unique_lock lock(mutex);
     while (!stopping) {

@@ -31,6 +31,8 @@ class FlushTimer {
 
     // A target that has ended by then is left out.
     void Schedule(std::weak_ptr<IFlushTarget> target, std::chrono::milliseconds delay);
+    // How many are still to come.
+    std::size_t CountWaiting() const;
 
   private:
     using Clock = std::chrono::steady_clock;
@@ -38,7 +40,7 @@ class FlushTimer {
     void Run();
 
     const std::size_t threadLimit;
-    std::mutex mutex;
+    mutable std::mutex mutex;
     std::condition_variable changed;
     // guarded by mutex
     bool stopping = false;

@@ -87,7 +87,7 @@ void LocalEngine::Flush(const SegmentId& id) {
 }
 
 void LocalEngine::Seal(const SegmentId& id, Epoch epoch, std::uint64_t count) {
-    store->FindSegment(id)->Seal(epoch, count);
+    store->FindSegment(id)->Seal(epoch, count, store->GetSealer());
 }
 
 std::vector<ChunkEntry> LocalEngine::ReadEntries(const SegmentId& id) {

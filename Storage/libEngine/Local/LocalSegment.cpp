@@ -4,6 +4,7 @@
 #include "EngineError.h"
 #include "Local/File.h"
 #include "Local/FileCache.h"
+#include "Local/Report.h"
 #include "Local/SegmentScanner.h"
 #include "Local/SegmentWriter.h"
 
@@ -140,6 +141,11 @@ void LocalSegment::WriteStart(bool reused) {
     flushFirst = reused;
 }
 
+void LocalSegment::SetUnflushed(const char* reason) noexcept {
+    gate.ForgetFlushes(ChunkLayout::segmentHeaderSize);
+    gate.Fail(reason);
+}
+
 SegmentInfo LocalSegment::GetInfo() const {
     const std::lock_guard lock(mutex);
     return info;
@@ -261,10 +267,11 @@ void LocalSegment::FlushNow() noexcept {
     // First, so that a chunk that comes from now on is scheduled again.
     scheduled = false;
     try {
+        SettleNow();
         Flush();
     } catch (const std::exception& error) {
-        if (!removed && report) {
-            report(error.what());
+        if (!removed) {
+            Tell(report, error.what());
         }
     }
 }
@@ -298,7 +305,7 @@ SegmentFormat::Footer LocalSegment::MakeFooter(std::span<const SegmentFormat::En
     return footer;
 }
 
-void LocalSegment::Seal(Epoch epoch, std::uint64_t count) {
+void LocalSegment::Seal(Epoch epoch, std::uint64_t count, FlushTimer& sealer) {
     const std::lock_guard writeLock(writeMutex);
     CheckRemoved();
     std::vector<SegmentFormat::Entry> packed;
@@ -314,6 +321,74 @@ void LocalSegment::Seal(Epoch epoch, std::uint64_t count) {
         }
         packed = entries.Get(static_cast<std::size_t>(count));
     }
+    if (!SettleLater(count, EndOf(packed), sealer)) {
+        WriteSealed(packed);
+    }
+}
+
+// Only what needs nothing but time: whatever failed or is to be voided is settled at once.
+bool LocalSegment::SettleLater(std::uint64_t count, std::uint32_t end, FlushTimer& sealer) {
+    constexpr std::size_t maxWaiting = 16;
+    if (gate.IsClean() || gate.HasFailed() || closed || GetWriter().GetTouchedEnd() != end ||
+        sealer.CountWaiting() >= maxWaiting) {
+        return false;
+    }
+    {
+        const std::lock_guard lock(mutex);
+        if (count != info.count) {
+            return false;
+        }
+        info.sealed = true;
+        settling = true;
+    }
+    try {
+        sealer.Schedule(weak_from_this(), std::chrono::milliseconds(0));
+        return true;
+    } catch (const std::exception&) {
+        const std::lock_guard lock(mutex);
+        info.sealed = false;
+        settling = false;
+        return false;
+    }
+}
+
+void LocalSegment::SettleNow() {
+    std::shared_ptr<File> target;
+    {
+        const std::lock_guard lock(mutex);
+        if (!settling) {
+            return;
+        }
+        target = file;
+    }
+    FlushOrTell(*target);  // the long part, for which nobody who writes or removes has to wait
+    const std::lock_guard writeLock(writeMutex);
+    std::vector<SegmentFormat::Entry> packed;
+    {
+        const std::lock_guard lock(mutex);
+        if (!settling || removed) {
+            return;
+        }
+        packed = entries.Get(entries.GetCount());
+    }
+    WriteSealed(packed);
+}
+
+// What fails is written again when the segment is sealed.
+void LocalSegment::FlushOrTell(const File& target) {
+    try {
+        gate.Flush(target);
+    } catch (const EngineError& error) {
+        Tell(report, error.what());
+    }
+}
+
+bool LocalSegment::IsIndexed() const {
+    const std::lock_guard lock(mutex);
+    return info.sealed && !settling;
+}
+
+void LocalSegment::WriteSealed(std::span<const SegmentFormat::Entry> packed) {
     SegmentWriter& target = GetWriter();
     const std::uint32_t end = EndOf(packed);
     if (gate.HasFailed()) {
@@ -341,6 +416,7 @@ void LocalSegment::Seal(Epoch epoch, std::uint64_t count) {
     EntryLog released;
     const std::lock_guard lock(mutex);
     info = MakeInfo(footer);
+    settling = false;
     std::swap(entries, released);
     file.reset();
     writer.reset();
@@ -366,12 +442,19 @@ void LocalSegment::Close() {
     if (!writer || removed || closed) {
         return;
     }
-    gate.Flush(writer->GetFile());
     std::vector<SegmentFormat::Entry> packed;
+    bool sealing = false;
     {
         const std::lock_guard lock(mutex);
         packed = entries.Get(entries.GetCount());
+        sealing = settling;
     }
+    if (sealing) {
+        FlushOrTell(writer->GetFile());
+        WriteSealed(packed);
+        return;
+    }
+    gate.Flush(writer->GetFile());
     SegmentFormat::Footer footer = MakeFooter(packed, FooterState::Open);
     writer->WriteIndex(packed, footer.end, footer);
     writer->WriteFooter(footer, packed);

@@ -38,6 +38,8 @@ class LocalSegment : public IFlushTarget, public std::enable_shared_from_this<Lo
     LocalSegment(const LocalSegment&) = delete;
     LocalSegment& operator=(const LocalSegment&) = delete;
 
+    // It takes no more chunks, and what it holds is safe only when it is sealed.
+    void SetUnflushed(const char* reason) noexcept;
     // Writes the start of a new segment over what the slot held; `reused`: that was a segment.
     void WriteStart(bool reused);
 
@@ -47,7 +49,9 @@ class LocalSegment : public IFlushTarget, public std::enable_shared_from_this<Lo
     void Append(Epoch writer, const ChunkEntry& entry, std::span<const std::string_view> parts,
                 const Durability& durability, FlushTimer& timer);
     void Flush();
-    void Seal(Epoch writer, std::uint64_t count);
+    // What was appended without a flush is flushed by `sealer`, and the segment is indexed then:
+    // whoever goes on with the next segment does not wait for the medium.
+    void Seal(Epoch writer, std::uint64_t count, FlushTimer& sealer);
     std::vector<ChunkEntry> ReadEntries() const;
     void ReadChunk(const ChunkEntry& entry, IChunkSink& sink) const;
     void Verify(std::uint32_t offset, IVerifyObserver& observer) const;
@@ -77,6 +81,11 @@ class LocalSegment : public IFlushTarget, public std::enable_shared_from_this<Lo
     void ScheduleFlush(const Durability& durability, FlushTimer& timer);
     SegmentWriter& GetWriter();
     std::shared_ptr<File> GetFile() const;
+    bool SettleLater(std::uint64_t count, std::uint32_t end, FlushTimer& sealer);
+    void SettleNow();
+    void FlushOrTell(const File& target);
+    void WriteSealed(std::span<const SegmentFormat::Entry> packed);
+    bool IsIndexed() const;
     SegmentFormat::Footer MakeFooter(std::span<const SegmentFormat::Entry> packed,
                                      SegmentFormat::FooterState state) const;
     std::vector<ChunkEntry> ReadSealedEntries(const LocalReport& damage) const;
@@ -101,7 +110,8 @@ class LocalSegment : public IFlushTarget, public std::enable_shared_from_this<Lo
     mutable std::mutex mutex;
     // guarded by mutex
     SegmentInfo info;
-    EntryLog entries;            // of an open segment
+    bool settling = false;       // sealed, but in the file still open
+    EntryLog entries;            // until the file has the index
     std::shared_ptr<File> file;  // while there is a writer; shared with those who read and flush
 };
 

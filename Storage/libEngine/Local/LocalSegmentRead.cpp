@@ -31,7 +31,7 @@ std::vector<ChunkEntry> LocalSegment::ReadEntries() const {
     CheckRemoved();
     {
         const std::lock_guard lock(mutex);
-        if (!info.sealed) {
+        if (!info.sealed || settling) {
             return Unpack(entries.Get(entries.GetCount()));
         }
     }
@@ -83,7 +83,7 @@ void LocalSegment::Verify(std::uint32_t offset, IVerifyObserver& observer) const
     CheckRemoved();
     const SegmentInfo known = GetInfo();
     std::vector<ChunkEntry> chunks;
-    if (known.sealed) {
+    if (IsIndexed()) {
         const SegmentPages pages = ReadSegmentPages(*GetFile(), identity.segmentSize);
         const auto tell = [&](std::uint32_t place, const char* text) {
             observer.OnDamage(Damage{known.id, place, std::nullopt, Describe() + ": " + text});

@@ -3,6 +3,7 @@
 #include "EngineError.h"
 #include "Local/CatalogueFile.h"
 #include "Local/File.h"
+#include "Local/Report.h"
 #include "Local/SegmentFormat.h"
 
 #include <algorithm>
@@ -50,7 +51,8 @@ LocalStore::LocalStore(const LocalOptions& wanted, IFileCalls* givenCalls)
       keeper(folders, options),
       budget(folders, options.directory, options.limit, options.keepFree),
       cache(folders.GetCalls(), options.openFiles),
-      timer(std::make_unique<FlushTimer>(options.flushThreads)) {
+      timer(std::make_unique<FlushTimer>(options.flushThreads)),
+      sealer(std::make_unique<FlushTimer>(options.sealThreads)) {
     CatalogueKeeper::Opened opened = keeper.Open(folder.IsFresh());
     catalogue =
         std::make_unique<Catalogue>(keeper, std::move(opened.file), std::move(opened.content));
@@ -63,13 +65,14 @@ LocalStore::LocalStore(const LocalOptions& wanted, IFileCalls* givenCalls)
 
 LocalStore::~LocalStore() {
     timer.reset();
+    sealer.reset();
     for (const auto& [id, track] : tracks) {
         track->Close();
     }
     try {
         catalogue->Close();
     } catch (const std::exception& error) {
-        options.report(error.what());
+        Tell(options.report, error.what());
     }
 }
 
@@ -127,14 +130,20 @@ void LocalStore::LoadTracks() {
                 list[index]->Load();
             } catch (const std::exception& error) {
                 // Whoever uses this track tries again, and is told.
-                options.report(error.what());
+                Tell(options.report, error.what());
             }
         }
     };
     std::vector<std::thread> threads;
     const std::size_t wanted = std::min(options.startThreads, list.size());
-    while (threads.size() + 1 < wanted) {
-        threads.emplace_back(load);
+    threads.reserve(wanted);
+    try {
+        while (threads.size() + 1 < wanted) {
+            threads.emplace_back(load);
+        }
+    } catch (const std::exception&) {
+        // Those that did start, and this one, do it.
+        Tell(options.report, "the tracks are read by fewer threads than wanted");
     }
     load();
     for (std::thread& thread : threads) {

@@ -33,6 +33,7 @@ class LocalStore {
     Catalogue& GetCatalogue() { return *catalogue; }
     SpaceBudget& GetBudget() { return budget; }
     FlushTimer& GetTimer() { return *timer; }
+    FlushTimer& GetSealer() { return *sealer; }
     LocalSignal& GetSignal() { return signal; }
 
     // Null when nothing is known of it. Throws EngineError (Io) when it can't be read.
@@ -65,7 +66,10 @@ class LocalStore {
 
     std::shared_mutex mutex;
     std::map<TrackId, std::shared_ptr<TrackSpace>> tracks;  // guarded by mutex
-    std::unique_ptr<FlushTimer> timer;  // ends first: its threads use the segments
+    // End first: their threads use the segments. Two, so that no flush that is promised for a time
+    // waits for the long ones of segments that are sealed.
+    std::unique_ptr<FlushTimer> timer;
+    std::unique_ptr<FlushTimer> sealer;
 };
 
 }  // namespace Brantel::Engine

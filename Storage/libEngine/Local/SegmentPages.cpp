@@ -1,6 +1,7 @@
 #include "Local/SegmentPages.h"
 
 #include "ChunkLayout.h"
+#include "EngineError.h"
 #include "Local/File.h"
 
 #include <algorithm>
@@ -10,6 +11,23 @@
 
 namespace Brantel::Engine {
 
+namespace {
+
+// False, and zeros, when the medium does not give the page, asked twice.
+bool TryRead(const File& file, char* page, std::uint64_t offset) {
+    for (int attempt = 0; attempt < 2; ++attempt) {
+        try {
+            file.ReadSome(page, SegmentFormat::pageSize, offset);
+            return true;
+        } catch (const EngineError&) {
+            std::memset(page, 0, SegmentFormat::pageSize);
+        }
+    }
+    return false;
+}
+
+}  // namespace
+
 SegmentPages ReadSegmentPages(const File& file, std::uint32_t segmentSize) {
     constexpr std::size_t pageSize = SegmentFormat::pageSize;
     // Not zeroed: filled by the reads.
@@ -17,10 +35,16 @@ SegmentPages ReadSegmentPages(const File& file, std::uint32_t segmentSize) {
     char* footerPage = both.get() + pageSize;
     SegmentPages pages;
     pages.fileSize = file.GetSize();
-    file.ReadSome(both.get(), pageSize, 0);
-    file.ReadSome(footerPage, pageSize, segmentSize - pageSize);
-    pages.blank =
-        std::all_of(both.get(), both.get() + 2 * pageSize, [](char byte) { return byte == 0; });
+    const bool headerRead = TryRead(file, both.get(), 0);
+    bool footerRead = true;
+    if (headerRead) {
+        footerRead = TryRead(file, footerPage, segmentSize - pageSize);
+    } else {
+        file.ReadSome(footerPage, pageSize, segmentSize - pageSize);
+    }
+    pages.unreadable = !headerRead || !footerRead;
+    pages.blank = !pages.unreadable && std::all_of(both.get(), both.get() + 2 * pageSize,
+                                                   [](char byte) { return byte == 0; });
     pages.header = SegmentFormat::DecodeHeader(both.get(), segmentSize);
     pages.footer = SegmentFormat::DecodeFooter(footerPage, segmentSize);
     if (pages.footer) {
@@ -37,8 +61,12 @@ std::optional<std::vector<ChunkEntry>> ReadSegmentIndex(const File& file,
     }
     const std::size_t size = footer.count * sizeof(SegmentFormat::Entry);
     const std::unique_ptr<char[]> bytes(new char[size]);  // not zeroed: filled by the read
-    file.ReadSome(bytes.get(), size,
-                  footer.identity.segmentSize - ChunkLayout::segmentTrailerSize - size);
+    try {
+        file.ReadSome(bytes.get(), size,
+                      footer.identity.segmentSize - ChunkLayout::segmentTrailerSize - size);
+    } catch (const EngineError&) {
+        return std::nullopt;  // the chunks themselves tell the same
+    }
     if (SegmentFormat::Checksum(bytes.get(), size) != footer.indexChecksum) {
         return std::nullopt;
     }

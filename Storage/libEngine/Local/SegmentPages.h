@@ -12,14 +12,17 @@ namespace Brantel::Engine {
 
 class File;
 
-// What the first and the last page of a segment file tell, each if it is whole and of this size.
+// What the first and the last page of a segment file tell, each if it is whole and of this size;
+// one of them may be unreadable.
 struct SegmentPages {
     std::optional<SegmentFormat::Header> header;
     std::optional<SegmentFormat::Footer> footer;
     std::vector<ChunkEntry> inlineEntries;  // those that lie in the footer's page
     std::uint64_t fileSize = 0;
-    bool blank = true;  // both pages are zero: never used
+    bool blank = true;        // both pages are zero: never used
+    bool unreadable = false;  // the medium did not give one of the two
 };
+// Throws EngineError (Io) when neither can be read.
 SegmentPages ReadSegmentPages(const File& file, std::uint32_t segmentSize);
 
 // The entries that a footer tells of; nothing when they are not as they were written.

@@ -15,7 +15,8 @@ namespace Brantel::Engine {
 namespace {
 
 constexpr std::uint32_t minChunkLength = ChunkLayout::Length(1, 0);
-// How far an end that looks like one is searched for chunks behind it.
+// How far an end at which nothing was begun is searched for chunks behind it; any other is
+// searched to the end of the segment.
 constexpr std::uint32_t searchWindow = BlockReader::blockSize;
 
 }  // namespace
@@ -66,7 +67,13 @@ void SegmentScanner::Scan(SegmentContent& content) {
             continue;
         }
         const std::uint32_t behind = place + (follows ? chunk.head->length : minChunkLength);
-        const std::optional<Head> next = FindNext(reader, behind, content);
+        const std::uint32_t searched = IsUntouched(reader, place) ? behind + searchWindow : limit;
+        const std::optional<Head> next = FindNext(reader, behind, searched, content);
+        // A page that can't be read was no end when something lies behind it.
+        if (next || follows) {
+            provenEnd = std::max(provenEnd,
+                                 static_cast<std::uint32_t>(reader.FindUnreadable(place, behind)));
+        }
         if (provenEnd <= place) {
             return;
         }
@@ -90,11 +97,10 @@ void SegmentScanner::Scan(SegmentContent& content) {
 
 std::optional<SegmentScanner::Head> SegmentScanner::FindNext(BlockReader& reader,
                                                              std::uint32_t offset,
+                                                             std::uint32_t end,
                                                              const SegmentContent& content) {
     std::optional<Head> found;
-    std::uint32_t lastSeen = offset;
-    while (offset + minChunkLength <= limit &&
-           (offset <= provenEnd || offset - lastSeen < searchWindow)) {
+    while (offset + minChunkLength <= limit && (offset <= provenEnd || offset < end)) {
         const std::string_view bytes = reader.Get(offset, sizeof(Head));
         Head candidate;
         std::memcpy(&candidate, bytes.data(), sizeof candidate);
@@ -111,9 +117,17 @@ std::optional<SegmentScanner::Head> SegmentScanner::FindNext(BlockReader& reader
         }
         provenEnd = std::max(provenEnd, head->flushedEnd);
         offset += head->length;
-        lastSeen = offset;
+        end = std::max(end, offset + searchWindow);
     }
     return found;
+}
+
+bool SegmentScanner::IsUntouched(BlockReader& reader, std::uint32_t place) const {
+    const std::uint32_t left = SegmentFormat::pageSize - place % SegmentFormat::pageSize;
+    const std::string_view bytes = reader.Get(place, left).substr(0, left);
+    return left < SegmentFormat::pageSize &&
+           std::all_of(bytes.begin(), bytes.end(), [](char byte) { return byte == 0; }) &&
+           reader.FindUnreadable(place, place + left) == 0;
 }
 
 void SegmentScanner::FillHole(SegmentContent& content, const ChunkEntry& next) {

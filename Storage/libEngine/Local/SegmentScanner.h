@@ -49,9 +49,12 @@ class SegmentScanner {
     using Head = SegmentFormat::ChunkHead;
 
     bool Follows(const Head& head, const SegmentContent& content) const;
-    // The first chunk from `offset` on; takes over the marks of all that follow.
-    std::optional<Head> FindNext(BlockReader& reader, std::uint32_t offset,
+    // The first chunk from `offset` on, which at most lies in front of `end`, or of where it is
+    // proven that there was more; takes over the marks of all that follow.
+    std::optional<Head> FindNext(BlockReader& reader, std::uint32_t offset, std::uint32_t end,
                                  const SegmentContent& content);
+    // Nothing was begun here: what is left of the page is zero, as the writer leaves it.
+    bool IsUntouched(BlockReader& reader, std::uint32_t place) const;
     // Stands in for what was lost in front of `next`.
     static void FillHole(SegmentContent& content, const ChunkEntry& next);
 

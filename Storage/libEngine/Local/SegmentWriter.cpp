@@ -44,11 +44,7 @@ iovec Borrow(std::string_view bytes) {
 }  // namespace
 
 SegmentWriter::Pages SegmentWriter::AllocatePages(std::size_t count) {
-    Pages allocated(static_cast<char*>(std::aligned_alloc(pageSize, count * pageSize)));
-    if (!allocated) {
-        throw std::bad_alloc();
-    }
-    return allocated;
+    return Pages(static_cast<char*>(::operator new(count* pageSize, std::align_val_t(pageSize))));
 }
 
 SegmentWriter::SegmentWriter(std::shared_ptr<File> openFile,
@@ -129,6 +125,13 @@ bool SegmentWriter::CutOff(std::uint32_t newEnd) {
     }
     LoadLastPage(newEnd);
     file->Write(pages.get(), pageSize, DownToPage(newEnd));
+    constexpr std::uint32_t blockSize = 64 * pageSize;
+    const Pages zeros = AllocatePages(blockSize / pageSize);
+    std::memset(zeros.get(), 0, blockSize);
+    const std::uint32_t touched = UpToPage(touchedEnd);
+    for (std::uint32_t place = DownToPage(newEnd) + pageSize; place < touched; place += blockSize) {
+        file->Write(zeros.get(), std::min(blockSize, touched - place), place);
+    }
     end = newEnd;
     touchedEnd = newEnd;
     return true;

@@ -6,8 +6,8 @@
 
 #include <cstddef>
 #include <cstdint>
-#include <cstdlib>
 #include <memory>
+#include <new>
 #include <span>
 #include <string_view>
 
@@ -52,7 +52,9 @@ class SegmentWriter {
 
   private:
     struct Free {
-        void operator()(char* bytes) const { std::free(bytes); }  // NOLINT: of aligned_alloc
+        void operator()(char* bytes) const {
+            ::operator delete(bytes, std::align_val_t(SegmentFormat::pageSize));
+        }
     };
     using Pages = std::unique_ptr<char, Free>;
 

@@ -2,6 +2,7 @@
 
 #include "EngineError.h"
 #include "Local/File.h"
+#include "Local/Report.h"
 #include "Local/SegmentFormat.h"
 
 #include <fcntl.h>
@@ -117,9 +118,7 @@ class SlotFolder::Preparation {
             }
         } catch (const std::exception& error) {
             // The error that led here is the one to tell; the next start removes the files.
-            if (context.options.report) {
-                context.options.report(error.what());
-            }
+            Tell(context.options.report, error.what());
         }
     }
 

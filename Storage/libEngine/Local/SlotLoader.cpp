@@ -27,6 +27,9 @@ SlotLoader::Content SlotLoader::Read(const Slot& slot) {
     Content content;
     content.file = slot->Open();
     content.pages = ReadSegmentPages(*content.file, segmentSize);
+    if (content.pages.unreadable) {
+        context.options.report(slot->GetPath() + ": its first or its last page can't be read");
+    }
     std::optional<SegmentFormat::Header>& header = content.pages.header;
     std::optional<SegmentFormat::Footer>& footer = content.pages.footer;
     const auto isForeign = [this](const auto& page) { return page->identity.track != track; };
@@ -62,7 +65,13 @@ std::shared_ptr<LocalSegment> SlotLoader::Open(const Slot& slot, const Content& 
         return std::make_shared<LocalSegment>(slot, footer, context.options.report);
     }
     // What an earlier run answered without flushing it becomes safe here, before it is relied on.
-    content.file->FlushData();
+    std::string flushFailure;
+    try {
+        content.file->FlushData();
+    } catch (const EngineError& error) {
+        flushFailure = error.what();
+        context.options.report(flushFailure);
+    }
     SegmentContent found;
     if (content.footer) {
         const auto indexed = ReadSegmentIndex(*content.file, content.pages);
@@ -75,8 +84,12 @@ std::shared_ptr<LocalSegment> SlotLoader::Open(const Slot& slot, const Content& 
                                text);
     };
     SegmentScanner(*content.file, *content.identity, content.footer, report).Scan(found);
-    return std::make_shared<LocalSegment>(slot, *content.identity, std::move(found),
-                                          context.options.report);
+    auto segment = std::make_shared<LocalSegment>(slot, *content.identity, std::move(found),
+                                                  context.options.report);
+    if (!flushFailure.empty()) {
+        segment->SetUnflushed(flushFailure.c_str());
+    }
+    return segment;
 }
 
 void SlotLoader::Load(const Slot& slot) {

@@ -3,12 +3,13 @@
 #include "ChunkLayout.h"
 #include "EngineError.h"
 #include "Local/Catalogue.h"
+#include "Local/Report.h"
 #include "Local/SegmentScanner.h"
 #include "Local/SlotLoader.h"
 
 #include <algorithm>
 #include <exception>
-#include <optional>
+#include <list>
 #include <utility>
 
 namespace Brantel::Engine {
@@ -158,7 +159,7 @@ void TrackSpace::Settle(const Reservation& wanted, IProgress& progress) {
 
 void TrackSpace::RemoveFreeSlots(std::uint64_t count) {
     for (; count > 0; --count) {
-        std::optional<FreeSlot> taken;
+        std::list<FreeSlot> taken;
         {
             const std::lock_guard lock(mutex);
             const auto last = std::max_element(freeSlots.begin(), freeSlots.end(),
@@ -168,41 +169,42 @@ void TrackSpace::RemoveFreeSlots(std::uint64_t count) {
             if (last == freeSlots.end()) {
                 break;
             }
-            taken = *last;
-            freeSlots.erase(last);
+            taken.splice(taken.end(), freeSlots, last);
         }
         try {
-            folder.Remove(taken->slot);
+            folder.Remove(taken.front().slot);
         } catch (const std::exception&) {
             const std::lock_guard lock(mutex);
-            freeSlots.push_back(*taken);
+            freeSlots.splice(freeSlots.end(), taken);
             throw;
         }
         const std::lock_guard lock(mutex);
-        slots.erase(taken->slot->GetNumber());
+        slots.erase(taken.front().slot->GetNumber());
     }
     folder.Flush();
 }
 
 void TrackSpace::UndoGrowth(const Reservation& wanted, std::uint64_t formerCount) noexcept {
+    std::uint64_t count = 0;
+    {
+        const std::lock_guard lock(mutex);
+        count = slots.size();
+    }
+    context.budget.GiveBack(0, (wanted.segmentCount - count) * wanted.segmentSize);
     try {
-        std::uint64_t count = 0;
-        {
-            const std::lock_guard lock(mutex);
-            count = slots.size();
-        }
-        context.budget.GiveBack(0, (wanted.segmentCount - count) * wanted.segmentSize);
         if (count > formerCount) {
             RemoveFreeSlots(count - formerCount);
         }
+    } catch (const std::exception& error) {
+        Tell(context.options.report, error.what());
+    }
+    {
         const std::lock_guard lock(mutex);
         formerCount = slots.size();
         reservation.segmentCount = formerCount;
         settledCount = formerCount;
-        context.budget.GiveBack((wanted.segmentCount - formerCount) * wanted.segmentSize, 0);
-    } catch (const std::exception& error) {
-        context.options.report(error.what());
     }
+    context.budget.GiveBack((wanted.segmentCount - formerCount) * wanted.segmentSize, 0);
     try {
         if (formerCount > 0) {
             context.catalogue.WriteReservation({GetReservation(), formerCount});
@@ -212,37 +214,43 @@ void TrackSpace::UndoGrowth(const Reservation& wanted, std::uint64_t formerCount
         }
     } catch (const std::exception& error) {
         // The next start finds the larger reservation unfinished, which can be asked for again.
-        context.options.report(error.what());
+        Tell(context.options.report, error.what());
     }
 }
 
 void TrackSpace::Release(IProgress& progress) {
     Load();
     const std::lock_guard spaceLock(spaceMutex);
+    const Reservation former = GetReservation();
+    if (former.segmentCount == 0) {
+        return;
+    }
+    // From now on it is known that files may be missing; until it is done, asking for the same
+    // reservation again makes them.
+    context.catalogue.WriteReservation({former, 0});
+    settledCount = 0;
     std::map<Key, std::shared_ptr<LocalSegment>> removed;
     std::map<std::uint32_t, Slot> released;
-    Reservation former;
+    std::list<FreeSlot> left;  // free if it does not come to its end
     {
         const std::lock_guard lock(mutex);
-        if (reservation.segmentCount == 0) {
-            return;
-        }
-        former = reservation;
         released = slots;
+        for (const auto& [number, slot] : slots) {
+            left.push_back({slot, true});
+        }
         freeSlots.clear();
         segments.swap(removed);
     }
     for (const auto& [key, segment] : removed) {
         segment->SetRemoved(false);
     }
-    // Until it is done, asking for the same reservation again makes what was removed.
-    settledCount = 0;
     std::uint64_t done = 0;
     try {
         for (const auto& [number, slot] : released) {
             progress.Report(done, released.size() + 1);
             folder.Remove(slot);
             ++done;
+            left.pop_front();
             const std::lock_guard lock(mutex);
             slots.erase(number);
         }
@@ -251,9 +259,7 @@ void TrackSpace::Release(IProgress& progress) {
     } catch (const std::exception&) {
         context.budget.Adopt(0, done * former.segmentSize);
         const std::lock_guard lock(mutex);
-        for (const auto& [number, slot] : slots) {
-            freeSlots.push_back({slot, true});
-        }
+        freeSlots.splice(freeSlots.end(), left);
         throw;
     }
     {
@@ -360,13 +366,13 @@ void TrackSpace::Close() noexcept {
         const std::lock_guard lock(mutex);
         open = segments;
     } catch (const std::exception& error) {
-        context.options.report(error.what());
+        Tell(context.options.report, error.what());
     }
     for (const auto& [key, segment] : open) {
         try {
             segment->Close();
         } catch (const std::exception& error) {
-            context.options.report(error.what());
+            Tell(context.options.report, error.what());
         }
     }
 }

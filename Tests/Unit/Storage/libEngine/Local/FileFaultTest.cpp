@@ -1,13 +1,17 @@
 #include "Support/FaultyFileCalls.h"
+#include "Support/FaultyVfs.h"
 #include "Support/LocalStoreTest.h"
 #include "Support/LocalWorkload.h"
 
 #include <gtest/gtest.h>
 
 #include <cerrno>
+#include <cinttypes>
 #include <cstdint>
+#include <cstdio>
 #include <cstdlib>
 #include <filesystem>
+#include <functional>
 #include <optional>
 #include <string>
 #include <vector>
@@ -76,6 +80,7 @@ class FileFaultTest : public LocalStoreTest {
 
     void CheckAfter(const std::string& what) {
         calls.Heal();
+        vfs.Heal();
         Open();
         EXPECT_EQ(LocalWorkload::Check(*engine, settings, known), std::vector<std::string>())
             << what;
@@ -90,25 +95,48 @@ class FileFaultTest : public LocalStoreTest {
         Close();
     }
 
-    void Run(int error, std::uint64_t times) {
-        const std::uint64_t stride = std::getenv("BRANTEL_PROVE") != nullptr ? 1 : 5;
+    // One life for each n; `usualStride` lets most n out, unless BRANTEL_PROVE is set.
+    void RunAll(std::uint64_t usualStride, bool harmless,
+                const std::function<void(std::uint64_t n)>& inject,
+                const std::function<std::uint64_t()>& countFaults) {
+        const std::uint64_t stride = std::getenv("BRANTEL_PROVE") != nullptr ? 1 : usualStride;
+        std::uint64_t lives = 0;
+        std::uint64_t failed = 0;
         bool reached = true;
-        for (std::uint64_t n = 1; reached; n += stride) {
+        for (std::uint64_t n = 1; reached; n += stride, ++lives) {
             std::filesystem::remove_all(options.directory);
             known = {};
-            calls.Heal();
-            calls.Inject({n, times, error, std::nullopt});
+            inject(n);
             const int failures = Live(1000);
-            reached = calls.CountFaults() > 0;
-            if (error == 0 || error == EINTR) {
+            reached = countFaults() > 0;
+            failed += failures > 0 ? 1 : 0;
+            if (harmless) {
                 EXPECT_EQ(failures, 0) << "call " << n;
             }
             CheckAfter("call " + std::to_string(n));
             ASSERT_FALSE(HasFailure());
         }
+        std::printf("%" PRIu64 " lives, in %" PRIu64 " of them an operation failed\n", lives,
+                    failed);
+        EXPECT_EQ(failed == 0, harmless);
+    }
+
+    void Run(int error, std::uint64_t times) {
+        const auto inject = [&](std::uint64_t n) { calls.Inject({n, times, error, std::nullopt}); };
+        RunAll(9, error == 0 || error == EINTR, inject, [&] { return calls.CountFaults(); });
+    }
+
+    void RunInCatalogue(bool full, std::uint64_t times) {
+        options.catalogueVfs = vfs.GetName();
+        const auto inject = [&](std::uint64_t n) {
+            calls.Heal();
+            vfs.Inject({n, times, full});
+        };
+        RunAll(7, false, inject, [&] { return vfs.CountFaults(); });
     }
 
     FaultyFileCalls calls;
+    FaultyVfs vfs;
     LocalWorkload::Settings settings;
     Answered known;
 };
@@ -127,6 +155,54 @@ TEST_F(FileFaultTest, AFullMediumOnce) {
 
 TEST_F(FileFaultTest, AFullMediumForEver) {
     Run(ENOSPC, 0);
+}
+
+TEST_F(FileFaultTest, AnErrorOfTheMediumUnderTheCatalogueOnce) {
+    RunInCatalogue(false, 1);
+}
+
+TEST_F(FileFaultTest, AnErrorOfTheMediumUnderTheCatalogueForEver) {
+    RunInCatalogue(false, 0);
+}
+
+TEST_F(FileFaultTest, AFullMediumUnderTheCatalogueOnce) {
+    RunInCatalogue(true, 1);
+}
+
+TEST_F(FileFaultTest, AFullMediumUnderTheCatalogueForEver) {
+    RunInCatalogue(true, 0);
+}
+
+// While nothing more can be written, everything that was answered can be read; when there is room
+// again, the store goes on.
+TEST_F(FileFaultTest, WhatWasThereStaysReadableWhileTheMediumIsFull) {
+    for (std::uint64_t n = 1; n < 400; n += 23) {
+        std::filesystem::remove_all(options.directory);
+        known = {};
+        Open(&calls);
+        LocalWorkload workload(*engine, settings, 1000, n);
+        workload.onChange = [&](const Answered& now) { Note(now); };
+        workload.Recover(known);
+        calls.Inject({n, 0, ENOSPC, FileCall::WriteVector});
+        bool failed = false;
+        for (int step = 0; step < steps && !failed; ++step) {
+            try {
+                workload.Step();
+            } catch (const EngineError&) {
+                failed = true;
+            }
+        }
+        ASSERT_TRUE(failed || calls.CountFaults() == 0) << n;
+        EXPECT_EQ(LocalWorkload::Check(*engine, settings, known), std::vector<std::string>()) << n;
+        calls.Heal();
+        Renew(workload);
+        for (int step = 0; step < 20; ++step) {
+            workload.Step();
+        }
+        EXPECT_EQ(LocalWorkload::Check(*engine, settings, known), std::vector<std::string>()) << n;
+        Close();
+        ASSERT_FALSE(HasFailure());
+    }
 }
 
 TEST_F(FileFaultTest, ACallThatIsCutShortChangesNothing) {

@@ -2,16 +2,58 @@
 
 #include <gtest/gtest.h>
 
+#include <sys/types.h>
+#include <sys/uio.h>
+
+#include <cerrno>
 #include <cstdint>
 #include <cstdlib>
 #include <filesystem>
 #include <map>
+#include <mutex>
+#include <set>
 #include <string>
 #include <utility>
 #include <vector>
 
 namespace Brantel::Engine {
 namespace {
+
+// A medium that no longer gives one stretch of one file. Used before threads write.
+class BadSectors : public FileCalls {
+  public:
+    BadSectors(std::string file, off_t begin, off_t end)
+        : path(std::move(file)), begin(begin), end(end) {}
+
+    int Open(const char* name, int flags, mode_t mode) override {
+        const int file = FileCalls::Open(name, flags, mode);
+        const std::lock_guard lock(mutex);
+        bad.erase(file);
+        if (file >= 0 && name == path) {
+            bad.insert(file);
+        }
+        return file;
+    }
+    ssize_t ReadVector(int file, const iovec* parts, int count, off_t offset) override {
+        off_t size = 0;
+        for (int part = 0; part < count; ++part) {
+            size += static_cast<off_t>(parts[part].iov_len);
+        }
+        const std::lock_guard lock(mutex);
+        if (bad.contains(file) && offset < end && begin < offset + size) {
+            errno = EIO;
+            return -1;
+        }
+        return FileCalls::ReadVector(file, parts, count, offset);
+    }
+
+  private:
+    const std::string path;
+    const off_t begin;
+    const off_t end;
+    std::mutex mutex;
+    std::set<int> bad;  // guarded by mutex; descriptors of the file
+};
 
 // A small store with a sealed and an open segment, of which one place at a time is damaged: only
 // the chunk that is hit may be refused, and nothing wrong is ever served.
@@ -115,11 +157,18 @@ class LocalEngineDamageTest : public LocalStoreTest {
                 EXPECT_TRUE(hit) << where << ", " << chunk.parts[0] << ": " << error.what();
                 const bool vanished = error.GetKind() == EngineError::Kind::Refused;
                 EXPECT_TRUE(error.GetKind() == EngineError::Kind::Damaged ||
-                            (vanished && mayVanish))
+                            error.GetKind() == unreadable || (vanished && mayVanish))
                     << where << ": " << error.what();
             }
         }
         EXPECT_EQ(ValueOf("a") + ValueOf("b"), "12") << where;
+    }
+
+    void CheckListed(const std::vector<std::size_t>& numbers) {
+        for (const std::size_t number : numbers) {
+            ASSERT_TRUE(IsListed(chunks[number])) << number;
+            EXPECT_EQ(Read(chunks[number].segment, chunks[number].entry), chunks[number].parts);
+        }
     }
 
     bool IsListed(const Chunk& chunk) {
@@ -157,6 +206,7 @@ class LocalEngineDamageTest : public LocalStoreTest {
         }
     }
 
+    EngineError::Kind unreadable = EngineError::Kind::Damaged;  // how a bad page shows
     std::string memoryFolder;
     std::vector<Chunk> chunks;
     std::map<std::string, std::string> saved;  // path in the store -> bytes
@@ -184,6 +234,76 @@ TEST_F(LocalEngineDamageTest, AZeroedPageCostsTheChunksInIt) {
             CheckChunks(slot, page, page + ChunkLayout::unit, false);
         }
     }
+}
+
+TEST_F(LocalEngineDamageTest, APageThatCanNotBeReadCostsTheChunksInIt) {
+    Build(false);
+    unreadable = EngineError::Kind::Io;
+    for (std::uint32_t slot = 0; slot < 2; ++slot) {
+        for (std::uint32_t page = 0; page < smallSize; page += ChunkLayout::unit) {
+            Restore("", "");
+            BadSectors calls(SlotPath(slot), page, page + ChunkLayout::unit);
+            Open(&calls);
+            CheckChunks(slot, page, page + ChunkLayout::unit, false);
+            Close();
+        }
+    }
+}
+
+// Chunks of more than a page in a segment that no index tells of, each page bad in turn.
+TEST_F(LocalEngineDamageTest, AfterACrashAPageThatCanNotBeReadCostsTheChunksInIt) {
+    constexpr int count = 8;
+    Open();
+    Reserve(1);
+    engine->CreateSegment(Ring(1), 1);
+    for (int chunk = 0; chunk < count; ++chunk) {
+        Add(Ring(1), chunk * 10, {"m", Bytes(5000, static_cast<unsigned>(chunk))});
+    }
+    Write("a", "1");
+    Write("b", "2");
+    saved = ReadStore();
+    saved.erase("LOCK");
+    Close();
+    unreadable = EngineError::Kind::Io;
+    const std::uint32_t end = chunks.back().entry.offset + chunks.back().entry.length;
+    for (std::uint32_t page = 0; page < segmentSize; page += ChunkLayout::unit) {
+        Restore("", "");
+        BadSectors calls(SlotPath(0), page, page + ChunkLayout::unit);
+        Open(&calls);
+        // What is proven by no later chunk's mark alone may be cut off with its head.
+        const bool last = page + ChunkLayout::unit > chunks.back().entry.offset;
+        if (!last || page >= end) {
+            CheckChunks(0, page, page + ChunkLayout::unit, false);
+            EXPECT_EQ(Info(Ring(1)).count, static_cast<std::uint64_t>(count)) << page;
+        }
+        Close();
+        ASSERT_FALSE(HasFailure());
+    }
+}
+
+// The damaged head of a large chunk, behind which the next one lies far away.
+TEST_F(LocalEngineDamageTest, AfterACrashALostHeadOfALargeChunkCostsThatChunkAlone) {
+    constexpr std::uint32_t largeSize = 8U << 20U;
+    Open();
+    SilentProgress progress;
+    engine->Reserve({track, largeSize, 1}, progress);
+    engine->CreateSegment(Ring(1), 1);
+    Add(Ring(1), 10, {"small"});
+    Add(Ring(1), 20, {"large", Bytes(3U << 20U, 1)});
+    Add(Ring(1), 30, {"behind", Bytes(100, 2)});
+    Add(Ring(1), 40, {"last"});
+    Write("a", "1");
+    Write("b", "2");
+    saved = ReadStore();
+    saved.erase("LOCK");
+    Close();
+    std::string bytes = saved.at("tracks/7/00000.segment");
+    const std::uint32_t head = chunks[1].entry.offset;
+    bytes[head + 20] = static_cast<char>(bytes[head + 20] ^ 1);
+    Restore("tracks/7/00000.segment", bytes);
+    Open();
+    CheckListed({0, 2, 3});
+    ErrorOf(EngineError::Kind::Damaged, [this] { Read(Ring(1), Entries(Ring(1))[1]); });
 }
 
 TEST_F(LocalEngineDamageTest, AFileThatWasCutShortKeepsWhatLiesInFront) {

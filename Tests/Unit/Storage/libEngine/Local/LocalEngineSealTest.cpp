@@ -1,0 +1,116 @@
+#include "Support/FaultyFileCalls.h"
+#include "Support/LocalStoreTest.h"
+
+#include <gtest/gtest.h>
+
+#include <cerrno>
+#include <condition_variable>
+#include <mutex>
+#include <optional>
+#include <string>
+#include <vector>
+
+namespace Brantel::Engine {
+namespace {
+
+// Sealing what was appended without a flush: who goes on does not wait for the medium.
+class LocalEngineSealTest : public LocalStoreTest {
+  protected:
+    LocalEngineSealTest() {
+        Open(&calls);
+        Reserve(4);
+        engine->CreateSegment(Ring(1), 1);
+        entry = Append(Ring(1), 5, {"m", "data"});
+    }
+    ~LocalEngineSealTest() override {
+        LetFlushesGo();
+        Close();  // in front of what it calls
+    }
+
+    // Flushes of files stand still until they may go on.
+    void HoldFlushes() {
+        calls.SetHook(FileCall::FlushData, [this] {
+            std::unique_lock lock(mutex);
+            ++held;
+            changed.notify_all();
+            changed.wait(lock, [this] { return mayGo; });
+        });
+    }
+    void LetFlushesGo() {
+        const std::lock_guard lock(mutex);
+        mayGo = true;
+        changed.notify_all();
+    }
+    void WaitForFlush() {
+        std::unique_lock lock(mutex);
+        changed.wait(lock, [this] { return held > 0; });
+    }
+
+    FaultyFileCalls calls;
+    ChunkEntry entry;
+    std::mutex mutex;
+    std::condition_variable changed;
+    bool mayGo = false;  // guarded by mutex
+    int held = 0;        // guarded by mutex
+};
+
+TEST_F(LocalEngineSealTest, DoesNotWaitForTheMedium) {
+    HoldFlushes();
+    engine->Seal(Ring(1), 1, 1);
+    WaitForFlush();
+    EXPECT_TRUE(Info(Ring(1)).sealed);
+    EXPECT_EQ(Entries(Ring(1)), std::vector<ChunkEntry>{entry});
+    EXPECT_EQ(Read(Ring(1), entry)[1], "data");
+    EXPECT_TRUE(Verify(Ring(1)).empty());
+    ErrorOf(EngineError::Kind::Closed, [this] { Append(Ring(1), 50, {"m"}); });
+    engine->Seal(Ring(1), 1, 1);
+    engine->CreateSegment(Ring(2), 1);
+    Append(Ring(2), 50, {"m", "next"});
+}
+
+TEST_F(LocalEngineSealTest, IsDoneWhenTheEngineEnds) {
+    HoldFlushes();
+    engine->Seal(Ring(1), 1, 1);
+    WaitForFlush();
+    LetFlushesGo();
+    Reopen();
+    EXPECT_TRUE(Info(Ring(1)).sealed);
+    EXPECT_EQ(Entries(Ring(1)), std::vector<ChunkEntry>{entry});
+}
+
+TEST_F(LocalEngineSealTest, WaitsForTheMediumWhenTheChunksWereFlushed) {
+    Append(Ring(1), 50, {"m", "safe"}, Durability::Mode::Always);
+    const std::uint64_t before = calls.CountCalls(FileCall::FlushData);
+    engine->Seal(Ring(1), 1, 2);
+    EXPECT_EQ(calls.CountCalls(FileCall::FlushData), before + 1);  // of the footer
+}
+
+TEST_F(LocalEngineSealTest, ARemovedSegmentIsNotWrittenAnyMore) {
+    HoldFlushes();
+    engine->Seal(Ring(1), 1, 1);
+    WaitForFlush();
+    engine->RemoveSegment(Ring(1), 1);
+    for (std::uint64_t number = 2; number <= 5; ++number) {
+        engine->CreateSegment(Ring(number), 1);  // the last one takes the slot
+    }
+    const ChunkEntry other = Append(Ring(5), 60, {"m", "other"});
+    LetFlushesGo();
+    Reopen();
+    EXPECT_EQ(Read(Ring(5), other)[1], "other");
+    EXPECT_EQ(engine->ListSegments(track).size(), 4U);
+    EXPECT_TRUE(Reports().empty());
+}
+
+TEST_F(LocalEngineSealTest, AFlushThatFailsMeanwhileIsToldAndMadeGood) {
+    calls.Inject({1, 1, EIO, FileCall::FlushData});
+    engine->Seal(Ring(1), 1, 1);
+    Close();
+    ASSERT_EQ(Reports().size(), 1U);
+    EXPECT_NE(Reports()[0].find("flushing failed"), std::string::npos);
+    Open();
+    EXPECT_TRUE(Info(Ring(1)).sealed);
+    EXPECT_EQ(Read(Ring(1), entry)[1], "data");
+}
+
+}  // namespace
+}  // namespace Brantel::Engine
