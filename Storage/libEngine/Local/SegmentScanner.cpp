@@ -125,8 +125,7 @@ std::optional<SegmentScanner::Head> SegmentScanner::FindNext(BlockReader& reader
 bool SegmentScanner::IsUntouched(BlockReader& reader, std::uint32_t place) const {
     const std::uint32_t left = SegmentFormat::pageSize - place % SegmentFormat::pageSize;
     const std::string_view bytes = reader.Get(place, left).substr(0, left);
-    return left < SegmentFormat::pageSize &&
-           std::all_of(bytes.begin(), bytes.end(), [](char byte) { return byte == 0; }) &&
+    return std::all_of(bytes.begin(), bytes.end(), [](char byte) { return byte == 0; }) &&
            reader.FindUnreadable(place, place + left) == 0;
 }
 
