@@ -94,22 +94,22 @@ std::shared_ptr<LocalSegment> SlotLoader::Open(const Slot& slot, const Content& 
 
 void SlotLoader::Load(const Slot& slot) {
     const Content content = Read(slot);
+    const bool cut = content.pages.fileSize != segmentSize;
+    if (cut) {
+        context.options.report(slot->GetPath() + ": has " + std::to_string(content.pages.fileSize) +
+                               " bytes instead of " + std::to_string(segmentSize));
+    }
     if (!content.identity) {
         const bool known = content.pages.header || content.pages.footer;
-        if (content.pages.blank) {
-            blankSlots.push_back(slot);
-        } else if (known && content.pages.header && content.pages.header->identity.track == track) {
-            usedSlots.push_back(slot);
+        const bool given = content.pages.header && content.pages.header->identity.track == track;
+        if (content.pages.blank || given) {
+            (cut ? spoiltSlots : given ? usedSlots : blankSlots).push_back(slot);
         } else if (!known) {
             // It may hold chunks that somebody can still save.
             context.options.report(slot->GetPath() +
                                    ": neither header nor footer can be read, is left alone");
         }
         return;
-    }
-    if (content.pages.fileSize != segmentSize) {
-        context.options.report(slot->GetPath() + ": has " + std::to_string(content.pages.fileSize) +
-                               " bytes instead of " + std::to_string(segmentSize));
     }
     const Key key{content.identity->GetId().log, content.identity->number};
     std::uint64_t& generation = generations[key];

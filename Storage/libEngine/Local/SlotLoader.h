@@ -27,8 +27,9 @@ class SlotLoader {
     void Load(const Slot& slot);
 
     std::map<Key, std::shared_ptr<LocalSegment>> segments;
-    std::vector<Slot> usedSlots;   // free, held a segment
-    std::vector<Slot> blankSlots;  // free, never held one
+    std::vector<Slot> usedSlots;    // free, held a segment
+    std::vector<Slot> blankSlots;   // free, never held one
+    std::vector<Slot> spoiltSlots;  // hold nothing and have another size: as if they were missing
     std::uint64_t lastGeneration = 0;
 
   private:

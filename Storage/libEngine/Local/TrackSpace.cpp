@@ -44,6 +44,9 @@ void TrackSpace::Load() {
     for (const Slot& slot : list) {
         byNumber.emplace(slot->GetNumber(), slot);
     }
+    for (const Slot& slot : loader.spoiltSlots) {
+        byNumber.erase(slot->GetNumber());
+    }
     std::list<FreeSlot> free;
     for (const Slot& slot : loader.blankSlots) {
         free.push_back({slot, false});

@@ -155,7 +155,8 @@ class LocalEngineDamageTest : public LocalStoreTest {
                 EXPECT_EQ(parts, chunk.parts) << where;
             } catch (const EngineError& error) {
                 EXPECT_TRUE(hit) << where << ", " << chunk.parts[0] << ": " << error.what();
-                const bool vanished = error.GetKind() == EngineError::Kind::Refused;
+                const bool vanished = error.GetKind() == EngineError::Kind::Refused ||
+                                      error.GetKind() == EngineError::Kind::Gone;
                 EXPECT_TRUE(error.GetKind() == EngineError::Kind::Damaged ||
                             error.GetKind() == unreadable || (vanished && mayVanish))
                     << where << ": " << error.what();
@@ -310,14 +311,29 @@ TEST_F(LocalEngineDamageTest, AFileThatWasCutShortKeepsWhatLiesInFront) {
     Build(false);
     for (std::uint32_t slot = 0; slot < 2; ++slot) {
         const std::string name = "tracks/7/0000" + std::to_string(slot) + ".segment";
-        for (std::uint64_t size = ChunkLayout::segmentHeaderSize; size < smallSize; size += 37) {
+        const std::uint64_t step = std::getenv("BRANTEL_PROVE") != nullptr ? 1 : 37;
+        for (std::uint64_t size = 0; size < smallSize; size += step) {
             Restore(name, saved.at(name).substr(0, size));
+            const std::size_t before = Reports().size();
             Open();
+            EXPECT_GT(Reports().size(), before) << size;
             CheckChunks(slot, size, smallSize, true);
-            EXPECT_FALSE(Reports().empty());
             ASSERT_FALSE(HasFailure());
         }
     }
+}
+
+TEST_F(LocalEngineDamageTest, AFileThatWasCutToNothingIsMadeAgain) {
+    Build(false);
+    Restore("tracks/7/00000.segment", "");
+    Open();
+    EXPECT_EQ(Reports(), (std::vector<std::string>{
+                             SlotPath(0) + ": has 0 bytes instead of " + std::to_string(smallSize),
+                             options.directory + "/tracks/7: 1 of 2 segment files are missing"}));
+    SilentProgress progress;
+    engine->Reserve({track, smallSize, 2}, progress);
+    EXPECT_EQ(std::filesystem::file_size(SlotPath(0)), smallSize);
+    engine->CreateSegment(Held(1), 1);
 }
 
 TEST_F(LocalEngineDamageTest, AFileThatIsMissingCostsItsSegmentAlone) {
