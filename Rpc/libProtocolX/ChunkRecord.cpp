@@ -36,32 +36,30 @@ std::string TooLarge(std::uint64_t size) {
     return "the record size is " + Number(size) + ", over the limit of " + Number(sizeLimit);
 }
 
-// The two sources below have the same four operations. The parser asks for no more than Size()
-// bytes altogether; an operation that fails leaves its reason in Fault().
+// The two sources below have the same operations. The parser asks for no more than Size() bytes
+// altogether. What can't be read is zero bytes, and Fault() says why from then on; since a length
+// of 0 ends every record, the parser has nothing to test before its end.
 
 class BufferSource {
   public:
     BufferSource(const unsigned char* buffer, std::uint64_t size) : next(buffer), size(size) {}
 
     std::uint64_t Size() const { return size; }
-    const std::string& Fault() const { return fault; }
+    static std::string Fault() { return {}; }
 
-    bool Read(unsigned char* to, std::uint64_t count) {
+    void Read(unsigned char* to, std::uint64_t count) {
         std::memcpy(to, next, count);
         next += count;
-        return true;
     }
-    bool Read(std::string& to, std::uint64_t count) {
+    void Read(std::string& to, std::uint64_t count) {
         to.assign(reinterpret_cast<const char*>(next), count);
         next += count;
-        return true;
     }
     void Skip(std::uint64_t count) { next += count; }
 
   private:
     const unsigned char* next;
     const std::uint64_t size;
-    const std::string fault;
 };
 
 // Reads ahead in small pieces, so that a short field costs no system call of its own; long values
@@ -74,21 +72,22 @@ class FileSource {
     std::uint64_t Size() const { return size; }
     const std::string& Fault() const { return fault; }
 
-    bool Read(unsigned char* to, std::uint64_t count) {
+    void Read(unsigned char* to, std::uint64_t count) {
         const std::uint64_t taken = TakeBuffered(to, count);
-        if (taken == count) {
-            return true;
+        to += taken;
+        count -= taken;
+        if (count >= ahead.size()) {
+            Fetch(to, count, count);
+        } else if (count != 0) {
+            begin = 0;
+            end = Fetch(ahead.data(), count, ahead.size());
+            const std::uint64_t came = TakeBuffered(to, count);
+            std::memset(to + came, 0, count - came);
         }
-        if (count - taken >= ahead.size()) {
-            return Fetch(to + taken, count - taken, count - taken) == count - taken;
-        }
-        begin = 0;
-        end = Fetch(ahead.data(), count - taken, ahead.size());
-        return TakeBuffered(to + taken, count - taken) == count - taken;
     }
-    bool Read(std::string& to, std::uint64_t count) {
+    void Read(std::string& to, std::uint64_t count) {
         to.resize(count);
-        return Read(reinterpret_cast<unsigned char*>(to.data()), count);
+        Read(reinterpret_cast<unsigned char*>(to.data()), count);
     }
     void Skip(std::uint64_t count) {
         const std::uint64_t buffered = std::min<std::uint64_t>(count, end - begin);
@@ -113,16 +112,21 @@ class FileSource {
                 result = ::pread64(fd, to + done, most - done, static_cast<off64_t>(filePosition));
             } while (result < 0 && errno == EINTR);
             if (result <= 0) {
-                fault = result < 0 ? "reading at offset " + Number(filePosition) +
-                                         " failed: " + SystemText(errno)
-                                   : "the file was cut at offset " + Number(filePosition) +
-                                         " while it was read";
+                fault = WhyStopped(result < 0 ? errno : 0);
                 return done;
             }
             done += static_cast<std::uint64_t>(result);
             filePosition += static_cast<std::uint64_t>(result);
         }
         return done;
+    }
+
+    // `error`: the system's number, 0 at the end of the file.
+    std::string WhyStopped(int error) const {
+        if (error == 0) {
+            return "the file was cut at offset " + Number(filePosition) + " while it was read";
+        }
+        return "reading at offset " + Number(filePosition) + " failed: " + SystemText(error);
     }
 
     const int fd;
@@ -141,21 +145,15 @@ class Parser {
 
     // `keys`: the data blocks that are kept, empty for all.
     Outcome Parse(const std::set<std::string>& keys, Protocol::Chunk& chunk) {
-        static const std::set<std::string> all;
         if (source.Size() == 0) {
             return {};
         }
-        if (!ParseHeader() || !ParseTimePoint(*chunk.mutable_timecode()) ||
-            !ParseTimePoint(*chunk.mutable_duration()) ||
-            !ParseList("property", all, *chunk.mutable_properties()) ||
-            !ParseList("data block", keys, *chunk.mutable_data())) {
-            return {0, reason};
+        const bool valid = ParseHeader() && ParseContents(keys, chunk) && IsAtEnd();
+        // A fault comes first: what the parser made of the missing bytes is no reason.
+        if (!source.Fault().empty()) {
+            return {0, source.Fault()};
         }
-        if (left != 0) {
-            return {0, "the record size is " + Number(recordSize) + ", but its entries end at " +
-                           Number(recordSize - left)};
-        }
-        return {recordSize, {}};
+        return {valid ? recordSize : 0, reason};
     }
 
   private:
@@ -164,10 +162,11 @@ class Parser {
         return false;
     }
 
-    bool ReadNumber(std::uint64_t& number) {
+    std::uint64_t ReadNumber() {
+        std::uint64_t number = 0;
         left -= numberSize;
-        return source.Read(reinterpret_cast<unsigned char*>(&number), numberSize) ||
-               Fail(source.Fault());
+        source.Read(reinterpret_cast<unsigned char*>(&number), numberSize);
+        return number;
     }
 
     bool ParseHeader() {
@@ -176,10 +175,8 @@ class Parser {
             return Fail("the header needs " + Number(headerSize) + " bytes, " + Number(left) +
                         " are left");
         }
-        std::uint64_t found = 0;
-        if (!ReadNumber(recordSize) || !ReadNumber(found)) {
-            return false;
-        }
+        recordSize = ReadNumber();
+        const std::uint64_t found = ReadNumber();
         if (found != version) {
             return Fail("the version is " + Number(found) + ", only " + Number(version) +
                         " is known");
@@ -199,38 +196,49 @@ class Parser {
         return true;
     }
 
-    // Both time points and the number of properties lie within the least record size.
-    bool ParseTimePoint(Protocol::TimePoint& out) {
-        std::array<unsigned char, timePointSize> form{};
-        left -= timePointSize;
-        if (!source.Read(form.data(), form.size())) {
-            return Fail(source.Fault());
+    bool ParseContents(const std::set<std::string>& keys, Protocol::Chunk& chunk) {
+        const std::set<std::string> all;
+        ParseTimePoint(*chunk.mutable_timecode());
+        ParseTimePoint(*chunk.mutable_duration());
+        return ParseList("property", all, *chunk.mutable_properties()) &&
+               ParseList("data block", keys, *chunk.mutable_data());
+    }
+
+    bool IsAtEnd() {
+        if (left != 0) {
+            return Fail("the record size is " + Number(recordSize) + ", but its entries end at " +
+                        Number(recordSize - left));
         }
-        Time::TimePoint timePoint;
-        timePoint.Deserialize(form.data());
-        Converter::To(timePoint, out);
         return true;
     }
 
+    // Both time points and the number of properties lie within the least record size.
+    void ParseTimePoint(Protocol::TimePoint& out) {
+        std::array<unsigned char, timePointSize> form{};
+        left -= timePointSize;
+        source.Read(form.data(), form.size());
+        Time::TimePoint timePoint;
+        timePoint.Deserialize(form.data());
+        Converter::To(timePoint, out);
+    }
+
     template <typename List>
-    bool ParseList(const std::string& what, const std::set<std::string>& keys, List& list) {
-        std::uint64_t count = 0;
+    bool ParseList(const char* what, const std::set<std::string>& keys, List& list) {
         if (left < numberSize) {
-            return Fail("the " + what + " count needs " + Number(numberSize) + " bytes, " +
-                        Number(left) + " are left of the record");
+            return Fail(std::string("the ") + what + " count needs " + Number(numberSize) +
+                        " bytes, " + Number(left) + " are left of the record");
         }
-        if (!ReadNumber(count)) {
-            return false;
-        }
+        const std::uint64_t count = ReadNumber();
         const std::uint64_t most = left / leastEntrySize;
         if (count > most) {
-            return Fail("the " + what + " count is " + Number(count) + ", but the " + Number(left) +
-                        " bytes that are left of the record hold no more than " + Number(most));
+            return Fail(std::string("the ") + what + " count is " + Number(count) + ", but the " +
+                        Number(left) + " bytes that are left of the record hold no more than " +
+                        Number(most));
         }
         list.mutable_items()->Reserve(static_cast<int>(keys.empty() ? count : 0));
         for (std::uint64_t index = 0; index < count; ++index) {
             if (!ParseEntry(keys, list)) {
-                return Fail(what + " " + Number(index) + ": " + reason);
+                return Fail(std::string(what) + " " + Number(index) + ": " + reason);
             }
         }
         return true;
@@ -242,9 +250,7 @@ class Parser {
             return Fail(std::string("the ") + of + " length needs " + Number(numberSize) +
                         " bytes, " + Number(left) + " are left of the record");
         }
-        if (!ReadNumber(length)) {
-            return false;
-        }
+        length = ReadNumber();
         if (length == 0) {
             return Fail(std::string("the ") + of + " is empty");
         }
@@ -255,17 +261,20 @@ class Parser {
         return true;
     }
 
-    bool ReadBytes(std::uint64_t length, std::string& to) {
+    void ReadBytes(std::uint64_t length, std::string& to) {
         left -= length;
-        return source.Read(to, length) || Fail(source.Fault());
+        source.Read(to, length);
     }
 
     template <typename List>
     bool ParseEntry(const std::set<std::string>& keys, List& list) {
         std::uint64_t length = 0;
         std::string key;
-        if (!ParseLength("key", length) || !ReadBytes(length, key) ||
-            !ParseLength("value", length)) {
+        if (!ParseLength("key", length)) {
+            return false;
+        }
+        ReadBytes(length, key);
+        if (!ParseLength("value", length)) {
             return false;
         }
         if (!keys.empty() && keys.count(key) == 0) {
@@ -275,7 +284,8 @@ class Parser {
         }
         auto* item = list.add_items();
         item->set_key(std::move(key));
-        return ReadBytes(length, *item->mutable_value());
+        ReadBytes(length, *item->mutable_value());
+        return true;
     }
 
     Source& source;
@@ -303,9 +313,10 @@ Outcome Refused(const std::string& why) {
 
 }  // namespace
 
-Outcome ReadBuffer(const unsigned char* buffer, std::uint64_t size, Protocol::Chunk& chunk) {
+Outcome ReadBuffer(const unsigned char* buffer, std::uint64_t size,
+                   const std::set<std::string>& keys, Protocol::Chunk& chunk) {
     BufferSource source(buffer, size);
-    Outcome outcome = Parser(source).Parse({}, chunk);
+    Outcome outcome = Parser(source).Parse(keys, chunk);
     return outcome.reason.empty() ? outcome : Refused(outcome.reason);
 }
 
@@ -349,7 +360,10 @@ std::string WhyNotWritable(const Protocol::Chunk& chunk, std::uint64_t size,
         why = "the record size is " + Number(size) + ", but the buffer has room for " +
               Number(capacity);
     }
-    return why.empty() ? why : Refused(why).reason;
+    if (why.empty()) {
+        return {};
+    }
+    return Refused(why).reason;
 }
 
 }  // namespace Brantel::ProtocolX::ChunkRecord

@@ -24,13 +24,15 @@ struct Outcome {
     std::string reason;
 };
 
-// Reads the record at the start of `size` bytes into an empty `chunk`, which holds anything on
-// failure.
-Outcome ReadBuffer(const unsigned char* buffer, std::uint64_t size, Protocol::Chunk& chunk);
+// Both read into an empty `chunk`, which holds anything on failure, without the data blocks whose
+// key isn't in `keys` (empty: all).
 
-// Reads the record at the position of a regular file into an empty `chunk`, without the data blocks
-// whose key isn't in `keys` (empty: all). The position moves behind the record on success and not
-// at all otherwise.
+// Reads the record at the start of `size` bytes.
+Outcome ReadBuffer(const unsigned char* buffer, std::uint64_t size,
+                   const std::set<std::string>& keys, Protocol::Chunk& chunk);
+
+// Reads the record at the position of a regular file. The position moves behind the record on
+// success and not at all otherwise.
 Outcome ReadFile(int fd, const std::set<std::string>& keys, Protocol::Chunk& chunk);
 
 // Why a chunk can't be written as a record of `size` bytes into `capacity` bytes; empty when it

@@ -123,6 +123,9 @@ class DataChunk {
     // The record at the start of the `size` bytes at `buffer`; more may follow it.
     unsigned long TryReadFrom(const unsigned char* buffer, std::size_t size,
                               std::string* reason = nullptr);
+    // The same, with only those data blocks whose key is in `keys` (empty: all).
+    unsigned long TryReadFrom(const unsigned char* buffer, std::size_t size,
+                              const std::set<std::string>& keys, std::string* reason = nullptr);
     // The record at the position of a regular file; other descriptors are refused, because nothing
     // bounds what comes out of them. On success the position is just behind the record.
     unsigned long TryReadFrom(int fd, std::string* reason = nullptr);

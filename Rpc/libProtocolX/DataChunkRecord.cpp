@@ -270,8 +270,13 @@ unsigned long DataChunk::ReadFrom(int fd, const std::set<std::string>& keys) {
 
 unsigned long DataChunk::TryReadFrom(const unsigned char* buffer, std::size_t size,
                                      std::string* reason) {
+    return TryReadFrom(buffer, size, {}, reason);
+}
+
+unsigned long DataChunk::TryReadFrom(const unsigned char* buffer, std::size_t size,
+                                     const std::set<std::string>& keys, std::string* reason) {
     Protocol::Chunk read;
-    return Finish(ChunkRecord::ReadBuffer(buffer, size, read), *activeChunk, read, reason);
+    return Finish(ChunkRecord::ReadBuffer(buffer, size, keys, read), *activeChunk, read, reason);
 }
 
 unsigned long DataChunk::TryReadFrom(int fd, std::string* reason) {

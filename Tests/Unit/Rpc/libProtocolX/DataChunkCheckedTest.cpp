@@ -1,5 +1,6 @@
 #include "Support/RecordFile.h"
 
+#include <libProtocolX/ChunkRecord.h>
 #include <libProtocolX/Converter.h>
 #include <libProtocolX/DataChunk.h>
 
@@ -64,10 +65,10 @@ class DataChunkCheckedTest : public testing::TestWithParam<Source> {
 
     // Reads from a buffer of exactly these bytes, or from a file in which they follow others, and
     // checks what every failure leaves behind.
-    unsigned long TryRead(const std::string& bytes) {
+    unsigned long TryRead(const std::string& bytes, const Keys& keys = {}) {
         chunk = Before();
         const unsigned long size =
-            GetParam() == Source::Buffer ? TryReadBuffer(bytes) : TryReadFile(bytes);
+            GetParam() == Source::Buffer ? TryReadBuffer(bytes, keys) : TryReadFile(bytes, keys);
         EXPECT_EQ(size == 0, chunk.IsEqual(Before()));
         return size;
     }
@@ -89,16 +90,16 @@ class DataChunkCheckedTest : public testing::TestWithParam<Source> {
     std::string reason = "untouched";
 
   private:
-    unsigned long TryReadBuffer(const std::string& bytes) {
+    unsigned long TryReadBuffer(const std::string& bytes, const Keys& keys) {
         // A block of its own, so that a byte read too far is found.
         const std::vector<unsigned char> buffer(bytes.begin(), bytes.end());
-        return chunk.TryReadFrom(buffer.data(), buffer.size(), &reason);
+        return chunk.TryReadFrom(buffer.data(), buffer.size(), keys, &reason);
     }
 
-    unsigned long TryReadFile(const std::string& bytes) {
+    unsigned long TryReadFile(const std::string& bytes, const Keys& keys) {
         const RecordFile file(std::string(offset, '.') + bytes);
         file.Seek(offset);
-        const unsigned long size = chunk.TryReadFrom(file.Get(), &reason);
+        const unsigned long size = chunk.TryReadFrom(file.Get(), keys, &reason);
         EXPECT_EQ(file.Position(), offset + static_cast<off64_t>(size));
         return size;
     }
@@ -271,6 +272,24 @@ TEST_P(DataChunkCheckedTest, MarksBothListsPresent) {
                 message.has_data());
 }
 
+TEST_P(DataChunkCheckedTest, KeepsOnlyTheSelectedBlocks) {
+    DataChunk large = Sample();
+    large.SetData("long", std::string(10000, 'x'));
+    large.SetData("last", "v");
+    const std::string record = Record(large);
+    EXPECT_EQ(TryRead(record + record, {"last", "thumbnail", "none"}), record.size());
+    EXPECT_THAT(chunk.GetDataKeys(), ElementsAre("last", "thumbnail"));
+    EXPECT_EQ(chunk.GetData("last"), "v");
+    EXPECT_THAT(chunk.GetPropertyKeys(), ElementsAre("codec", "p"));
+}
+
+TEST_P(DataChunkCheckedTest, ABlockThatIsNotSelectedIsCheckedToo) {
+    const std::string record =
+        Head(66).Number(0).Number(1).Number(1).Text("k").Number(0).Text(".").Get();
+    EXPECT_EQ(TryRead(record, {"other"}), 0U);
+    EXPECT_THAT(reason, HasSubstr("data block 0: the value is empty"));
+}
+
 // Longer than what is read ahead of a file, with entries on both sides of every border.
 TEST_P(DataChunkCheckedTest, ReadsValuesOfAllSizesByteForByte) {
     DataChunk large;
@@ -305,42 +324,6 @@ TEST_F(DataChunkCheckedFileTest, RecordsThatFollowEachOtherEndWithoutAReason) {
     }
     EXPECT_EQ(count, 3);
     EXPECT_EQ(reason, "");
-}
-
-TEST_F(DataChunkCheckedFileTest, KeepsOnlyTheSelectedBlocks) {
-    DataChunk large = Sample();
-    large.SetData("long", std::string(10000, 'x'));
-    large.SetData("last", "v");
-    const std::string record = Record(large);
-    const RecordFile file(record + record);
-    EXPECT_EQ(chunk.TryReadFrom(file.Get(), Keys{"last", "thumbnail", "none"}), record.size());
-    EXPECT_THAT(chunk.GetDataKeys(), ElementsAre("last", "thumbnail"));
-    EXPECT_EQ(chunk.GetData("last"), "v");
-    EXPECT_THAT(chunk.GetPropertyKeys(), ElementsAre("codec", "p"));
-    EXPECT_EQ(file.Position(), static_cast<off64_t>(record.size()));
-}
-
-TEST_F(DataChunkCheckedFileTest, AnEmptySelectionKeepsAllBlocks) {
-    const RecordFile file(Record(Sample()));
-    EXPECT_NE(chunk.TryReadFrom(file.Get(), Keys()), 0U);
-    EXPECT_TRUE(chunk.IsEqual(Sample()));
-}
-
-TEST_F(DataChunkCheckedFileTest, ASkippedBlockIsCheckedToo) {
-    const RecordFile file(RecordBytes()
-                              .Number(66)
-                              .Number(1)
-                              .Number(0)
-                              .Number(0)
-                              .Number(0)
-                              .Number(1)
-                              .Number(1)
-                              .Text("k")
-                              .Number(0)
-                              .Text(".")
-                              .Get());
-    EXPECT_EQ(chunk.TryReadFrom(file.Get(), Keys{"other"}, &reason), 0U);
-    EXPECT_EQ(reason, "Chunk record: at offset 0: data block 0: the value is empty");
 }
 
 TEST_F(DataChunkCheckedFileTest, BehindTheEndThereIsNothing) {
@@ -444,6 +427,12 @@ TEST_F(DataChunkCheckedWriteTest, RefusesABufferThatIsOneByteTooSmall) {
                           ", but the buffer has room for " + std::to_string(size - 1));
     EXPECT_TRUE(IsUntouched());
     EXPECT_EQ(chunk.TryWrite(Bytes(buffer), size - 1), 0U);
+}
+
+TEST_F(DataChunkCheckedWriteTest, RefusesARecordOverTheLimitOfMessages) {
+    EXPECT_EQ(ChunkRecord::WhyNotWritable(Protocol::Chunk(), 2147483647, 2147483648), "");
+    EXPECT_EQ(ChunkRecord::WhyNotWritable(Protocol::Chunk(), 2147483648, 2147483648),
+              "Chunk record: the record size is 2147483648, over the limit of 2147483647");
 }
 
 TEST_F(DataChunkCheckedWriteTest, NamesTheEntryWithAnEmptyValue) {
