@@ -229,9 +229,11 @@ bool DataChunk::IsEqual(const DataChunk& other) const {
                 return chunk.GetData(key);
             };
         };
-        return SameValues(GetPropertyKeys(), other.GetPropertySize(), property(other),
-                          property(*this)) &&
-               SameValues(GetDataKeys(), other.GetDataSize(), data(other), data(*this));
+        if (!SameValues(GetPropertyKeys(), other.GetPropertySize(), property(other),
+                        property(*this))) {
+            return false;
+        }
+        return SameValues(GetDataKeys(), other.GetDataSize(), data(other), data(*this));
     } catch (const std::runtime_error& error) {
         std::cout << "DataChunk IsEqual error: " << error.what() << std::endl;
         return false;

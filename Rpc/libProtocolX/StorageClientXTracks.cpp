@@ -7,7 +7,6 @@
 #include <CommonMessages.pb.h>
 
 #include <algorithm>
-#include <array>
 #include <stdexcept>
 
 namespace Brantel::ProtocolX {
@@ -62,17 +61,18 @@ StorageClientX::WorkerInfo From(const Protocol::WorkerInfo& message) {
     return info;
 }
 
-StorageClientX::CommandInfo From(const Protocol::CommandInfo& message) {
-    constexpr std::array known{StorageClientX::FINISHED, StorageClientX::CANCELED,
-                               StorageClientX::QUEUED, StorageClientX::ONGOING};
-    StorageClientX::CommandInfo info;
-    if (message.type() >= Protocol::CommandInfo::FINISHED &&
-        message.type() <= Protocol::CommandInfo::ONGOING) {
-        info.type =
-            known[static_cast<std::size_t>(message.type() - Protocol::CommandInfo::FINISHED)];
+StorageClientX::CommandType From(Protocol::CommandInfo::Type type) {
+    switch (type) {
+        case Protocol::CommandInfo::FINISHED: return StorageClientX::FINISHED;
+        case Protocol::CommandInfo::CANCELED: return StorageClientX::CANCELED;
+        case Protocol::CommandInfo::QUEUED: return StorageClientX::QUEUED;
+        case Protocol::CommandInfo::ONGOING: return StorageClientX::ONGOING;
+        default: return StorageClientX::NOT_EXIST;
     }
-    info.progression = static_cast<long>(message.progression());
-    return info;
+}
+
+StorageClientX::CommandInfo From(const Protocol::CommandInfo& message) {
+    return {From(message.type()), static_cast<long>(message.progression())};
 }
 
 StorageClientX::TrackInfo From(const Protocol::TrackInfo& message) {
