@@ -228,8 +228,10 @@ bool FileDescriptorServiceConnection::Receive(Message& message) {
         // Lost, or stopped half-way (no memory, say): what comes next can't be followed.
         broken.store(true);
         ::shutdown(fd, SHUT_RDWR);
-        if (lost.empty()) {
-            lost = closed.load() ? "Connection closed" : Describe(failure);
+        if (lost.empty() && closed.load()) {
+            lost = "Connection closed";
+        } else if (lost.empty()) {
+            lost = Describe(failure);
         }
         throw SocketDisconnected(lost);
     }
@@ -237,9 +239,10 @@ bool FileDescriptorServiceConnection::Receive(Message& message) {
 }
 
 std::string FileDescriptorServiceConnection::Describe(const std::exception& failure) const {
-    const bool reported = dynamic_cast<const SocketDisconnected*>(&failure) != nullptr;
-    return reported ? failure.what() + WhereLost()
-                    : std::string("Connection lost in the middle of a message: ") + failure.what();
+    if (dynamic_cast<const SocketDisconnected*>(&failure) != nullptr) {
+        return failure.what() + WhereLost();
+    }
+    return std::string("Connection lost in the middle of a message: ") + failure.what();
 }
 
 // Nothing between two messages; a length that is not whole is still buffered, as a small body is.
@@ -251,23 +254,30 @@ std::string FileDescriptorServiceConnection::WhereLost() const {
                " bytes of a message";
     }
     const std::size_t came = reader->Available();
-    return came == 0 ? ""
-                     : " after " + std::to_string(came) + (came == 1 ? " byte" : " bytes") +
-                           " of a message's length";
+    if (came == 0) {
+        return {};
+    }
+    return " after " + std::to_string(came) + (came == 1 ? " byte" : " bytes") +
+           " of a message's length";
 }
 
 void FileDescriptorServiceConnection::ThrowLost() {
-    if (lost.empty()) {
-        lost = !inStep ? "Connection lost"
-               : closed.load()
-                   ? "Connection closed"
-                   : "Connection lost: " + std::system_category().message(sendError.load());
+    if (lost.empty() && !inStep) {
+        // There was no memory for the reason.
+        lost = "Connection lost";
+    } else if (lost.empty() && closed.load()) {
+        lost = "Connection closed";
+    } else if (lost.empty()) {
+        lost = "Connection lost: " + std::system_category().message(sendError.load());
     }
     throw SocketDisconnected(lost);
 }
 
 std::string FileDescriptorServiceConnection::WhyLost() const {
-    return closed.load() ? std::string() : lost;
+    if (closed.load()) {
+        return {};
+    }
+    return lost;
 }
 
 }  // namespace Brantel::Services

@@ -16,7 +16,7 @@ int SendParts(int fd, iovec* parts, std::size_t count) {
         message.msg_iovlen = count;
         const ssize_t result = ::sendmsg(fd, &message, MSG_NOSIGNAL);
         if (result < 0) {
-            if (errno == EAGAIN || errno == EWOULDBLOCK) {
+            if (errno == EAGAIN) {
                 pollfd wait{fd, POLLOUT, 0};
                 ::poll(&wait, 1, -1);
             } else if (errno != EINTR) {

@@ -43,8 +43,9 @@ bool IsNotOfThisMachine(int error) {
 }  // namespace
 
 std::vector<ListeningSocket> ListeningSocket::OnTcp(const std::string& host, unsigned short port) {
-    const std::string where = "Could not listen on " + (host.empty() ? "any address" : host) +
-                              " port " + std::to_string(port) + ": ";
+    std::string where = "Could not listen on ";
+    where += host.empty() ? "any address" : host.c_str();
+    where += " port " + std::to_string(port) + ": ";
     std::vector<SocketAddress> addresses;
     try {
         addresses = SocketAddress::Resolve(host, port, true);

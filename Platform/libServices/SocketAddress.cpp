@@ -36,7 +36,10 @@ std::string Numeric(int family, const void* address) {
 }
 
 std::string ResolveError(int result, int systemError) {
-    return result == EAI_SYSTEM ? SystemText(systemError) : gai_strerror(result);
+    if (result == EAI_SYSTEM) {
+        return SystemText(systemError);
+    }
+    return gai_strerror(result);
 }
 
 }  // namespace
@@ -167,9 +170,11 @@ std::string SocketAddress::Text() const {
     if (Family() == AF_UNIX) {
         return As<sockaddr_un>(storage).sun_path;
     }
-    const std::string host = Host();
-    const bool isIpV6 = host.find(':') != std::string::npos;
-    return (isIpV6 ? "[" + host + "]" : host) + ":" + std::to_string(Port());
+    std::string host = Host();
+    if (host.find(':') != std::string::npos) {
+        host = "[" + host + "]";
+    }
+    return host + ":" + std::to_string(Port());
 }
 
 bool SocketAddress::operator==(const SocketAddress& other) const noexcept {

@@ -29,8 +29,14 @@ void SetLocalSendBuffer(int fd) {
 // A connection to one of the machine's own network addresses stays on the machine, too.
 bool StaysOnThisMachine(int fd) {
     const SocketAddress peer = SocketAddress::OfPeer(fd);
-    return peer.IsLoopback() ||
-           (!peer.Host().empty() && peer.Host() == SocketAddress::OfSocket(fd).Host());
+    if (peer.IsLoopback()) {
+        return true;
+    }
+    const std::string host = peer.Host();
+    if (host.empty()) {
+        return false;
+    }
+    return host == SocketAddress::OfSocket(fd).Host();
 }
 
 }  // namespace

@@ -18,15 +18,11 @@ namespace {
 // Bytes for which memory is taken at once; beyond it a string doubles as it fills.
 constexpr std::size_t wholeAllocation = std::size_t{16} * 1024 * 1024;
 
-bool WouldBlock(int error) {
-    return error == EAGAIN || error == EWOULDBLOCK;
-}
-
 }  // namespace
 
 inline std::size_t SocketReader::ReceiveSome(void* target, std::size_t size) {
     long result = governor.MayPoll(memory) ? Poll(target, size) : ::recv(fd, target, size, 0);
-    if (result < 0 && (errno == EINTR || WouldBlock(errno))) {
+    if (result < 0 && (errno == EINTR || errno == EAGAIN)) {
         result = Block(target, size);
     }
     if (result <= 0) {
@@ -92,14 +88,14 @@ long SocketReader::Poll(void* target, std::size_t size) {
     // Reading the clock is cheap beside a `recv`, yet not free.
     constexpr unsigned triesPerClockReading = 4;
     long result = ::recv(fd, target, size, MSG_DONTWAIT);
-    if (result >= 0 || !WouldBlock(errno) || !governor.Enter()) {
+    if (result >= 0 || errno != EAGAIN || !governor.Enter()) {
         return result;
     }
     const std::chrono::nanoseconds budget = governor.Budget();
     const Clock::time_point start = Clock::now();
     for (unsigned tries = 1;; ++tries) {
         result = ::recv(fd, target, size, MSG_DONTWAIT);
-        if (result >= 0 || !WouldBlock(errno) ||
+        if (result >= 0 || errno != EAGAIN ||
             (tries % triesPerClockReading == 0 && Clock::now() - start >= budget)) {
             break;
         }
@@ -115,10 +111,10 @@ long SocketReader::Poll(void* target, std::size_t size) {
 long SocketReader::Block(void* target, std::size_t size) const {
     for (;;) {
         const long result = ::recv(fd, target, size, 0);
-        if (result >= 0 || (errno != EINTR && !WouldBlock(errno))) {
+        if (result >= 0 || (errno != EINTR && errno != EAGAIN)) {
             return result;
         }
-        if (WouldBlock(errno)) {
+        if (errno == EAGAIN) {
             // Somebody made the descriptor non-blocking behind our back: wait as if it were not.
             pollfd wait{fd, POLLIN, 0};
             ::poll(&wait, 1, -1);

@@ -83,9 +83,11 @@ Deadline FirstShare(const Deadline& deadline, std::size_t count) {
 }
 
 std::string Describe(int error, unsigned int timeoutMilliseconds) {
-    const bool oursEnded = error == ETIMEDOUT && timeoutMilliseconds != 0;
-    return SystemText(error) +
-           (oursEnded ? " (limit " + std::to_string(timeoutMilliseconds) + " ms)" : "");
+    std::string text = SystemText(error);
+    if (error == ETIMEDOUT && timeoutMilliseconds != 0) {
+        text += " (limit " + std::to_string(timeoutMilliseconds) + " ms)";
+    }
+    return text;
 }
 
 OwnedDescriptor ConnectToAny(const std::string& host, unsigned short port,
@@ -105,9 +107,13 @@ OwnedDescriptor ConnectToAny(const std::string& host, unsigned short port,
             PrepareTcpSocket(socket.Get());
             return socket;
         }
-        failures += (failures.empty() ? "" : "; ") +
-                    (address.Host() == host ? "" : address.Host() + ": ") +
-                    Describe(error, timeoutMilliseconds);
+        if (!failures.empty()) {
+            failures += "; ";
+        }
+        if (address.Host() != host) {
+            failures += address.Host() + ": ";
+        }
+        failures += Describe(error, timeoutMilliseconds);
     }
     throw std::runtime_error(failures);
 }

@@ -53,7 +53,8 @@ std::string FolderOf(const std::string& path) {
     if (slash == std::string::npos) {
         return ".";
     }
-    return slash == 0 ? "/" : path.substr(0, slash);
+    // The slash of the root folder is its name.
+    return path.substr(0, slash == 0 ? 1 : slash);
 }
 
 OwnedDescriptor OpenFolder(const std::string& folder) {

@@ -66,12 +66,14 @@ class ConnectionFixture : public ::testing::Test {
         Receiving& operator=(const Receiving&) = delete;
 
         pthread_t Handle() { return thread.native_handle(); }
-        void WaitUntilBlocked(long call = SYS_recvfrom) {
+        // Waits until the thread has one.
+        long Id() const {
             while (id.load() == 0) {
                 std::this_thread::yield();
             }
-            Tests::WaitUntilBlockedIn(id.load(), call);
+            return id.load();
         }
+        void WaitUntilBlocked(long call = SYS_recvfrom) { Tests::WaitUntilBlockedIn(Id(), call); }
         std::string Join() {
             if (thread.joinable()) {
                 thread.join();

@@ -1,5 +1,6 @@
 // How a connection ends, and what must not end it.
 #include "ConnectionFixture.h"
+#include "Support/InterruptingSignal.h"
 
 #include <libServices/FileDescriptorServiceConnection.h>
 
@@ -16,6 +17,7 @@ namespace {
 
 using Tests::Descriptor;
 using Tests::Frame;
+using Tests::InterruptingSignal;
 using Tests::MessageOfSize;
 using Tests::RawPeer;
 using Tests::SocketPair;
@@ -41,36 +43,6 @@ class FileDescriptorServiceConnectionLossTest : public ConnectionFixture {
         return closed + std::to_string(bytes - lengthSize) + " of " + std::to_string(size) +
                " bytes of a message";
     }
-};
-
-// A handler that does nothing but end the system call that it interrupts.
-class InterruptingSignal {
-  public:
-    explicit InterruptingSignal(int number) : number(number) {
-        struct sigaction action {};
-        action.sa_handler = [](int) { count.fetch_add(1); };
-        count.store(0);
-        ::sigaction(number, &action, &former);
-    }
-    ~InterruptingSignal() { ::sigaction(number, &former, nullptr); }
-    InterruptingSignal(const InterruptingSignal&) = delete;
-    InterruptingSignal& operator=(const InterruptingSignal&) = delete;
-
-    // Interrupts the thread in that system call, and returns when its handler has run.
-    static void Send(pthread_t thread, long id, long call) {
-        const int before = count.load();
-        Tests::WaitUntilBlockedIn(id, call);
-        ::pthread_kill(thread, SIGUSR1);
-        while (count.load() == before) {
-            std::this_thread::yield();
-        }
-    }
-
-    static inline std::atomic<int> count{0};
-
-  private:
-    int number;
-    struct sigaction former {};
 };
 
 // --- the other side ends
@@ -344,12 +316,7 @@ TEST_F(FileDescriptorServiceConnectionLossTest, SignalsDoNotEndAReceive) {
     for (const std::size_t at : {std::size_t{0}, std::size_t{1}, std::size_t{70'000}}) {
         peer.Write(frame.substr(at, at == 0 ? 1 : at == 1 ? 69'999 : 130'003));
         for (int i = 1; at < 70'000 && i <= 5; ++i) {
-            const int before = InterruptingSignal::count.load();
-            receiving.WaitUntilBlocked();
-            ::pthread_kill(receiving.Handle(), SIGUSR1);
-            while (InterruptingSignal::count.load() == before) {
-                std::this_thread::yield();
-            }
+            InterruptingSignal::Send(receiving.Handle(), receiving.Id(), SYS_recvfrom);
         }
     }
     EXPECT_EQ(receiving.Join(), "");

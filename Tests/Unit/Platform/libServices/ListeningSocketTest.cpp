@@ -13,7 +13,9 @@
 #include <fcntl.h>
 #include <netinet/in.h>
 #include <netinet/tcp.h>
+#include <sched.h>
 #include <sys/file.h>
+#include <sys/mount.h>
 #include <sys/resource.h>
 #include <sys/socket.h>
 #include <sys/stat.h>
@@ -243,6 +245,38 @@ TEST_F(ListeningUnixSocketTest, AMissingFolderIsReported) {
 
 TEST_F(ListeningUnixSocketTest, AFolderThatTakesNoFilesIsReported) {
     EXPECT_EQ("Could not listen on /proc/s: No such file or directory", ErrorOn("/proc/s"));
+}
+
+TEST_F(ListeningUnixSocketTest, AFileInTheRootFolderIsLeftAlone) {
+    EXPECT_EQ("Could not listen on /proc: the file exists and is not a socket", ErrorOn("/proc"));
+}
+
+TEST_F(ListeningUnixSocketTest, AFileThatSomebodyRemovedIsNotMissed) {
+    std::optional<ListeningSocket> socket(ListeningSocket::OnUnix(path, 0660));
+    fs::remove(path);
+    socket.reset();
+    EXPECT_FALSE(fs::exists(path));
+}
+
+TEST_F(ListeningUnixSocketTest, AFileOfAnotherFileSystemInItsPlaceIsNotTouched) {
+    constexpr int notAllowed = 77;
+    Tests::ChildProcess child([&](int) {
+        if (unshare(CLONE_NEWNS) != 0 ||
+            mount(nullptr, "/", nullptr, MS_REC | MS_PRIVATE, nullptr) != 0) {
+            return notAllowed;
+        }
+        std::optional<ListeningSocket> socket(ListeningSocket::OnUnix(path, 0660));
+        if (mount("/proc/version", path.c_str(), nullptr, MS_BIND, nullptr) != 0) {
+            return notAllowed;
+        }
+        socket.reset();
+        return fs::is_regular_file(path) ? 0 : 1;
+    });
+    const int result = child.Wait();
+    if (result == notAllowed) {
+        GTEST_SKIP() << "No right to put another file system there";
+    }
+    EXPECT_EQ(0, result);
 }
 
 TEST_F(ListeningUnixSocketTest, AnotherServersFileOfTheSameNameIsNotRemoved) {

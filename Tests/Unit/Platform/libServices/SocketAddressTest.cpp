@@ -73,7 +73,9 @@ TEST(SocketAddressTest, LoopbackAreTheAddressesThatNeverLeaveTheMachine) {
     EXPECT_TRUE(Numeric("::ffff:127.0.0.1", 1).IsLoopback());
     EXPECT_FALSE(Numeric("128.0.0.1", 1).IsLoopback());
     EXPECT_FALSE(Numeric("::ffff:192.0.2.7", 1).IsLoopback());
-    EXPECT_FALSE(Numeric("::2", 1).IsLoopback());
+    for (const char* other : {"::2", "2001::1", "0:0:1::1", "0:0:0:0:1::1"}) {
+        EXPECT_FALSE(Numeric(other, 1).IsLoopback()) << other;
+    }
 }
 
 TEST(SocketAddressTest, AUnixPathOf107BytesFits) {

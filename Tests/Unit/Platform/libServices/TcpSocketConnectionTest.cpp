@@ -272,11 +272,12 @@ class SeveralAddressesTest : public testing::Test {
   protected:
     static constexpr int notAllowed = 77;
 
-    // Gives the name "storage" two addresses, 127.0.0.2 and 127.0.0.3; returns the one that the
-    // system prefers and the other.
+    // Gives the name "storage" two addresses, 127.0.0.2 and 127.0.0.3, and the name "twice" one
+    // that is listed twice; returns the address of "storage" that the system prefers and the other.
     static std::pair<std::string, std::string> NameTwoAddresses(const std::string& folder) {
         const std::string hosts = folder + "/hosts";
-        std::ofstream(hosts) << "127.0.0.2 storage\n127.0.0.3 storage\n";
+        std::ofstream(hosts) << "127.0.0.2 storage\n127.0.0.3 storage\n"
+                             << "127.0.0.4 twice\n127.0.0.4 twice\n";
         if (unshare(CLONE_NEWNS) != 0 ||
             mount(nullptr, "/", nullptr, MS_REC | MS_PRIVATE, nullptr) != 0 ||
             mount(hosts.c_str(), "/etc/hosts", nullptr, MS_BIND, nullptr) != 0) {
@@ -324,6 +325,12 @@ TEST_F(SeveralAddressesTest, AnAddressThatDoesNotAnswerLeavesTimeForTheNext) {
         }
         const Connection client("storage", silent.Port(), 1000);
         return client.PeerGone() ? 2 : 0;
+    });
+}
+
+TEST_F(SeveralAddressesTest, AnAddressThatIsListedTwiceIsTriedOnce) {
+    InChild([](const std::string&, const std::string&) {
+        return SocketAddress::Resolve("twice", 1, false).size() == 1 ? 0 : 1;
     });
 }
 

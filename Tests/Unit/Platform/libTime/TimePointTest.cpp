@@ -1,11 +1,17 @@
+#include "Support/BlockedThread.h"
+#include "Support/InterruptingSignal.h"
+
 #include <libTime/TimePoint.h>
 
 #include <gtest/gtest.h>
 
+#include <sys/syscall.h>
 #include <unistd.h>
 
 #include <array>
+#include <csignal>
 #include <cstdint>
+#include <thread>
 
 namespace Brantel::Time {
 namespace {
@@ -108,6 +114,21 @@ TEST_F(TimePointDescriptorTest, DeserializeAtTheEndReturnsWhatCameAndZeroesTheRe
     EXPECT_EQ(read.ToNanoseconds(), 0x0107);
     EXPECT_EQ(read.Deserialize(ends[0]), 0);
     EXPECT_EQ(read.ToNanoseconds(), 0);
+}
+
+TEST_F(TimePointDescriptorTest, ASignalDoesNotEndADeserialize) {
+    const Tests::InterruptingSignal interrupting(SIGUSR1);
+    const pthread_t reader = ::pthread_self();
+    const long id = Tests::ThisThread();
+    std::thread writing([&] {
+        Tests::InterruptingSignal::Send(reader, id, SYS_read);
+        Tests::WaitUntilBlockedIn(id, SYS_read);
+        EXPECT_EQ(::write(ends[1], "\x07\0\0\0\0\0\0\0", 8), 8);
+    });
+    TimePoint read;
+    EXPECT_EQ(read.Deserialize(ends[0]), 8);
+    writing.join();
+    EXPECT_EQ(read.ToNanoseconds(), 7);
 }
 
 TEST(TimePointTest, DeserializeFromABadDescriptorReturnsMinusOne) {

@@ -383,6 +383,16 @@ TEST_F(DataChunkRecordTest, AFilteredReadOfAHugeSkippedLengthGoesBack) {
     EXPECT_EQ(file.Position(), 3);
 }
 
+// Taken for a distance, this length leads to before the file: nothing is skipped then.
+TEST_F(DataChunkRecordTest, AFilteredReadOfALengthThatNoFileHasGoesBack) {
+    const std::string record =
+        Head(999).Number(0).Number(1).Number(1).Text("k").Number(std::uint64_t{1} << 63).Get();
+    const RecordFile file("..." + record);
+    file.Seek(3);
+    EXPECT_EQ(chunk.ReadFrom(file.Get(), {"x"}), 0U);
+    EXPECT_EQ(file.Position(), 3);
+}
+
 TEST_F(DataChunkRecordTest, ADescriptorThatCantBeReadGivesZero) {
     EXPECT_EQ(chunk.ReadFrom(-1), 0U);
     EXPECT_EQ(chunk.ReadFrom(-1, {"k"}), 0U);

@@ -1,5 +1,7 @@
 #include "Unit/Rpc/libProtocolX/rpc/ServiceFixture.h"
 
+#include <libProtocolX/rpc/PartMemory.h>
+
 #include <gtest/gtest.h>
 
 #include <algorithm>
@@ -234,6 +236,13 @@ TEST_F(ServiceMemoryTest, AnAnswerThatWasReplacedByAFailureIsGivenBack) {
     WillReceive(FromText<Request>("operation: OPERATION_TrackStorage_GetTrackProperties"));
     Handle();
     EXPECT_LT(service.responseMemory.back(), 1000U);
+}
+
+TEST(PartMemoryTest, ARequestThatCallsNothingHasNoPart) {
+    Request request;
+    request.set_operation(CLOSE_CONNECTION);
+    const PartMemory memory = MemoryOf(request);
+    EXPECT_EQ(memory.lists + memory.unknownFields + memory.text, 0U);
 }
 
 }  // namespace
