@@ -100,16 +100,18 @@ def unitsOf(folders):
     return units
 
 
-def settings():
-    version = output(tidy, "--version")
-    return hashlib.sha256((version + (root / ".clang-tidy").read_text()).encode()).digest()
+def settingsOf(source, version):
+    """What decides about a source beside its text: the version of clang-tidy and the settings of the source's folders."""
+    folders = [folder for folder in reversed(source.parents) if folder.is_relative_to(root)]
+    texts = [file.read_text() for folder in folders if (file := folder / ".clang-tidy").is_file()]
+    return hashlib.sha256("".join([version, *texts]).encode()).digest()
 
 
 class Checker:
     def __init__(self, memory, changed):
         self.memory = memory
         self.changed = changed
-        self.settings = settings()
+        self.version = output(tidy, "--version")
         memory.mkdir(parents=True, exist_ok=True)
 
     def run(self, unit):
@@ -121,7 +123,7 @@ class Checker:
             if self.changed is not None and not self.reads(text, unit):
                 return unit, "unchanged", "", 0
             read = ("\0".join(unit.arguments).encode() + text).replace(os.fsencode(root), b"")
-            key = hashlib.sha256(self.settings + read).hexdigest()
+            key = hashlib.sha256(settingsOf(unit.source, self.version) + read).hexdigest()
             stamp = self.memory / key
             if stamp.exists():
                 stamp.touch()
@@ -182,7 +184,7 @@ def main():
     arguments = parser.parse_args()
 
     changed = changedFiles() if arguments.changed else None
-    if changed is not None and root / ".clang-tidy" in changed:
+    if changed is not None and any(file.name == ".clang-tidy" for file in changed):
         changed = None
     files = [file for file in treeFiles() if changed is None or file in changed]
     units = unitsOf(arguments.folders)

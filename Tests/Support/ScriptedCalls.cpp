@@ -65,7 +65,6 @@ using Brantel::Tests::Answered;
 using Brantel::Tests::SystemCall;
 
 // The linker's names for the system's functions and for those that take their place (--wrap).
-// NOLINTBEGIN(bugprone-reserved-identifier)
 extern "C" {
 
 int __real_accept4(int fd, sockaddr* address, socklen_t* size, int flags);
@@ -180,4 +179,3 @@ int __wrap_unlinkat(int folder, const char* path, int flags) {
 }
 
 }  // extern "C"
-// NOLINTEND(bugprone-reserved-identifier)
