@@ -43,6 +43,16 @@ TEST_F(FileDescriptorServiceConnectionSystemTest,
     ExpectRefused();
 }
 
+TEST_F(FileDescriptorServiceConnectionSystemTest, ASocketThatDoesNotTellItsKindIsUsedAllTheSame) {
+    Tests::SocketPair pair;
+    const ScriptedCall getsockopt(SystemCall::Getsockopt, {Fails(ENOPROTOOPT)});
+    FileDescriptorServiceConnection silent(pair.near.Take());
+    EXPECT_EQ(getsockopt.Left(), 0U);
+    EXPECT_TRUE(silent.Send(Tests::MessageOfSize(100'000)));
+    const std::string frame = Tests::Frame(Tests::MessageOfSize(100'000));
+    EXPECT_TRUE(pair.far.Read(frame.size()) == frame);
+}
+
 TEST_F(FileDescriptorServiceConnectionSystemTest, ASignalDuringAPollIsNoLoss) {
     governor.SetBudget(std::chrono::hours(1));
     peer.Write(Tests::Frame(Tests::MessageOfSize(50)));
