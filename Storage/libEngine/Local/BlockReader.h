@@ -32,7 +32,7 @@ class BlockReader {
 
     const File& file;
     const std::uint64_t size;
-    std::unique_ptr<char[]> block;
+    std::unique_ptr<char[]> block;  // NOLINT(*-avoid-c-arrays)
     std::size_t capacity = 0;
     std::uint64_t blockOffset = 0;
     std::size_t filled = 0;

@@ -19,7 +19,7 @@ constexpr std::size_t pageSize = SegmentFormat::pageSize;
 
 struct Mark {
     std::uint64_t checksum = 0;
-    char magic[8] = {};
+    char magic[8] = {};  // NOLINT(*-avoid-c-arrays): as it lies in the file
     std::uint64_t version = 0;
 };
 static_assert(sizeof(Mark) == 24);

@@ -140,7 +140,7 @@ void ReadChunkFrom(const File& file, const SegmentFormat::Identity& identity, st
     const bool small = entry.length - entry.headLength <= smallRest;
     const std::size_t size = small ? entry.length : entry.headLength;
     std::array<char, stackRoom> stack;  // NOLINT: filled by the read
-    std::unique_ptr<char[]> heap;
+    std::unique_ptr<char[]> heap;       // NOLINT(*-avoid-c-arrays)
     if (size > stack.size()) {
         heap.reset(new char[size]);  // not zeroed: filled by the read
     }

@@ -10,7 +10,7 @@
 #include <string_view>
 #include <vector>
 
-namespace Brantel::Engine {
+namespace Brantel::Engine::SegmentFormat {
 
 // The bytes of a segment file, format version 1. All numbers are little-endian, all checksums XXH3
 // with 64 bits. Files are written in whole pages of 4096 bytes; what a page holds behind the last
@@ -63,7 +63,6 @@ namespace Brantel::Engine {
 // one slot is known. The stamp is the checksum of the identity without the newest epoch: no chunk
 // that an earlier lap left in the file is ever taken for one of this. A footer that is open holds
 // for the chunks it indexes, which nothing changes; more may lie behind.
-namespace SegmentFormat {
 
 constexpr std::uint32_t version = 1;
 constexpr std::uint32_t pageSize = ChunkLayout::unit;
@@ -89,7 +88,7 @@ static_assert(sizeof(Identity) == 48);
 
 struct Header {
     std::uint64_t checksum = 0;
-    char magic[8] = {};
+    char magic[8] = {};  // NOLINT(*-avoid-c-arrays): as it lies in the file
     std::uint32_t version = 0;
     HeaderState state = HeaderState::InUse;
     Identity identity;
@@ -111,7 +110,7 @@ static_assert(sizeof(Entry) == ChunkLayout::indexEntrySize);
 
 struct Footer {
     std::uint64_t checksum = 0;
-    char magic[8] = {};
+    char magic[8] = {};  // NOLINT(*-avoid-c-arrays): as it lies in the file
     std::uint32_t version = 0;
     FooterState state = FooterState::Open;
     Identity identity;
@@ -182,5 +181,4 @@ std::optional<ChunkHead> DecodeChunk(const char* bytes, std::size_t available, s
 // Part `index` of a chunk whose head was decoded from these bytes.
 Part GetPart(const char* bytes, std::size_t index) noexcept;
 
-}  // namespace SegmentFormat
-}  // namespace Brantel::Engine
+}  // namespace Brantel::Engine::SegmentFormat

@@ -31,7 +31,7 @@ bool TryRead(const File& file, char* page, std::uint64_t offset) {
 SegmentPages ReadSegmentPages(const File& file, std::uint32_t segmentSize) {
     constexpr std::size_t pageSize = SegmentFormat::pageSize;
     // Not zeroed: filled by the reads.
-    const std::unique_ptr<char[]> both(new char[2 * pageSize]);
+    const std::unique_ptr<char[]> both(new char[2 * pageSize]);  // NOLINT(*-avoid-c-arrays)
     char* footerPage = both.get() + pageSize;
     SegmentPages pages;
     pages.fileSize = file.GetSize();
@@ -60,7 +60,8 @@ std::optional<std::vector<ChunkEntry>> ReadSegmentIndex(const File& file,
         return pages.inlineEntries;
     }
     const std::size_t size = footer.count * sizeof(SegmentFormat::Entry);
-    const std::unique_ptr<char[]> bytes(new char[size]);  // not zeroed: filled by the read
+    // NOLINTNEXTLINE(*-avoid-c-arrays): not zeroed, filled by the read
+    const std::unique_ptr<char[]> bytes(new char[size]);
     try {
         file.ReadSome(bytes.get(), size,
                       footer.identity.segmentSize - ChunkLayout::segmentTrailerSize - size);

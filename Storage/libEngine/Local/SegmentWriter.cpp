@@ -17,7 +17,7 @@ namespace {
 
 constexpr std::uint32_t pageSize = SegmentFormat::pageSize;
 constexpr std::uint32_t pageCount = 3;
-constexpr std::size_t bufferSize = pageCount * pageSize;
+constexpr std::size_t bufferSize = std::size_t{pageCount} * pageSize;
 
 constexpr std::uint32_t DownToPage(std::uint32_t offset) {
     return offset / pageSize * pageSize;
