@@ -123,6 +123,7 @@ void CallStub(const OperationRow& row, BrantelStorageApi::Stubs& stubs, const Re
             HandOver(row, response, expected);
         } else if (isResponse) {
             error = "Exception from server: " + response.exception();
+            error = error.c_str();  // what() is a text that ends at its first zero
         }
         std::string thrown;
         try {

@@ -1,6 +1,6 @@
 // The receiver against protobuf's own parser: thousands of random messages, a third of them
-// damaged, in random pieces of a socket. BRANTEL_SEED=<number> repeats a run,
-// BRANTEL_MESSAGES=<number> makes it longer.
+// damaged, in random pieces of a socket (BRANTEL_SEED=<number> repeats a run,
+// BRANTEL_MESSAGES=<number> makes it longer); and texts in every encoding and place.
 #include "Support/Frames.h"
 #include "Support/RandomMessages.h"
 #include "Support/ReferenceParser.h"
@@ -19,11 +19,14 @@
 #include <EveryField.pb.h>
 #include <EveryField3.pb.h>
 
+#include <array>
 #include <cstdlib>
 #include <iostream>
 #include <memory>
 #include <optional>
+#include <string>
 #include <thread>
+#include <utility>
 #include <vector>
 
 namespace Brantel::Services {
@@ -175,6 +178,98 @@ TEST_F(MessageReceiverTest, ParsesAsProtobufDoesWhateverComesInWhateverPieces) {
     EXPECT_GT(accepted, messages / 2);
     EXPECT_GT(refused, messages / 20);
 }
+
+// Where a text can lie in a message, and whether protobuf minds what is no UTF-8 there.
+struct TextPlace {
+    const char* name;
+    const Message* type;
+    std::vector<std::uint32_t> path;  // numbers of the fields around it, then its own
+    bool isJudged;
+};
+
+class MessageReceiverTextTest : public ::testing::TestWithParam<TextPlace> {
+  protected:
+    // The text in its place, in front of another field.
+    static std::string Placed(std::string text) {
+        const std::vector<std::uint32_t>& path = GetParam().path;
+        // Range views, which the check wants here, are not for clang 14.
+        // NOLINTNEXTLINE(modernize-loop-convert)
+        for (auto number = path.rbegin(); number != path.rend(); ++number) {
+            const std::uint64_t tag = std::uint64_t{*number} << 3U | 2U;
+            text.insert(0, Tests::Varint(tag) + Tests::Varint(text.size()));
+        }
+        return text + std::string("\xFA\x3F\x01!", 4);
+    }
+
+    // What the receiver makes of the bytes when they come in two pieces.
+    static std::optional<std::string> Received(const std::string& bytes, std::size_t cut) {
+        SocketPair pair;
+        std::thread writing([&] {
+            pair.far.WritePiece(bytes.substr(0, cut));
+            pair.far.WritePiece(bytes.substr(cut));
+        });
+        SpinGovernor governor(std::chrono::microseconds(0));
+        const int near = pair.near.Get();
+        SocketReader reader(near, governor);
+        const std::unique_ptr<Message> message(GetParam().type->New());
+        const bool valid = MessageReceiver(reader).Receive(*message, bytes.size());
+        writing.join();
+        return valid ? std::optional(Contents(*message)) : std::nullopt;
+    }
+
+    // With the character at the beginning, in the middle and at the end of a text.
+    static void Compare(std::size_t size, const std::string& character, bool isTaken) {
+        for (const std::size_t place : {std::size_t{0}, size / 2, size - character.size()}) {
+            std::string text(size, '.');
+            text.replace(place, character.size(), character);
+            const std::string bytes = Placed(text);
+            const auto expected = ContentsByProtobuf(*GetParam().type, bytes, false);
+            ASSERT_EQ(isTaken, expected.has_value());
+            // Cut in the middle of the text, often of the character.
+            EXPECT_EQ(expected, Received(bytes, bytes.size() - size / 2 - 3));
+        }
+    }
+
+    // A short text, one that may be received in place, and one that needs more than the buffer.
+    static constexpr std::array<std::size_t, 4> sizes{30, 4096, 5000, 100'000};
+};
+
+TEST_P(MessageReceiverTextTest, AnyTextIsTakenOrRefusedAsProtobufDoes) {
+    const google::protobuf::LogSilencer noLinePerBadText;
+    const std::vector<std::string> valid{"a", std::string(1, '\0'), "\xC3\xA4", "\xE2\x82\xAC",
+                                         "\xF0\x9F\x8E\xA5"};
+    // An end alone, a beginning alone, longer than needed, half of a pair of UTF-16, too high.
+    const std::vector<std::string> wrong{"\xA4", "\xC3-", "\xC0\x80", "\xED\xA0\x80",
+                                         "\xF4\x90\x80\x80"};
+    for (const std::size_t size : sizes) {
+        for (const std::string& character : valid) {
+            Compare(size, character, true);
+        }
+        for (const std::string& character : wrong) {
+            Compare(size, character, !GetParam().isJudged);
+        }
+    }
+}
+
+INSTANTIATE_TEST_SUITE_P(
+    , MessageReceiverTextTest,
+    ::testing::Values(
+        TextPlace{"Proto2", &EveryField::default_instance(), {14}, false},
+        TextPlace{"Proto2Repeated", &EveryField::default_instance(), {37}, false},
+        TextPlace{"Proto2Choice", &EveryField::default_instance(), {61}, false},
+        TextPlace{"Proto2Extension", &EveryField::default_instance(), {1002}, false},
+        TextPlace{"Proto2Key", &EveryField::default_instance(), {51, 1}, false},
+        TextPlace{"Proto2Nested", &EveryField::default_instance(), {17, 39, 18, 3}, false},
+        TextPlace{"Proto3", &Tests::EveryField3::default_instance(), {1}, true},
+        TextPlace{"Proto3Optional", &Tests::EveryField3::default_instance(), {3}, true},
+        TextPlace{"Proto3Repeated", &Tests::EveryField3::default_instance(), {7}, true},
+        TextPlace{"Proto3Choice", &Tests::EveryField3::default_instance(), {21}, true},
+        TextPlace{"Proto3Key", &Tests::EveryField3::default_instance(), {11, 1}, true},
+        TextPlace{"Proto3Value", &Tests::EveryField3::default_instance(), {11, 2}, true},
+        TextPlace{"Proto3Nested", &Tests::EveryField3::default_instance(), {9, 10, 7}, true},
+        TextPlace{"Proto3Bytes", &Tests::EveryField3::default_instance(), {2}, false},
+        TextPlace{"Unknown", &Tests::EveryField3::default_instance(), {99}, false}),
+    [](const auto& place) { return place.param.name; });
 
 }  // namespace
 }  // namespace Brantel::Services
