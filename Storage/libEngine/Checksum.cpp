@@ -1,6 +1,11 @@
 #include "Checksum.h"
 
+#ifdef __x86_64__
+// The same checksums, by the widest instructions that the processor has.
+#include <xxh_x86dispatch.h>
+#else
 #include <xxhash.h>
+#endif
 
 namespace Brantel::Engine {
 

@@ -2,7 +2,12 @@
 
 #include "Local/BlockReader.h"
 
+#ifdef __x86_64__
+// The same checksums, by the widest instructions that the processor has.
+#include <xxh_x86dispatch.h>
+#else
 #include <xxhash.h>
+#endif
 
 #include <algorithm>
 #include <memory>
