@@ -33,18 +33,24 @@ Differences Compare(const ChunkEntry& entry, const ChunkEntry& before) {
         std::uint64_t{entry.headLength} - before.headLength};
 }
 
+// Makes of an entry what is expected behind it. Field by field in place: a lookup walks through
+// many entries, and copies of whole ones are most of what that costs.
+void Expect(ChunkEntry& entry) {
+    entry.timePoint = static_cast<std::int64_t>(Expected(entry.timePoint, entry.duration));
+    ++entry.ordinal;
+    entry.offset += entry.length;
+}
+
 void Apply(const Differences& differences, ChunkEntry& entry) {
-    const ChunkEntry before = entry;
     entry.timePoint =
-        static_cast<std::int64_t>(Expected(before.timePoint, before.duration) + differences[0]);
+        static_cast<std::int64_t>(static_cast<std::uint64_t>(entry.timePoint) + differences[0]);
     entry.duration =
-        static_cast<std::int64_t>(static_cast<std::uint64_t>(before.duration) + differences[1]);
-    entry.ordinal = before.ordinal + 1 + differences[2];
-    entry.front = before.front + differences[3];
-    entry.offset =
-        static_cast<std::uint32_t>(std::uint64_t{before.offset} + before.length + differences[4]);
-    entry.length = static_cast<std::uint32_t>(before.length + differences[5]);
-    entry.headLength = static_cast<std::uint32_t>(before.headLength + differences[6]);
+        static_cast<std::int64_t>(static_cast<std::uint64_t>(entry.duration) + differences[1]);
+    entry.ordinal += differences[2];
+    entry.front += differences[3];
+    entry.offset = static_cast<std::uint32_t>(entry.offset + differences[4]);
+    entry.length = static_cast<std::uint32_t>(entry.length + differences[5]);
+    entry.headLength = static_cast<std::uint32_t>(entry.headLength + differences[6]);
 }
 
 constexpr unsigned groupBits = 7;
@@ -98,6 +104,11 @@ void EntryTable::Cursor::Next() {
 void EntryTable::Cursor::Decode() {
     const unsigned char* source = table.bytes.data() + place;
     const unsigned present = *source++;
+    Expect(entry);
+    if (present == 0) {
+        ++place;
+        return;
+    }
     Differences differences{};
     for (std::size_t field = 0; present >> field != 0; ++field) {
         if ((present >> field & 1U) != 0) {
