@@ -130,6 +130,8 @@ bool HeldPacker::FillOneSegment(const Window& window) {
     for (; next < runs.size(); ++next) {
         changed.AppendRun(runs[next]);
     }
+    // The record that names the copies must not outlive them.
+    copy.FlushTail();
     copy.SealTail();
     std::vector<Log::Run> packed = changed.GetRuns();
     recycler.WriteRecord(logs.record, packed);
