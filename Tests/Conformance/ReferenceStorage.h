@@ -89,6 +89,8 @@ class ReferenceStorage {
     std::string ExpectList(Verb verb, const Numbers& numbers, const Answer& given);
     std::string CheckSpace(std::int64_t space) const;
     std::string ListProtections() const;
+    std::string ListWorkers() const;
+    std::string DescribeWorker(std::int64_t id) const;
     std::string Inspect(std::int64_t id) const;
     std::string InspectAll() const;
 

@@ -162,42 +162,43 @@ std::string ReferenceStorage::ListProtections() const {
     return text;
 }
 
-std::string ReferenceStorage::ExpectList(Verb verb, const Numbers& numbers, const Answer& given) {
+std::string ReferenceStorage::ListWorkers() const {
+    std::map<std::int64_t, std::int64_t> all;
+    for (const auto& list : {readers, writers}) {
+        for (const Worker& worker : list) {
+            if (worker.id != 0) {
+                all[worker.id] = worker.track;
+            }
+        }
+    }
     std::string text;
+    for (const auto& [id, track] : all) {
+        text += ' ' + Text(track);
+    }
+    return KeysAsText(all) + " on" + text;
+}
+
+std::string ReferenceStorage::DescribeWorker(std::int64_t id) const {
+    for (std::size_t slot = 0; slot < slotCount && id != 0; ++slot) {
+        for (const auto* list : {&readers, &writers}) {
+            const Worker& worker = list->at(slot);
+            if (worker.id == id) {
+                return Text(id) + (list == &readers ? " READER " : " WRITER ") +
+                       Text(worker.track) + ' ' + std::to_string(100 + slot) + " 192.0.2." +
+                       std::to_string(slot) + ' ' + Text(worker.payload) + "; ";
+            }
+        }
+    }
+    return Text(id) + " NONE 0 0  0; ";
+}
+
+std::string ReferenceStorage::ExpectList(Verb verb, const Numbers& numbers, const Answer& given) {
     switch (verb) {
         case Verb::ListTracks: return KeysAsText(tracks);
         case Verb::ListProtections: return ListProtections();
-        case Verb::ListWorkers: {
-            std::map<std::int64_t, std::int64_t> all;
-            for (const auto& list : {readers, writers}) {
-                for (const Worker& worker : list) {
-                    if (worker.id != 0) {
-                        all[worker.id] = worker.track;
-                    }
-                }
-            }
-            for (const auto& [id, track] : all) {
-                text += ' ' + Text(track);
-            }
-            return KeysAsText(all) + " on" + text;
-        }
+        case Verb::ListWorkers: return ListWorkers();
         case Verb::DescribeWorkers:
-            for (const std::int64_t id : {numbers[0], std::int64_t{999999}, numbers[1]}) {
-                std::string one = Text(id) + " NONE 0 0  0; ";
-                for (std::size_t slot = 0; slot < slotCount; ++slot) {
-                    for (const auto* list : {&readers, &writers}) {
-                        const Worker& worker = list->at(slot);
-                        if (id != 0 && worker.id == id) {
-                            one = Text(id) + (list == &readers ? " READER " : " WRITER ") +
-                                  Text(worker.track) + ' ' + std::to_string(100 + slot) +
-                                  " 192.0.2." + std::to_string(slot) + ' ' + Text(worker.payload) +
-                                  "; ";
-                        }
-                    }
-                }
-                text += one;
-            }
-            return text;
+            return DescribeWorker(numbers[0]) + DescribeWorker(999999) + DescribeWorker(numbers[1]);
         case Verb::DescribeCommand: {
             const auto found = commands.find(numbers[0]);
             return found == commands.end() ? "NOT_EXIST 0" : found->second;
