@@ -6,18 +6,6 @@
 
 namespace Brantel::Engine {
 
-namespace {
-
-class DamageTexts : public IVerifyObserver {
-  public:
-    bool Report(std::uint64_t, std::uint64_t) override { return true; }
-    void OnDamage(const Damage& damage) override { texts.push_back(damage.text); }
-
-    std::vector<std::string> texts;
-};
-
-}  // namespace
-
 void AllParts::Begin(std::string_view firstPart, std::span<const std::uint32_t> sizes,
                      std::span<char*> destinations) {
     parts.assign(sizes.size(), {});

@@ -80,6 +80,15 @@ class SilentProgress : public IProgress {
     bool Report(std::uint64_t, std::uint64_t) override { return true; }
 };
 
+// Collects what a verification finds.
+class DamageTexts : public IVerifyObserver {
+  public:
+    bool Report(std::uint64_t, std::uint64_t) override { return true; }
+    void OnDamage(const Damage& damage) override { texts.push_back(damage.text); }
+
+    std::vector<std::string> texts;
+};
+
 // Collects all parts of a chunk.
 class AllParts : public IChunkSink {
   public:

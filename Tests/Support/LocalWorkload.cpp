@@ -164,6 +164,7 @@ void LocalWorkload::Recover(const Answered& known) {
                                  ", answered were " + std::to_string(known.chunks));
     }
     answered.attempted = answered.chunks;
+    answered.safe = answered.chunks;
     const std::optional<Record> record = engine.ReadRecord(recordKey);
     answered.record = record ? std::stoull(record->value) : 0;
     if (answered.record < known.record) {
@@ -211,7 +212,7 @@ void LocalWorkload::Append() {
                    open.count * ChunkLayout::indexEntrySize <=
                ChunkLayout::Usable(settings.segmentSize);
     };
-    if (!fits() || random() % 64 == 0) {
+    if (!fits() || random() % settings.sealOneIn == 0) {
         engine.Seal(segments.back().id, epoch, segments.back().count);
         NextSegment();
     }
@@ -226,6 +227,9 @@ void LocalWorkload::Append() {
     Tell();
     engine.Append(segments.back().id, epoch, entry, views, durability);
     ++answered.chunks;
+    if (durability.mode == Durability::Mode::Always) {
+        answered.safe = answered.chunks;
+    }
     ++segments.back().count;
     segments.back().end += entry.length;
     Tell();

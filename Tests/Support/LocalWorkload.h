@@ -19,6 +19,7 @@ struct Answered {
     enum class Other : std::uint64_t { None, Filled, InDoubt };
 
     std::uint64_t chunks = 0;     // of the track: ordinals below it were answered
+    std::uint64_t safe = 0;       // of them: ordinals below it survive a loss of power
     std::uint64_t front = 0;      // ordinals below it may be gone
     std::uint64_t attempted = 0;  // ordinals below it may be there
     std::uint64_t record = 0;     // the record's value is at least this
@@ -26,6 +27,13 @@ struct Answered {
     Other other = Other::None;  // the second track: none, one with a chunk, or being changed
 
     bool operator==(const Answered&) const = default;
+
+    // What is left of it when the power is lost.
+    Answered AfterPowerLoss() const {
+        Answered left = *this;
+        left.chunks = safe;
+        return left;
+    }
 };
 
 // Writes one track as a ring, in random steps, of which each chunk's content follows from its
@@ -40,6 +48,7 @@ class LocalWorkload {
         Durability durability;
         bool mixDurability = false;  // any mode for each chunk instead
         std::uint32_t maxPart = 9000;
+        unsigned sealOneIn = 64;  // chunks: a segment is sealed early
     };
 
     LocalWorkload(IEngine& engine, const Settings& settings, Epoch epoch, std::uint64_t seed);
@@ -50,6 +59,8 @@ class LocalWorkload {
     // Takes over what is there; throws std::runtime_error for what can't be. `known`: what was
     // answered so far.
     void Recover(const Answered& known);
+    // A record's change alone.
+    void WriteRecord();
     // One random operation. EngineError passes through; Recover must follow.
     void Step();
 
@@ -69,7 +80,6 @@ class LocalWorkload {
 
     void Append();
     void NextSegment();
-    void WriteRecord();
     void ChangeOther();
     void ReleaseOther();
     void Tell();

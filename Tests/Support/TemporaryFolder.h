@@ -1,5 +1,7 @@
 #pragma once
 
+#include <unistd.h>
+
 #include <cerrno>
 #include <cstdlib>
 #include <filesystem>
@@ -11,8 +13,9 @@ namespace Brantel::Tests {
 // A fresh, empty folder with a short path, removed with all it holds at the end.
 class TemporaryFolder {
   public:
-    TemporaryFolder() {
-        std::string pattern = (std::filesystem::temp_directory_path() / "brantel-XXXXXX").string();
+    TemporaryFolder() : TemporaryFolder(std::filesystem::temp_directory_path()) {}
+    explicit TemporaryFolder(const std::filesystem::path& parent) {
+        std::string pattern = (parent / "brantel-XXXXXX").string();
         if (mkdtemp(pattern.data()) == nullptr) {
             throw std::system_error(errno, std::generic_category(), "mkdtemp " + pattern);
         }
@@ -23,6 +26,12 @@ class TemporaryFolder {
     ~TemporaryFolder() {
         std::error_code ignored;
         std::filesystem::remove_all(path, ignored);
+    }
+
+    // A parent in memory where there is one, for files that need not last.
+    static std::filesystem::path InMemory() {
+        const char* memory = "/dev/shm";
+        return access(memory, W_OK) == 0 ? memory : std::filesystem::temp_directory_path();
     }
 
     std::string Path() const { return path; }

@@ -88,6 +88,7 @@ class LocalEngineKillTest : public LocalStoreTest {
                     " records answered, none lost, none invented\n",
                     cycles, durability, all.chunks, all.record);
         EXPECT_GT(all.chunks, static_cast<std::uint64_t>(cycles));
+        RecordProperty("cycles", cycles);
     }
 
     SharedAnswers answers;
