@@ -67,14 +67,14 @@ class RunTest(MadeUpTree.MadeUpTree):
         self.assertIn("run: unknown preset fast: one of dev tsan release coverage fuzz", err)
 
     def testArgumentsThatMeanNothingAreRefused(self):
-        for command in ("test", "install", "coverage"):
+        for command in ("test", "install", "coverage", "prove"):
             with self.subTest(command):
                 self.assertEqual(self.run_(command, "more")[0], 2)
 
     def testHelpNamesEveryCommand(self):
         code, out, err = self.run_("help")
         self.assertEqual((code, err), (0, ""))
-        for command in ("install", "build", "test", "demo", "bench", "fuzz", "coverage", "lint", "help"):
+        for command in ("install", "build", "test", "demo", "bench", "prove", "fuzz", "coverage", "lint", "help"):
             self.assertRegex(out, rf"(?m)^  {command}\b")
 
     def testOnlyWhatIsMissingIsInstalled(self):
@@ -139,6 +139,43 @@ class RunTest(MadeUpTree.MadeUpTree):
         self.put("fail-apt-get")
         code, out, _ = self.run_("test")
         self.assertEqual((code, out.splitlines()[-1]), (1, "32 passed, 1 failed, 0 skipped"))
+
+    def proofs(self, tests, failed=False):
+        for program in ("LocalEngineTest", "LocalEngineCrashTest"):
+            self.put(
+                f"build/release/Tests/Unit/Storage/{program}",
+                f'#!/bin/bash\necho "${{BRANTEL_PROVE:-short}}" >> calls\nprintf \'{tests}\' > "${{2#*xml:}}"\nexit {int(failed)}\n',
+                executable=True,
+            )
+
+    def testProveCountsWhatTheProofsTried(self):
+        self.proofs('<testsuite tests="2">\\n<property name="cycles" value="30"/>\\n<property name="cycles" value="12"/>\\n')
+        code, out, _ = self.run_("prove")
+        self.assertEqual(code, 0)
+        self.assertRegex(out, r"(?m)^loss of power on xfs +42  ok ")
+        self.assertEqual(self.calls().count("1"), 4)
+
+    def testTheShortFormOfProveTriesAsOftenAsTheTests(self):
+        self.proofs('<testsuite tests="2">\\n')
+        self.assertEqual(self.run_("prove", "--short")[0], 0)
+        self.assertEqual(self.calls().count("short"), 4)
+
+    def testAProofThatFailsFailsProve(self):
+        self.proofs('<testsuite tests="2">\\n', failed=True)
+        code, out, _ = self.run_("prove")
+        self.assertEqual(code, 1)
+        self.assertRegex(out, r"(?m)^killed servers +0  FAILED")
+
+    def testAProofWithoutTestsFailsProve(self):
+        self.proofs('<testsuite tests="0">\\n')
+        self.assertEqual(self.run_("prove")[0], 1)
+
+    def testASkippedProofIsSaid(self):
+        self.proofs('<testsuite tests="2">\\n<testcase result="skipped">\\n')
+        code, out, _ = self.run_("prove")
+        self.assertEqual(code, 0)
+        self.assertRegex(out, r"(?m)^loss of power on ext4 +0  SKIPPED")
+        self.assertIn("4 of these proofs were SKIPPED", out)
 
     def testFindingsOfLintFailTheRun(self):
         self.put("fail-python3")
