@@ -1,8 +1,11 @@
 #include "Support/LocalStoreTest.h"
 
+#include <cstdlib>
+#include <filesystem>
 #include <fstream>
 #include <iterator>
 #include <stdexcept>
+#include <system_error>
 
 namespace Brantel::Engine {
 
@@ -25,6 +28,22 @@ LocalStoreTest::LocalStoreTest() {
         const std::lock_guard lock(reportMutex);
         reports.push_back(text);
     };
+}
+
+LocalStoreTest::~LocalStoreTest() {
+    Close();
+    if (!memoryFolder.empty()) {
+        std::error_code ignored;
+        std::filesystem::remove_all(memoryFolder, ignored);
+    }
+}
+
+void LocalStoreTest::PlaceInMemory() {
+    std::string pattern = "/dev/shm/brantel-XXXXXX";
+    if (mkdtemp(pattern.data()) != nullptr) {
+        memoryFolder = pattern;
+        options.directory = memoryFolder + "/store";
+    }
 }
 
 void LocalStoreTest::Open(IFileCalls* calls) {

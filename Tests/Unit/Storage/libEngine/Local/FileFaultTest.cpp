@@ -26,6 +26,7 @@ class FileFaultTest : public LocalStoreTest {
     static constexpr int steps = 60;
 
     FileFaultTest() {
+        PlaceInMemory();
         settings.segmentSize = 4 * ChunkLayout::unit;
         settings.segments = 3;
         settings.maxPart = 3000;

@@ -66,19 +66,8 @@ class LocalEngineDamageTest : public LocalStoreTest {
     };
 
     LocalEngineDamageTest() {
-        // Thousands of openings: what is flushed there costs nothing.
-        if (std::filesystem::is_directory("/dev/shm")) {
-            memoryFolder = "/dev/shm/brantel-" + folder.Path().substr(folder.Path().size() - 6);
-            options.directory = memoryFolder + "/store";
-            std::filesystem::create_directory(memoryFolder);
-        }
+        PlaceInMemory();
         options.startThreads = 1;
-    }
-    ~LocalEngineDamageTest() override {
-        Close();
-        if (!memoryFolder.empty()) {
-            std::filesystem::remove_all(memoryFolder);
-        }
     }
 
     static constexpr std::uint32_t smallSize = 3 * ChunkLayout::unit;
@@ -208,7 +197,6 @@ class LocalEngineDamageTest : public LocalStoreTest {
     }
 
     EngineError::Kind unreadable = EngineError::Kind::Damaged;  // how a bad page shows
-    std::string memoryFolder;
     std::vector<Chunk> chunks;
     std::map<std::string, std::string> saved;  // path in the store -> bytes
 };

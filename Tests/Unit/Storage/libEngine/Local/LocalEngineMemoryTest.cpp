@@ -72,6 +72,7 @@ class LocalEngineMemoryTest : public LocalStoreTest {
     static void TearDownTestSuite() { FailingSqlite::Remove(); }
 
     LocalEngineMemoryTest() {
+        PlaceInMemory();
         options.startThreads = 1;
         Open();
         Reserve(6);

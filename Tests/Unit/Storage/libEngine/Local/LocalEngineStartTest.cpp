@@ -20,6 +20,8 @@ std::int64_t MillisecondsSince(Clock::time_point begin) {
 // What opening a store takes, which does not grow with the number of chunks.
 class LocalEngineStartTest : public LocalStoreTest {
   protected:
+    LocalEngineStartTest() { PlaceInMemory(); }
+
     static constexpr std::uint32_t smallSize = 3 * ChunkLayout::unit;
 
     static std::uint64_t Number(const char* variable, std::uint64_t usual) {
