@@ -1,4 +1,5 @@
 #include "Support/EngineList.h"
+#include "Support/FaultyEngine.h"
 #include "Support/LocalHarness.h"
 #include "Unit/Storage/libTracks/StorageTest.h"
 
@@ -7,7 +8,10 @@
 #include <algorithm>
 #include <cstdint>
 #include <memory>
+#include <set>
+#include <span>
 #include <string>
+#include <string_view>
 #include <vector>
 
 namespace Brantel::Tracks {
@@ -147,6 +151,23 @@ class StorageSegmentsTest : public StorageTest {
         }
         Fill(7, times, 512 - CostOf(0));
     }
+    // Protects single chunks of duration 10, ten of which each holds, ends all protections but
+    // one of `kept` again in many places, and goes on for many laps.
+    void HoldWithGaps(std::size_t kept) {
+        std::vector<long> ids;
+        FillRing(1, 128);
+        for (std::int64_t time = 1; time <= 120; ++time) {
+            ids.push_back(Protect(7, time, 0));
+        }
+        for (std::int64_t round = 0; round < 40; ++round) {
+            for (std::size_t index = 0; index + 1 < ids.size(); ++index) {
+                if (index % 40 == static_cast<std::size_t>(round) && index % kept != 0) {
+                    Unprotect(ids[index]);
+                }
+            }
+            FillRing(129 + round * 50, 129 + round * 50 + 49);
+        }
+    }
     std::size_t CountSegments() { return GetEngine().ListSegments(7).size(); }
 };
 
@@ -248,20 +269,7 @@ TEST_P(StorageSegmentsTest, AnEndedProtectionGivesItsSegmentsBack) {
 
 TEST_P(StorageSegmentsTest, AHeldLogWithGapsIsPackedWhenSegmentsRunShort) {
     Create(7, capacity);
-    std::vector<long> ids;
-    FillRing(1, 128);
-    for (std::int64_t time = 1; time <= 120; ++time) {
-        ids.push_back(Protect(7, time, 0));
-    }
-    // Chunks of duration 10 are held by ten protections each; what is left of them ends early.
-    for (std::int64_t round = 0; round < 40; ++round) {
-        for (std::size_t index = 0; index + 1 < ids.size(); ++index) {
-            if (index % 40 == static_cast<std::size_t>(round) && index % 12 != 0) {
-                Unprotect(ids[index]);
-            }
-        }
-        FillRing(129 + round * 50, 129 + round * 50 + 49);
-    }
+    HoldWithGaps(12);
     const std::uint64_t size = InfoOf(7).size();
     EXPECT_GT(size, static_cast<std::uint64_t>(capacity) - 512);
     const std::vector<std::int64_t> times = TimesOf(7);
@@ -269,6 +277,50 @@ TEST_P(StorageSegmentsTest, AHeldLogWithGapsIsPackedWhenSegmentsRunShort) {
     EXPECT_EQ(TimesOf(7), times);
     EXPECT_EQ(InfoOf(7).size(), size);
     EXPECT_EQ(size, times.size() * 512);
+}
+
+// Notes when records are written while held chunks are not flushed that these may name.
+class FlushWatch : public Engine::FaultyEngine {
+  public:
+    using FaultyEngine::FaultyEngine;
+
+    void Append(const Engine::SegmentId& id, Engine::Epoch epoch, const Engine::ChunkEntry& entry,
+                std::span<const std::string_view> parts,
+                const Engine::Durability& durability) override {
+        FaultyEngine::Append(id, epoch, entry, parts, durability);
+        if (id.log == Engine::LogKind::Held) {
+            unflushed.insert(id);
+            times.insert(entry.timePoint);
+            ++copies;
+        }
+    }
+    void Flush(const Engine::SegmentId& id) override {
+        FaultyEngine::Flush(id);
+        unflushed.erase(id);
+    }
+    bool WriteRecords(std::span<const Engine::RecordChange> changes) override {
+        early += unflushed.size();
+        return FaultyEngine::WriteRecords(changes);
+    }
+
+    std::set<Engine::SegmentId> unflushed;
+    std::set<std::int64_t> times;
+    std::size_t copies = 0;
+    std::size_t early = 0;
+};
+
+TEST_P(StorageSegmentsTest, HeldChunksAreFlushedBeforeARecordNamesTheirCopies) {
+    Close();
+    FlushWatch watch(harness->GetEngine());
+    StorageOptions options = MakeOptions();
+    options.spareSegments = 3;
+    tracks = std::make_unique<Storage>(watch, options);
+    storage = tracks->MakeTrackStorage();
+    Create(7, capacity);
+    HoldWithGaps(30);
+    EXPECT_GT(watch.copies, watch.times.size());  // some were copied again: packed
+    EXPECT_EQ(watch.early, 0U);
+    Close();
 }
 
 TEST_P(StorageSegmentsTest, AGrownTrackKeepsItsChunksAndRecyclesLater) {
