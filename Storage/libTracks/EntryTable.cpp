@@ -71,6 +71,7 @@ EntryTable::EntryTable(const std::vector<ChunkEntry>& entries) {
         Add(entry);
     }
     bytes.shrink_to_fit();
+    times.shrink_to_fit();
     blocks.shrink_to_fit();
 }
 
@@ -132,11 +133,10 @@ std::size_t EntryTable::FindAfter(std::size_t begin, std::size_t end,
     }
     // The blocks that begin within (begin, end): in front of the first one after the time point
     // lies what is looked for.
-    const auto from = blocks.begin() + static_cast<std::ptrdiff_t>(begin / blockSize + 1);
-    const auto to = blocks.begin() + static_cast<std::ptrdiff_t>((end - 1) / blockSize + 1);
-    const auto behind = std::partition_point(
-        from, to, [timePoint](const Block& block) { return block.timePoint <= timePoint; });
-    const auto block = static_cast<std::size_t>(behind - blocks.begin()) - 1;
+    const auto from = times.begin() + static_cast<std::ptrdiff_t>(begin / blockSize + 1);
+    const auto to = times.begin() + static_cast<std::ptrdiff_t>((end - 1) / blockSize + 1);
+    const auto behind = std::upper_bound(from, to, timePoint);
+    const auto block = static_cast<std::size_t>(behind - times.begin()) - 1;
     Cursor cursor(*this, std::max(begin, block * blockSize));
     while (cursor.GetIndex() < end && cursor.GetEntry().timePoint <= timePoint) {
         cursor.Next();
@@ -150,15 +150,20 @@ void EntryTable::ReserveOne() {
     if (bytes.capacity() - bytes.size() < longestEntry) {
         bytes.reserve(std::max(fewBytes, bytes.size() + bytes.size() / 2));
     }
+    const std::size_t moreBlocks = std::max(fewBlocks, blocks.size() + blocks.size() / 2);
+    if (times.size() == times.capacity()) {
+        times.reserve(moreBlocks);
+    }
     if (blocks.size() == blocks.capacity()) {
-        blocks.reserve(std::max(fewBlocks, blocks.size() + blocks.size() / 2));
+        blocks.reserve(moreBlocks);
     }
 }
 
 void EntryTable::Add(const ChunkEntry& entry) {
     ReserveOne();
     if (size % blockSize == 0) {
-        blocks.push_back(Block{entry.timePoint, durationSum, bytes.size()});
+        times.push_back(entry.timePoint);
+        blocks.push_back(Block{durationSum, bytes.size()});
         last = {};
     }
     const Differences differences = Compare(entry, last);
