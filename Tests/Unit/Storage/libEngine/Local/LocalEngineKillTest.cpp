@@ -38,6 +38,8 @@ class SharedAnswers {
 
 class LocalEngineKillTest : public LocalStoreTest {
   protected:
+    static constexpr std::uint64_t maxHeard = 16;
+
     // How often the writer is killed in each test: as BRANTEL_KILL_CYCLES says.
     static int GetCycles() {
         constexpr int usual = 70;
@@ -45,8 +47,8 @@ class LocalEngineKillTest : public LocalStoreTest {
         return wanted == nullptr ? usual : std::atoi(wanted);
     }
 
-    // A child that writes until it is killed, after a random time; every third one while it may
-    // still be opening the store.
+    // A child that writes until it is killed, a random time after a random number of operations;
+    // every third one while it may still be opening the store.
     void WriteAndKill(Epoch epoch, std::uint64_t seed) {
         const bool early = epoch % 3 == 0;
         Tests::ChildProcess child([&](int channel) {
@@ -60,13 +62,20 @@ class LocalEngineKillTest : public LocalStoreTest {
             if (!early) {
                 Tests::ChildProcess::Say(channel);
             }
-            while (true) {
+            for (std::uint64_t step = 0;; ++step) {
                 workload.Step();
+                if (!early && step < maxHeard) {
+                    Tests::ChildProcess::Say(channel);
+                }
             }
             return 0;
         });
         ASSERT_TRUE(child.Hear());
-        const timespec pause{0, static_cast<long>(random() % (early ? 16'000'000 : 8'000'000))};
+        for (std::uint64_t heard = early ? maxHeard : random() % maxHeard; heard < maxHeard;
+             ++heard) {
+            ASSERT_TRUE(child.Hear());
+        }
+        const timespec pause{0, static_cast<long>(random() % (early ? 16'000'000 : 4'000'000))};
         nanosleep(&pause, nullptr);
         kill(child.Id(), SIGKILL);
     }
