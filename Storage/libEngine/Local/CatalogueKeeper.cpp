@@ -98,7 +98,8 @@ CatalogueKeeper::Opened CatalogueKeeper::Open(bool fresh) {
         options.report(path + ": is missing");
     }
     mark = std::make_unique<CatalogueMark>(folders, options.directory + "/catalogue.mark");
-    if (mark->IsDamaged()) {
+    // Where nothing was answered yet, it is what a loss of power left of its making.
+    if (mark->IsDamaged() && !(opened && opened->content.lastVersion == 0)) {
         options.report(options.directory + "/catalogue.mark: is damaged");
     }
     if (opened && opened->content.lastVersion < mark->GetVersion()) {
