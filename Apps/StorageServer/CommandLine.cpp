@@ -171,10 +171,57 @@ CommandLine Misuse(const CLI::App& app, const std::string& reason) {
     return result;
 }
 
-}  // namespace
+// Reads the arguments; not set: they are right.
+std::optional<CommandLine> Read(CLI::App& app, const std::vector<std::string>& arguments) {
+    try {
+        app.parse(std::vector<std::string>(arguments.rbegin(), arguments.rend()));
+        return std::nullopt;
+    } catch (const CLI::Success& done) {
+        CommandLine result;
+        result.text =
+            done.get_name() == "CallForHelp" ? app.help() : std::string(done.what()) + "\n";
+        return result;
+    } catch (const CLI::ParseError& error) {
+        return Misuse(app, error.what());
+    }
+}
 
-CommandLine CommandLine::Parse(const std::vector<std::string>& arguments,
-                               const std::vector<EngineName>& engines) {
+CommandLine ParseCheck(const std::vector<std::string>& arguments) {
+    StoreJob job;
+    CLI::App app(
+        "Reads everything in a store that no server uses, changes nothing, and lists each "
+        "damaged chunk by track, time point, file and offset.\n"
+        "Exit codes: 0 all is whole, 3 something is damaged, 1 it could not be checked",
+        std::string(program) + " check");
+    app.add_option("FOLDER", job.folder, "The store")->required();
+    CommandLine result;
+    if (std::optional<CommandLine> end = Read(app, arguments)) {
+        return *std::move(end);
+    }
+    result.job = std::move(job);
+    return result;
+}
+
+CommandLine ParseRecover(const std::vector<std::string>& arguments) {
+    StoreJob job;
+    job.kind = StoreJob::Kind::Recover;
+    CLI::App app(
+        "Copies what is whole in a store that no server uses into a new one, changes "
+        "nothing in the first, and lists what is left out.\n"
+        "Exit codes: 0 everything was copied, 3 something was damaged, 1 it failed",
+        std::string(program) + " recover");
+    app.add_option("FOLDER", job.folder, "The store")->required();
+    app.add_option("NEW", job.target, "Folder of the new store, missing or empty")->required();
+    CommandLine result;
+    if (std::optional<CommandLine> end = Read(app, arguments)) {
+        return *std::move(end);
+    }
+    result.job = std::move(job);
+    return result;
+}
+
+CommandLine ParseServer(const std::vector<std::string>& arguments,
+                        const std::vector<EngineName>& engines) {
     CommandLine result;
     ServerOptions options;
     Texts texts;
@@ -182,14 +229,10 @@ CommandLine CommandLine::Parse(const std::vector<std::string>& arguments,
     app.set_version_flag("--version", std::string(program) + " " + BRANTEL_VERSION);
     DeclareListening(app, options, texts);
     DeclareStorage(app, options, texts, engines);
-    try {
-        app.parse(std::vector<std::string>(arguments.rbegin(), arguments.rend()));
-    } catch (const CLI::Success& done) {
-        result.text =
-            done.get_name() == "CallForHelp" ? app.help() : std::string(done.what()) + "\n";
-        return result;
-    } catch (const CLI::ParseError& error) {
-        return Misuse(app, error.what());
+    app.footer(std::string(program) + " check FOLDER         checks a store that no server uses\n" +
+               program + " recover FOLDER NEW   copies what is whole in it into a new one\n");
+    if (std::optional<CommandLine> end = Read(app, arguments)) {
+        return *std::move(end);
     }
     if (const std::string reason = FindContradiction(options, engines); !reason.empty()) {
         return Misuse(app, reason);
@@ -202,6 +245,20 @@ CommandLine CommandLine::Parse(const std::vector<std::string>& arguments,
     options.writesNewSpace = texts.preparation == "write";
     result.options = std::move(options);
     return result;
+}
+
+}  // namespace
+
+CommandLine CommandLine::Parse(const std::vector<std::string>& arguments,
+                               const std::vector<EngineName>& engines) {
+    const std::string first = arguments.empty() ? std::string() : arguments.front();
+    if (first == "check") {
+        return ParseCheck({arguments.begin() + 1, arguments.end()});
+    }
+    if (first == "recover") {
+        return ParseRecover({arguments.begin() + 1, arguments.end()});
+    }
+    return ParseServer(arguments, engines);
 }
 
 }  // namespace Brantel::Server

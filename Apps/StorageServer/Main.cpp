@@ -1,15 +1,18 @@
 // brantel-storaged: reads the options, builds engine, storage and listeners, and serves until a
-// signal asks for the end.
+// signal asks for the end; or checks or recovers a store that nobody serves.
 
 #include "Announcement.h"
 #include "CommandLine.h"
 #include "StopSignals.h"
 #include "StorageServer.h"
+#include "StoreJob.h"
 
 #include <libEngine/IEngine.h>
 #include <libEngine/Local/LocalEngine.h>
 #include <libEngine/Local/LocalOptions.h>
 #include <libEngine/Memory/MemoryEngine.h>
+#include <libEngine/ReadOnlyEngine.h>
+#include <libTracks/StoreFindings.h>
 
 #include <fcntl.h>
 #include <unistd.h>
@@ -102,6 +105,33 @@ void Serve(const ServerOptions& options) {
     server.Stop();
 }
 
+// The jobs are for the engine that keeps files.
+int Run(const Brantel::Server::StoreJob& job) {
+    using Brantel::Engine::LocalEngine;
+    using Brantel::Engine::LocalOptions;
+    Brantel::Tracks::StoreFindings findings(
+        [](const std::string& text) { std::printf("%s\n", text.c_str()); });
+    if (job.kind == Brantel::Server::StoreJob::Kind::Recover) {
+        job.CheckTarget();
+    }
+    LocalOptions local;
+    local.directory = job.folder;
+    local.readOnly = true;
+    local.report = [&findings](const std::string& text) { findings.Add(text); };
+    LocalEngine store(local);
+    Brantel::Engine::ReadOnlyEngine source(store);
+    if (job.kind == Brantel::Server::StoreJob::Kind::Check) {
+        return job.Check(source, findings);
+    }
+    LocalOptions made;
+    made.directory = job.target;
+    made.keepFree = 0;
+    made.preparation = LocalOptions::Preparation::Allocate;
+    made.report = &Log;
+    LocalEngine target(made);
+    return job.Recover(source, target, findings);
+}
+
 }  // namespace
 
 int main(int argc, char** argv) {
@@ -109,6 +139,9 @@ int main(int argc, char** argv) {
     try {
         const auto commandLine = Brantel::Server::CommandLine::Parse(
             std::vector<std::string>(argv + (argc > 0 ? 1 : 0), argv + argc), EngineNames());
+        if (commandLine.job) {
+            return Run(*commandLine.job);
+        }
         if (!commandLine.options) {
             std::fputs(commandLine.text.c_str(), commandLine.exitCode == 0 ? stdout : stderr);
             return commandLine.exitCode;

@@ -78,6 +78,10 @@ class IEngine {
     // an error.
     virtual std::vector<Record> ScanRecords(const std::string& prefix) = 0;
 
+    // The keys of the records that are not as they were written. Such a record can be written again
+    // or removed like any other.
+    virtual std::vector<std::string> ListDamagedRecords() { return {}; }
+
     // ---- space ----
 
     // Brings the track's space to exactly this reservation (blocks, long: the space is taken from

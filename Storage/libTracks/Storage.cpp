@@ -1,6 +1,7 @@
 #include "Storage.h"
 
 #include "StorageCore.h"
+#include "StoreRecovery.h"
 #include "TrackReader.h"
 #include "TrackStorage.h"
 #include "TrackWriter.h"
@@ -41,8 +42,10 @@ class WriterFactory : public BrantelStorageApi::ITrackWriterFactory {
 
 }  // namespace
 
-Storage::Storage(Engine::IEngine& engine, StorageOptions options)
-    : core(std::make_unique<StorageCore>(engine, std::move(options))) {}
+Storage::Storage(Engine::IEngine& engine, StorageOptions options) {
+    StoreRecovery::CheckFinished(engine);
+    core = std::make_unique<StorageCore>(engine, std::move(options));
+}
 
 Storage::~Storage() = default;
 

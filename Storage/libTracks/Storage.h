@@ -39,7 +39,7 @@ class Storage {
         const ClientConnection& connection);
 
   private:
-    const std::unique_ptr<StorageCore> core;
+    std::unique_ptr<StorageCore> core;  // constant after construction
 };
 
 }  // namespace Brantel::Tracks

@@ -2,9 +2,11 @@
 
 #include "FieldReader.h"
 #include "FieldWriter.h"
+#include "RecordRepair.h"
 #include "Track.h"
 #include "TrackRecord.h"
 
+#include <algorithm>
 #include <exception>
 #include <stdexcept>
 #include <string>
@@ -16,7 +18,7 @@ namespace Brantel::Tracks {
 namespace {
 
 constexpr std::uint8_t storeVersion = 1;
-constexpr const char* storeKey = "store";
+constexpr const char* storeKey = RecordRepair::storeKey;
 constexpr const char* trackPrefix = "track/";
 constexpr const char* protectionPrefix = "protection/";
 
@@ -34,11 +36,11 @@ class Unheard : public Engine::IProgress {
 StorageCore::StorageCore(Engine::IEngine& engine, StorageOptions givenOptions)
     : options(std::move(givenOptions)),
       geometry(options),
-      engine(engine),
+      engine(Repair(engine)),
       cache(options.entryCacheBytes),
       workers(options.clock, options.workersLimit),
       protectionIds(engine, "ids/protection"),
-      tracks(engine, cache, options, geometry, TakeEpoch(engine)),
+      tracks(engine, cache, options, geometry, TakeEpoch()),
       commands(engine, tracks, options, geometry) {
     LoadTracks();
     commands.Start();
@@ -53,17 +55,39 @@ StorageCore::~StorageCore() {
     }
 }
 
+Engine::IEngine& StorageCore::Repair(Engine::IEngine& given) const {
+    RecordRepair(given, geometry, options.log).Run();
+    return given;
+}
+
+// A store whose records are those of an earlier copy has segments with newer epochs than its
+// record.
+Engine::Epoch StorageCore::NewestEpoch() const {
+    Engine::Epoch newest = 0;
+    for (const Engine::Reservation& reservation : engine.ListReservations()) {
+        try {
+            for (const Engine::SegmentInfo& info : engine.ListSegments(reservation.track)) {
+                newest = std::max(newest, info.epoch);
+            }
+        } catch (const Engine::EngineError&) {
+            // The track can't be loaded either, and says so then.
+            continue;
+        }
+    }
+    return newest;
+}
+
 // The record "store": version (1 byte), epoch (8 bytes).
-Engine::Epoch StorageCore::TakeEpoch(Engine::IEngine& engine) {
+Engine::Epoch StorageCore::TakeEpoch() {
     const std::optional<Engine::Record> record = engine.ReadRecord(storeKey);
-    Engine::Epoch epoch = 0;
+    Engine::Epoch epoch = NewestEpoch();
     if (record) {
         FieldReader fields(record->value);
         if (const auto version = fields.Get<std::uint8_t>(); version != storeVersion) {
             throw std::runtime_error("The store has version " + std::to_string(version) +
                                      ", this server knows " + std::to_string(storeVersion));
         }
-        epoch = fields.Get<Engine::Epoch>();
+        epoch = std::max(epoch, fields.Get<Engine::Epoch>());
     }
     ++epoch;
     std::string bytes;

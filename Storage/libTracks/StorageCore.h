@@ -40,7 +40,10 @@ class StorageCore {
   private:
     using Stretches = std::map<std::int64_t, Protections::Stretch>;  // by identifier
 
-    static Engine::Epoch TakeEpoch(Engine::IEngine& engine);
+    // Makes up for lost records, before anything is read.
+    Engine::IEngine& Repair(Engine::IEngine& given) const;
+    Engine::Epoch NewestEpoch() const;
+    Engine::Epoch TakeEpoch();
     void LoadTracks();
     void LoadTrack(std::int64_t id, const TrackRecord& record, const Stretches& protections);
     void SettleReservation(std::int64_t id, const TrackRecord& record);

@@ -204,6 +204,14 @@ std::int64_t Track::GetAccumulatedDuration(std::int64_t in, std::int64_t out) {
                      }).duration);
 }
 
+bool Track::Serves(const FoundChunk& chunk) {
+    const std::optional<FoundChunk> served =
+        Ask([&chunk](const TrackIndex& index, TableSet& tables) {
+            return index.FindUpTo(chunk.entry.timePoint, tables);
+        });
+    return served && served->segment == chunk.segment && served->entry == chunk.entry;
+}
+
 std::uint64_t Track::GetCapacity() {
     const std::lock_guard lock(state.mutex);
     state.CheckUsableLocked(context.track);

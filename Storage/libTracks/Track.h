@@ -24,6 +24,8 @@ class EncodedChunk;
 // Thread-safe. Failures are std::runtime_error "Track 7: ..." and change nothing.
 class Track {
   public:
+    using Properties = std::map<std::string, std::string>;
+
     explicit Track(const TrackContext& context);
 
     std::int64_t GetId() const { return context.track; }
@@ -67,6 +69,9 @@ class Track {
     // Saturates at the largest count.
     std::int64_t GetAccumulatedDuration(std::int64_t in, std::int64_t out);
     std::uint64_t GetCapacity();
+    // Whether this very chunk is what a reader gets at its time point: not one that was recycled or
+    // copied elsewhere.
+    bool Serves(const FoundChunk& chunk);
     void Describe(Protocol::TrackInfo& info);
 
     // Waits for a chunk after `timePoint`. Throws when `isGone` says so or the server stops.
@@ -94,9 +99,10 @@ class Track {
         return "properties/" + std::to_string(track);
     }
 
-  private:
-    using Properties = std::map<std::string, std::string>;
+    // The value of the record with that key.
+    static std::string EncodeProperties(const Properties& properties);
 
+  private:
     template <typename Find>
     bool Read(Find find, const Protocol::KeyList& keys, Protocol::Chunk& chunk,
               std::uint64_t& payload);

@@ -62,6 +62,12 @@ Engine::Reservation TrackGeometry::Reserve(std::int64_t track, std::uint64_t cap
     return {track, segmentSize, full + spareSegments};
 }
 
+std::uint64_t TrackGeometry::CapacityOf(const Engine::Reservation& reservation) const {
+    const std::uint64_t full =
+        reservation.segmentCount - std::min(spareSegments, reservation.segmentCount - 1);
+    return full * ChunkLayout::Usable(reservation.segmentSize);
+}
+
 std::uint64_t TrackGeometry::LargestCapacity(std::uint64_t available) const {
     // Segments grow with the capacity, so what is taken does not rise evenly; what is found here
     // fits, and differs from the very largest by less than one segment.

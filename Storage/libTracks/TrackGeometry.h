@@ -26,6 +26,9 @@ class TrackGeometry {
     Engine::Reservation Reserve(std::int64_t track, std::uint64_t capacity,
                                 std::uint32_t segmentSize) const;
 
+    // The largest capacity for which this is reserved.
+    std::uint64_t CapacityOf(const Engine::Reservation& reservation) const;
+
     // The largest capacity of a new track that fits into this space, 0: none.
     std::uint64_t LargestCapacity(std::uint64_t available) const;
 

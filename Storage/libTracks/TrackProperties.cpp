@@ -14,18 +14,6 @@ namespace {
 
 constexpr std::uint8_t version = 1;
 
-std::string Encode(const std::map<std::string, std::string>& properties) {
-    std::string bytes;
-    FieldWriter fields(bytes);
-    fields.Put(version);
-    fields.Put(static_cast<std::uint32_t>(properties.size()));
-    for (const auto& [key, value] : properties) {
-        fields.PutText(key);
-        fields.PutText(value);
-    }
-    return bytes;
-}
-
 std::map<std::string, std::string> Decode(std::string_view bytes) {
     FieldReader fields(bytes);
     if (const auto found = fields.Get<std::uint8_t>(); found != version) {
@@ -41,6 +29,18 @@ std::map<std::string, std::string> Decode(std::string_view bytes) {
 }
 
 }  // namespace
+
+std::string Track::EncodeProperties(const Properties& properties) {
+    std::string bytes;
+    FieldWriter fields(bytes);
+    fields.Put(version);
+    fields.Put(static_cast<std::uint32_t>(properties.size()));
+    for (const auto& [key, value] : properties) {
+        fields.PutText(key);
+        fields.PutText(value);
+    }
+    return bytes;
+}
 
 TrackSettings Track::MakeSettings(const Properties& properties) const {
     TrackSettings settings;
@@ -110,7 +110,7 @@ void Track::Replace(Properties properties) {
     } catch (const std::runtime_error& error) {
         throw TrackError(context.track, error.what());
     }
-    const std::string bytes = Encode(properties);
+    const std::string bytes = EncodeProperties(properties);
     if (bytes.size() > context.options.propertiesLimitBytes) {
         throw TrackError(context.track, "properties of " + std::to_string(bytes.size()) +
                                             " bytes are over the limit of " +

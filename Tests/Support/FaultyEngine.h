@@ -64,6 +64,7 @@ class FaultyEngine : public IEngine {
     std::optional<Record> ReadRecord(const std::string& key) override;
     bool WriteRecords(std::span<const RecordChange> changes) override;
     std::vector<Record> ScanRecords(const std::string& prefix) override;
+    std::vector<std::string> ListDamagedRecords() override { return inner.ListDamagedRecords(); }
     void Reserve(const Reservation& reservation, IProgress& progress) override;
     void Release(TrackId track, IProgress& progress) override;
     std::vector<Reservation> ListReservations() override;

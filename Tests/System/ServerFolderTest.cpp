@@ -185,6 +185,23 @@ TEST_F(ServerFolderTest, ASymbolicLinkInPlaceOfTheFolderIsRefused) {
     EXPECT_THAT(RefusalOf(link), HasSubstr(link + ": is a symbolic link; name the store itself"));
 }
 
+TEST_F(ServerFolderTest, AStoreOfANewerVersionIsRefusedAndLeftAsItIs) {
+    Start();
+    ASSERT_EQ(server->Stop(), 0);
+    // Where an SQLite database has its user_version, big-endian.
+    constexpr std::streamoff place = 60;
+    const std::string path = data + "/catalogue.sqlite";
+    {
+        std::fstream file(path, std::ios::in | std::ios::out | std::ios::binary);
+        file.seekp(place);
+        file.write("\0\0\0\2", 4);
+    }
+    const std::string before = ReadFile(path);
+    EXPECT_THAT(RefusalOf(data), HasSubstr(path + ": has format version 2, this program knows up "
+                                                  "to 1"));
+    EXPECT_EQ(ReadFile(path), before);
+}
+
 TEST_F(ServerFolderTest, AFolderOfSomebodyElseIsRefused) {
     if (geteuid() != 0) {
         GTEST_SKIP() << "SKIPPED: only root can give a folder to somebody else";

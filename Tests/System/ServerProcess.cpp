@@ -107,9 +107,9 @@ std::unique_ptr<StorageClientX> ServerProcess::ConnectOverTcp() const {
     return client;
 }
 
-long CreateTrack(StorageClientX& client) {
+long CreateTrack(StorageClientX& client, long size) {
     StorageClientX::TrackParameters wanted;
-    wanted.size = 16L << 20U;
+    wanted.size = size;
     const StorageClientX::TrackParameters track = client.CreateTrack(wanted);
     if (!Eventually([&] {
             return client.GetCommandInfo(track.commandId).type == StorageClientX::FINISHED;

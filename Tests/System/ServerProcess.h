@@ -52,8 +52,8 @@ class ServerProcess {
     unsigned short port = 0;
 };
 
-// A new track of 16 MiB, whose command has finished.
-long CreateTrack(ProtocolX::StorageClientX& client);
+// A new track of this many bytes, whose command has finished.
+long CreateTrack(ProtocolX::StorageClientX& client, long size = 16L << 20U);
 
 // Appends a chunk of 1 ns with one data block.
 void AppendChunk(ProtocolX::StorageClientX& client, long track, long nanoseconds,

@@ -78,6 +78,11 @@ std::vector<Record> Catalogue::Scan(const std::string& prefix) const {
     return found;
 }
 
+std::vector<std::string> Catalogue::ListDamaged() const {
+    const std::lock_guard lock(mutex);
+    return {damaged.begin(), damaged.end()};
+}
+
 std::vector<StoredReservation> Catalogue::ListReservations() const {
     const std::lock_guard lock(mutex);
     std::vector<StoredReservation> list;

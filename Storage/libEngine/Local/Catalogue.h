@@ -35,6 +35,7 @@ class Catalogue {
     std::optional<Record> Read(const std::string& key) const;
     bool Write(std::span<const RecordChange> changes);
     std::vector<Record> Scan(const std::string& prefix) const;
+    std::vector<std::string> ListDamaged() const;
 
     std::vector<StoredReservation> ListReservations() const;
     void WriteReservation(const StoredReservation& stored);

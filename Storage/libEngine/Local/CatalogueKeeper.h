@@ -44,6 +44,9 @@ class CatalogueKeeper {
     // reported: the change itself is safe.
     void NoteAnswered(std::uint64_t version) noexcept;
 
+    // Reports a damaged copy.
+    void CheckCopy() const { LoadCopy(); }
+
     // Replaces the copy by what the catalogue holds now.
     void Copy(CatalogueFile& file) const;
     // Flushes and closes it, after a `copy` if it is due, and keeps the room that it may need on a

@@ -49,7 +49,7 @@ std::shared_ptr<File> SlotFile::Open() {
             return file;
         }
     }
-    auto opened = std::make_shared<File>(cache.calls, path, O_RDWR);
+    auto opened = std::make_shared<File>(cache.calls, path, cache.readOnly ? O_RDONLY : O_RDWR);
     opened->ExpectRandomReads();
     {
         const std::lock_guard lock(mutex);

@@ -18,7 +18,8 @@ class SlotFile;
 // or read just now. Thread-safe; must outlive its SlotFiles.
 class FileCache {
   public:
-    FileCache(IFileCalls& calls, std::size_t limit) : calls(calls), limit(limit) {}
+    FileCache(IFileCalls& calls, std::size_t limit, bool readOnly)
+        : calls(calls), limit(limit), readOnly(readOnly) {}
 
   private:
     friend class SlotFile;
@@ -28,6 +29,7 @@ class FileCache {
 
     IFileCalls& calls;
     const std::size_t limit;
+    const bool readOnly;
     std::atomic<std::uint64_t> clock = 0;  // counts the files that were opened
     std::mutex mutex;
     std::vector<SlotFile*> files;  // guarded by mutex; those that may hold an open file

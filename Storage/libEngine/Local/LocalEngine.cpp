@@ -25,6 +25,10 @@ std::vector<Record> LocalEngine::ScanRecords(const std::string& prefix) {
     return store->GetCatalogue().Scan(prefix);
 }
 
+std::vector<std::string> LocalEngine::ListDamagedRecords() {
+    return store->GetCatalogue().ListDamaged();
+}
+
 void LocalEngine::Reserve(const Reservation& reservation, IProgress& progress) {
     constexpr std::uint64_t maxSegmentCount = 1U << 24U;
     if (reservation.segmentSize % ChunkLayout::unit != 0 ||

@@ -18,6 +18,9 @@ struct LocalOptions {
     };
 
     std::string directory;
+    // Nothing in the folder is changed: what is written to the catalogue lands in a copy of it and
+    // is forgotten at the end, and whatever would change a segment fails.
+    bool readOnly = false;
     std::uint64_t limit = 0;  // bytes that can be reserved; 0: what the medium has
     // Bytes of the medium that no reservation takes.
     std::uint64_t keepFree = std::uint64_t{256} << 20U;

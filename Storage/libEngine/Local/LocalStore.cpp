@@ -48,9 +48,10 @@ LocalStore::LocalStore(const LocalOptions& wanted, IFileCalls* givenCalls)
     : options(Complete(wanted)),
       folders(givenCalls != nullptr ? *givenCalls : static_cast<IFileCalls&>(ownCalls)),
       folder(folders, options),
-      keeper(folders, options),
+      scratch(options.readOnly ? std::make_unique<CatalogueScratch>(options) : nullptr),
+      keeper(folders, scratch ? scratch->GetOptions() : options),
       budget(folders, options.directory, options.limit, options.keepFree),
-      cache(folders.GetCalls(), options.openFiles),
+      cache(folders.GetCalls(), options.openFiles, options.readOnly),
       timer(std::make_unique<FlushTimer>(options.flushThreads)),
       sealer(std::make_unique<FlushTimer>(options.sealThreads)) {
     CatalogueKeeper::Opened opened = keeper.Open(folder.IsFresh());
@@ -59,6 +60,9 @@ LocalStore::LocalStore(const LocalOptions& wanted, IFileCalls* givenCalls)
     folder.SetComplete();
     context = std::make_unique<LocalContext>(
         LocalContext{options, folders, folder.GetTracksFolder(), *catalogue, cache, budget});
+    if (options.readOnly) {
+        keeper.CheckCopy();
+    }
     AdoptTracks(opened.restored);
     LoadTracks();
 }

@@ -2,6 +2,7 @@
 
 #include "Local/Catalogue.h"
 #include "Local/CatalogueKeeper.h"
+#include "Local/CatalogueScratch.h"
 #include "Local/FileCache.h"
 #include "Local/FileCalls.h"
 #include "Local/FlushTimer.h"
@@ -57,6 +58,7 @@ class LocalStore {
     FileCalls ownCalls;
     const FolderCalls folders;
     StoreFolder folder;
+    const std::unique_ptr<CatalogueScratch> scratch;  // only when nothing may be changed
     CatalogueKeeper keeper;
     std::unique_ptr<Catalogue> catalogue;
     SpaceBudget budget;

@@ -143,7 +143,7 @@ std::vector<SlotFolder::Slot> SlotFolder::List() const {
         const std::optional<std::uint32_t> number = NumberOf(name);
         if (number) {
             slots.push_back(std::make_shared<SlotFile>(context.cache, path + "/" + name, *number));
-        } else if (name.ends_with(unfinishedEnding)) {
+        } else if (name.ends_with(unfinishedEnding) && !context.options.readOnly) {
             context.folders.RemoveFile(path + "/" + name);
         }
     }

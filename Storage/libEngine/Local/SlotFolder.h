@@ -34,7 +34,8 @@ class SlotFolder {
 
     SlotFolder(const LocalContext& context, TrackId track);
 
-    // The slots that are there, by number; removes what was never finished.
+    // The slots that are there, by number; removes what was never finished, unless nothing may be
+    // changed.
     std::vector<Slot> List() const;
 
     // Makes slots with these numbers, all or none, each counted as taken from the budget. Throws

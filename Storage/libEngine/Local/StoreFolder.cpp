@@ -53,7 +53,9 @@ StoreFolder::StoreFolder(const FolderCalls& folders, const LocalOptions& options
     if (fresh) {
         CheckNames();
     }
-    folders.MakeFolder(GetTracksFolder());
+    if (!options.readOnly) {
+        folders.MakeFolder(GetTracksFolder());
+    }
     CheckOwner(GetTracksFolder(), true);
     CheckOwner(folder + "/catalogue.sqlite", false);
 }
@@ -86,20 +88,40 @@ void StoreFolder::CheckFolder() const {
         Refuse("''", "is no name of a folder for a store");
     }
     CheckOwner(folder, true);
+    if (options.readOnly) {
+        if (!folders.GetStatus(folder)) {
+            Refuse(folder, "does not exist");
+        }
+        return;
+    }
     folders.MakeFolder(folder);
     CheckOwner(folder, true);
+}
+
+std::unique_ptr<File> StoreFolder::OpenLock(const std::string& path) const {
+    if (!options.readOnly) {
+        return std::make_unique<File>(folders.GetCalls(), path, O_RDWR | O_CREAT);
+    }
+    return folders.GetStatus(path) ? std::make_unique<File>(folders.GetCalls(), path, O_RDONLY)
+                                   : nullptr;
 }
 
 void StoreFolder::TakeLock() {
     const std::string path = folder + "/LOCK";
     CheckOwner(path, false);
-    lock = std::make_unique<File>(folders.GetCalls(), path, O_RDWR | O_CREAT);
+    lock = OpenLock(path);
+    if (!lock) {
+        return;  // no server has ever opened this folder
+    }
     std::array<char, 24> holder{};
     if (!lock->TryLock()) {
         lock->ReadSome(holder.data(), holder.size() - 1, 0);
         const std::string_view text(holder.data());
         Refuse(folder, "is in use by another server, process " +
                            std::string(text.substr(0, text.find_first_of(" \n"))));
+    }
+    if (options.readOnly) {
+        return;
     }
     // Always the same size, so that it can be written on a full medium.
     std::snprintf(holder.data(), holder.size(), "%-22lld\n", static_cast<long long>(getpid()));
@@ -111,6 +133,9 @@ void StoreFolder::CheckFormat() {
     if (!folders.GetStatus(formatPath)) {
         fresh = true;
         formatMissing = true;
+        if (options.readOnly) {
+            CheckUnknownFormat();
+        }
         return;
     }
     std::array<char, maxFormatSize> bytes{};
@@ -127,6 +152,17 @@ void StoreFolder::CheckFormat() {
     }
 }
 
+void StoreFolder::CheckUnknownFormat() {
+    const bool holdsTracks = !folders.List(GetTracksFolder()).empty();
+    if (!holdsTracks && !folders.GetStatus(folder + "/catalogue.sqlite")) {
+        Refuse(folder, "is no store");
+    }
+    if (holdsTracks) {
+        fresh = false;
+        options.report(formatPath + ": is missing");
+    }
+}
+
 void StoreFolder::CheckNames() const {
     for (const std::string& name : folders.List(folder)) {
         const bool ours = name == "LOCK" || name == "FORMAT.new" || name == "tracks" ||
@@ -138,7 +174,7 @@ void StoreFolder::CheckNames() const {
 }
 
 void StoreFolder::SetComplete() {
-    if (formatMissing) {
+    if (formatMissing && !options.readOnly) {
         folders.WriteFile(formatPath, FormatLine(SegmentFormat::version));
         formatMissing = false;
     }

@@ -19,8 +19,9 @@ class File;
 //   tracks/<id>/    see SlotFolder
 class StoreFolder {
   public:
-    // Opens the folder, or makes a new store of a missing or empty one. Throws EngineError: Refused
-    // for a folder that is in use, newer, somebody else's, a symbolic link, or something else; Io.
+    // Opens the folder, or makes a new store of a missing or empty one, which is Refused for one
+    // that is only to be read. Throws EngineError: Refused for a folder that is in use, newer,
+    // somebody else's, a symbolic link, or something else; Io.
     StoreFolder(const FolderCalls& folders, const LocalOptions& options);
     ~StoreFolder();
     StoreFolder(const StoreFolder&) = delete;
@@ -38,8 +39,10 @@ class StoreFolder {
     void CheckFolder() const;
     void CheckOwner(const std::string& path, bool folderExpected) const;
     void CheckNames() const;
+    std::unique_ptr<File> OpenLock(const std::string& path) const;
     void TakeLock();
     void CheckFormat();
+    void CheckUnknownFormat();
 
     const FolderCalls& folders;
     const LocalOptions& options;

@@ -66,8 +66,10 @@ TEST_F(CatalogueTest, ADamagedRecordThatNoCopyHasIsAnErrorAndTheOthersAreServed)
     ErrorOf(EngineError::Kind::Damaged, [this] { engine->ScanRecords(""); });
     EXPECT_EQ(ValueOf("other"), "2");
     EXPECT_TRUE(WasReported("the record k is damaged"));
+    EXPECT_EQ(engine->ListDamagedRecords(), std::vector<std::string>{"k"});
     Write("k", "new");
     EXPECT_EQ(ValueOf("k"), "new");
+    EXPECT_TRUE(engine->ListDamagedRecords().empty());
 }
 
 TEST_F(CatalogueTest, ARowThatIsMissingOrOlderIsNoticed) {
