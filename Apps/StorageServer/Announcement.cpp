@@ -5,8 +5,10 @@
 
 #include <cerrno>
 #include <cstdio>
+#include <fstream>
 #include <string_view>
 #include <system_error>
+#include <utility>
 
 namespace Brantel::Server {
 
@@ -33,7 +35,8 @@ void WriteAll(int descriptor, std::string_view text) {
 
 }  // namespace
 
-Announcement::Announcement(int readyDescriptor) : readyDescriptor(readyDescriptor) {
+Announcement::Announcement(int readyDescriptor, std::string file)
+    : readyDescriptor(readyDescriptor), file(std::move(file)) {
     if (readyDescriptor >= 0 && fcntl(readyDescriptor, F_SETFD, FD_CLOEXEC) != 0) {
         Fail(readyDescriptor);
     }
@@ -42,14 +45,32 @@ Announcement::Announcement(int readyDescriptor) : readyDescriptor(readyDescripto
 void Announcement::Announce(const std::vector<std::string>& addresses) {
     std::string lines;
     for (const std::string& address : addresses) {
-        std::printf("Listening on %s\n", address.c_str());
         lines += address + "\n";
+    }
+    if (!file.empty()) {
+        WriteFile(lines);
+    }
+    for (const std::string& address : addresses) {
+        std::printf("Listening on %s\n", address.c_str());
     }
     std::fflush(stdout);
     if (readyDescriptor >= 0) {
         WriteAll(readyDescriptor, lines);
         close(readyDescriptor);
         readyDescriptor = -1;
+    }
+}
+
+void Announcement::WriteFile(const std::string& text) const {
+    const std::string unfinished = file + ".new";
+    std::ofstream stream(unfinished, std::ios::binary | std::ios::trunc);
+    stream << text;
+    stream.close();
+    if (!stream || std::rename(unfinished.c_str(), file.c_str()) != 0) {
+        const int error = errno;
+        std::remove(unfinished.c_str());
+        throw std::system_error(error, std::generic_category(),
+                                "Could not write " + file + " (--port-file)");
     }
 }
 

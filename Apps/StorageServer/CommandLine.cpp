@@ -73,12 +73,15 @@ void DeclareListening(CLI::App& app, ServerOptions& options, Texts& texts) {
     const CLI::AsSizeValue asSize(true);
     app.add_option("--listen", texts.listen,
                    "Where to listen, any number of times: unix:PATH or tcp:HOST:PORT; HOST * is "
-                   "every address of this machine, PORT 0 a free one")
-        ->required()
+                   "every address of this machine, PORT 0 a free one. Default: the Unix-domain "
+                   "socket /run/brantel/storage.sock, for another user than root "
+                   "$XDG_RUNTIME_DIR/brantel/storage.sock")
         ->take_all()
         ->expected(1)
         ->type_name("ADDRESS")
         ->check(CLI::Validator(&CheckAddress, ""));
+    app.add_flag("--insecure-listen", options.listensInsecurely,
+                 "Accept TCP addresses that other machines reach: anybody there can do everything");
     app.add_option("--socket-mode", texts.socketMode,
                    "Access mode of the Unix-domain sockets' files (octal); connecting takes the "
                    "right to write")
@@ -95,6 +98,10 @@ void DeclareListening(CLI::App& app, ServerOptions& options, Texts& texts) {
         ->capture_default_str()
         ->type_name("NUMBER")
         ->check(Within(1, highestConnections));
+    app.add_option("--port-file", options.addressFile,
+                   "File that gets the addresses with the ports taken, one a line, once clients "
+                   "are served")
+        ->type_name("PATH");
     app.add_option("--ready-fd", options.readyDescriptor,
                    "Descriptor that gets the addresses, one a line, and is then closed, once "
                    "clients are served")

@@ -3,6 +3,7 @@
 
 #include "Announcement.h"
 #include "CommandLine.h"
+#include "DefaultSocket.h"
 #include "StopSignals.h"
 #include "StorageServer.h"
 #include "StoreJob.h"
@@ -20,6 +21,7 @@
 #include <array>
 #include <cstdint>
 #include <cstdio>
+#include <cstdlib>
 #include <exception>
 #include <memory>
 #include <stdexcept>
@@ -94,9 +96,20 @@ void OpenStandardDescriptors() {
     }
 }
 
+// Where to listen, when the options leave it open.
+ServerOptions Complete(ServerOptions options) {
+    if (options.listen.empty()) {
+        const char* const runtimeFolder = std::getenv("XDG_RUNTIME_DIR");
+        options.listen = {Brantel::Server::DefaultSocket::Find(
+            geteuid() == 0, runtimeFolder == nullptr ? "" : runtimeFolder)};
+        Brantel::Server::DefaultSocket::MakeFolder(options.listen.front());
+    }
+    return options;
+}
+
 void Serve(const ServerOptions& options) {
     const Brantel::Server::StopSignals signals;
-    Brantel::Server::Announcement announcement(options.readyDescriptor);
+    Brantel::Server::Announcement announcement(options.readyDescriptor, options.addressFile);
     const EnginePointer engine = MakeEngine(options);
     Brantel::Server::StorageServer server(*engine, options, &Log);
     server.Start();
@@ -146,7 +159,7 @@ int main(int argc, char** argv) {
             std::fputs(commandLine.text.c_str(), commandLine.exitCode == 0 ? stdout : stderr);
             return commandLine.exitCode;
         }
-        Serve(*commandLine.options);
+        Serve(Complete(*commandLine.options));
         return 0;
     } catch (const std::exception& error) {
         Log(error.what());

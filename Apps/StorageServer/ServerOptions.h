@@ -14,8 +14,11 @@ namespace Brantel::Server {
 
 // What the command line chooses. A value.
 struct ServerOptions {
-    // At least one.
+    // None: one Unix-domain socket in a folder of its own, see DefaultSocket.
     std::vector<ListenAddress> listen;
+    // Whether a TCP address that other machines reach is accepted, although anybody there can then
+    // do everything.
+    bool listensInsecurely = false;
     // The access mode of the Unix-domain sockets' files, 0 to 0777.
     unsigned int socketMode = 0660;
     // One of the names that the parser was given.
@@ -36,6 +39,8 @@ struct ServerOptions {
     std::size_t messageLimit = std::size_t{256} << 20U;
     // So many connections are served at once.
     std::size_t maximumConnections = 10'000;
+    // A file that gets the addresses, one a line, once the server serves; empty: none.
+    std::string addressFile;
     // A descriptor that gets the addresses and is then closed, once the server serves; -1: none.
     int readyDescriptor = -1;
 

@@ -4,6 +4,8 @@
 #include <libTracks/ClientConnection.h>
 
 #include <cstdint>
+#include <stdexcept>
+#include <string>
 #include <utility>
 
 namespace Brantel::Server {
@@ -31,6 +33,11 @@ std::string TextOf(const Services::ServiceListenerEvent& event) {
     return event.text;
 }
 
+// Of an address as a listener gives it.
+bool IsLoopback(const std::string& address) {
+    return address.starts_with("127.") || address.starts_with("[::1]:");
+}
+
 }  // namespace
 
 StorageServer::StorageServer(Engine::IEngine& engine, const ServerOptions& options, const Log& log)
@@ -39,7 +46,7 @@ StorageServer::StorageServer(Engine::IEngine& engine, const ServerOptions& optio
                       const Services::PeerAddress& peer) { return MakeService(connection, peer); },
                MakeListenerOptions(options, log)) {
     for (const ListenAddress& address : options.listen) {
-        Listen(address, options.socketMode);
+        Listen(address, options);
     }
 }
 
@@ -67,17 +74,23 @@ std::unique_ptr<Services::IServiceHandler> StorageServer::MakeService(
                                                         storage.MakeWriterFactory(client));
 }
 
-void StorageServer::Listen(const ListenAddress& address, unsigned int socketMode) {
+void StorageServer::Listen(const ListenAddress& address, const ServerOptions& options) {
     const bool isUnix = address.kind == ListenAddress::Kind::Unix;
     const std::size_t before = listener.Addresses().size();
     if (isUnix) {
-        listener.ListenUnix(address.path, socketMode);
+        listener.ListenUnix(address.path, options.socketMode);
     } else {
         listener.ListenTcp(address.host, address.port);
     }
     const std::vector<std::string> all = listener.Addresses();
     for (std::size_t i = before; i < all.size(); ++i) {
-        addresses.push_back((isUnix ? "unix:" : "tcp:") + all.at(i));
+        const std::string text = (isUnix ? "unix:" : "tcp:") + all.at(i);
+        if (!isUnix && !options.listensInsecurely && !IsLoopback(all.at(i))) {
+            throw std::runtime_error("Address " + text +
+                                     " is reached from other machines, where anybody could do "
+                                     "everything: --insecure-listen accepts that");
+        }
+        addresses.push_back(text);
     }
 }
 

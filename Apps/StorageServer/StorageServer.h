@@ -47,7 +47,7 @@ class StorageServer {
                                                                 const Log& log);
     std::unique_ptr<Services::IServiceHandler> MakeService(
         Services::FileDescriptorServiceConnection& connection, const Services::PeerAddress& peer);
-    void Listen(const ListenAddress& address, unsigned int socketMode);
+    void Listen(const ListenAddress& address, const ServerOptions& options);
 
     // Synchronised by itself. Outlives the listener's connections, whose objects work on it.
     Tracks::Storage storage;

@@ -10,6 +10,7 @@
 
 #include <signal.h>
 #include <sys/stat.h>
+#include <unistd.h>
 
 #include <filesystem>
 #include <fstream>
@@ -122,6 +123,50 @@ TEST_F(ServerStartTest, AReadyDescriptorThatIsNotOpenIsRefused) {
     EXPECT_THAT(errors, HasSubstr("57"));
     EXPECT_THAT(errors, HasSubstr("Bad file descriptor"));
     EXPECT_FALSE(std::filesystem::exists(socketPath));
+}
+
+TEST_F(ServerStartTest, ATcpAddressForOtherMachinesIsRefusedUnlessItIsAccepted) {
+    const std::string errors = RefusalOf("tcp:0.0.0.0:0");
+    EXPECT_THAT(errors, MatchesRegex(".*Address tcp:0\\.0\\.0\\.0:[0-9]+ is reached from other "
+                                     "machines.*--insecure-listen.*\n"));
+    ProgramRun server({ServerProcess::Program(), "--engine", "memory", "--listen", "tcp:0.0.0.0:0",
+                       "--insecure-listen"});
+    EXPECT_TRUE(Eventually([&] { return server.Output().ends_with("\n"); })) << server.Errors();
+}
+
+TEST_F(ServerStartTest, TheAddressesAreLeftInAFile) {
+    const std::string path = folder.File("addresses");
+    const ServerProcess server(socketPath, {"--port-file", path});
+    ASSERT_TRUE(Eventually([&] { return std::filesystem::exists(path); }));
+    std::vector<std::string> lines;
+    std::ifstream file(path);
+    for (std::string line; std::getline(file, line);) {
+        lines.push_back(line);
+    }
+    EXPECT_EQ(lines, server.Addresses());
+    EXPECT_THAT(ErrorsOf({"--engine", "memory", "--listen", "unix:" + folder.File("b.sock"),
+                          "--port-file", folder.File("nowhere/addresses")},
+                         1),
+                HasSubstr("Could not write " + folder.File("nowhere/addresses")));
+}
+
+TEST_F(ServerStartTest, WithoutAnAddressItListensInTheFolderOfTheUser) {
+    std::vector<std::string> command = {ServerProcess::Program(), "--engine", "memory"};
+    if (geteuid() == 0) {
+        // Root's own socket lies where a real server may be.
+        const std::vector<std::string> asOther = {"/usr/bin/setpriv", "--reuid", "65534",
+                                                  "--regid",          "65534",   "--clear-groups"};
+        std::vector<std::string> look = asOther;
+        look.insert(look.end(), {"/usr/bin/test", "-x", ServerProcess::Program()});
+        if (ProgramRun(look).Wait() != 0) {
+            GTEST_SKIP() << "SKIPPED: the program lies where only root may run it";
+        }
+        ASSERT_EQ(chown(folder.Path().c_str(), 65534, 65534), 0);
+        command.insert(command.begin(), asOther.begin(), asOther.end());
+    }
+    ProgramRun server(command, {{"XDG_RUNTIME_DIR", folder.Path()}});
+    ASSERT_TRUE(Eventually([&] { return server.Output().ends_with("\n"); }));
+    EXPECT_EQ(server.Output(), "Listening on unix:" + folder.File("brantel/storage.sock") + "\n");
 }
 
 TEST_F(ServerStartTest, ASecondServerOnALivingSocketIsRefused) {

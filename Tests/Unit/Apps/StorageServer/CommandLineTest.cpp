@@ -13,6 +13,7 @@ namespace {
 using Brantel::Engine::Durability;
 using Brantel::Server::CommandLine;
 using Brantel::Server::ServerOptions;
+using Brantel::Server::StoreJob;
 using testing::HasSubstr;
 using testing::StartsWith;
 
@@ -70,7 +71,8 @@ TEST_F(CommandLineTest, EverythingElseCanBeChosen) {
     const CommandLine parsed =
         Parse({"--socket-mode", "0600", "--capacity", "5GB", "--message-limit", "64KiB",
                "--max-connections", "3", "--ready-fd", "7", "--durability", "interval:200ms",
-               "--keep-free", "10MiB", "--prepare", "allocate"});
+               "--keep-free", "10MiB", "--prepare", "allocate", "--insecure-listen", "--port-file",
+               "/run/port"});
     ASSERT_TRUE(parsed.options.has_value()) << parsed.text;
     EXPECT_EQ(parsed.options->socketMode, 0600U);
     EXPECT_EQ(parsed.options->capacity, 5'000'000'000U);
@@ -81,10 +83,15 @@ TEST_F(CommandLineTest, EverythingElseCanBeChosen) {
     EXPECT_EQ(parsed.options->durability, chosen);
     EXPECT_EQ(parsed.options->keepFree, 10'485'760U);
     EXPECT_FALSE(parsed.options->writesNewSpace);
+    EXPECT_TRUE(parsed.options->listensInsecurely);
+    EXPECT_EQ(parsed.options->addressFile, "/run/port");
 }
 
-TEST_F(CommandLineTest, AMissingAddressIsMisuse) {
-    ExpectMisuse(ParseAlone({"--engine", "memory"}), "--listen is required");
+TEST_F(CommandLineTest, WithoutAnAddressThereIsNoneOfIt) {
+    const CommandLine parsed = ParseAlone({"--engine", "memory"});
+    ASSERT_TRUE(parsed.options.has_value()) << parsed.text;
+    EXPECT_TRUE(parsed.options->listen.empty());
+    EXPECT_FALSE(parsed.options->listensInsecurely);
 }
 
 TEST_F(CommandLineTest, TheFirstEngineIsTheDefault) {
@@ -161,6 +168,31 @@ TEST_F(CommandLineTest, AModeThatIsNotOctalIsMisuse) {
     for (const std::string mode : {"8", "rw-", "1000", "07777", "-1"}) {
         ExpectMisuse(Parse({"--socket-mode", mode}),
                      "Mode " + mode + " is not an octal number from 0 to 777");
+    }
+}
+
+TEST_F(CommandLineTest, CheckAndRecoverAreJobsOnAStore) {
+    const CommandLine check = ParseAlone({"check", "/srv/tracks"});
+    ASSERT_TRUE(check.job.has_value()) << check.text;
+    EXPECT_EQ(check.job->kind, StoreJob::Kind::Check);
+    EXPECT_EQ(check.job->folder, "/srv/tracks");
+    const CommandLine recover = ParseAlone({"recover", "/srv/tracks", "/srv/new"});
+    ASSERT_TRUE(recover.job.has_value()) << recover.text;
+    EXPECT_EQ(recover.job->kind, StoreJob::Kind::Recover);
+    EXPECT_EQ(recover.job->target, "/srv/new");
+}
+
+TEST_F(CommandLineTest, AJobWithoutItsFoldersIsMisuse) {
+    for (const std::vector<std::string>& arguments :
+         std::vector<std::vector<std::string>>{{"check"},
+                                               {"check", "/a", "/b"},
+                                               {"check", "--engine", "paper", "/a"},
+                                               {"recover", "/a"},
+                                               {"recover", "/a", "/b", "/c"}}) {
+        const CommandLine parsed = ParseAlone(arguments);
+        EXPECT_FALSE(parsed.job.has_value());
+        EXPECT_EQ(parsed.exitCode, CommandLine::misused);
+        EXPECT_THAT(parsed.text, HasSubstr("Usage: brantel-storaged " + arguments.front()));
     }
 }
 
