@@ -61,6 +61,7 @@ std::vector<ChunkEntry> LocalSegment::ReadSealedEntries(const LocalReport& damag
     footer.identity = identity;
     footer.count = known.count;
     footer.end = known.end;
+    footer.first = SegmentFormat::Pack(known.first);
     footer.last = SegmentFormat::Pack(known.last);
     SegmentContent content;
     SegmentScanner(*target, identity, footer, [](std::uint32_t, const std::string&) {

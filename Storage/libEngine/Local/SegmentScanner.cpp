@@ -44,8 +44,17 @@ SegmentScanner::SegmentScanner(const File& file, const SegmentFormat::Identity& 
                 : identity.segmentSize - ChunkLayout::segmentTrailerSize),
       provenEnd(footer ? footer->end : 0) {
     if (footer && footer->count > 0) {
-        expected = SegmentFormat::Unpack(footer->last);
+        first = TakeIfFits(footer->first);
+        expected = TakeIfFits(footer->last);
     }
+}
+
+// An entry behind which nothing could be would lead the scan back to where it was.
+std::optional<ChunkEntry> SegmentScanner::TakeIfFits(const SegmentFormat::Entry& entry) const {
+    const bool fits = entry.offset >= ChunkLayout::segmentHeaderSize && entry.offset <= limit &&
+                      entry.length >= minChunkLength && entry.length <= limit - entry.offset &&
+                      entry.offset % ChunkLayout::alignment == 0;
+    return fits ? std::optional(SegmentFormat::Unpack(entry)) : std::nullopt;
 }
 
 bool SegmentScanner::Follows(const Head& head, const SegmentContent& content) const {
@@ -84,6 +93,10 @@ void SegmentScanner::Scan(SegmentContent& content) {
             continue;
         }
         report(place, "the head of a chunk, or of more than one, is damaged");
+        if (content.count == 0 && first && first->offset == place) {
+            content.Add(*first, false);
+            continue;
+        }
         if (next) {
             FillHole(content, next->GetEntry());
         } else if (expected && expected->offset >= place) {

@@ -48,6 +48,7 @@ class SegmentScanner {
   private:
     using Head = SegmentFormat::ChunkHead;
 
+    std::optional<ChunkEntry> TakeIfFits(const SegmentFormat::Entry& entry) const;
     bool Follows(const Head& head, const SegmentContent& content) const;
     // The first chunk from `offset` on, which at most lies in front of `end`, or of where it is
     // proven that there was more; takes over the marks of all that follow.
@@ -63,7 +64,8 @@ class SegmentScanner {
     const std::uint64_t stamp;
     const Report report;
     const std::uint32_t limit;           // chunks end at most here
-    std::optional<ChunkEntry> expected;  // the last one that the footer tells of
+    std::optional<ChunkEntry> first;     // the first one that the footer tells of
+    std::optional<ChunkEntry> expected;  // the last one
     std::uint32_t provenEnd;             // everything in front of it had been flushed once
 };
 

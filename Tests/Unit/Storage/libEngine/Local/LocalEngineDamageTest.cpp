@@ -376,6 +376,24 @@ TEST_F(LocalEngineDamageTest, SeveralLostHeadsKeepTheOrdinalsOfWhatFollows) {
     EXPECT_EQ(Read(Ring(2), entries[3]), chunks[6].parts);
 }
 
+TEST_F(LocalEngineDamageTest, AnIndexThatIsLostWithTheFirstChunksKeepsAPlaceForEach) {
+    Build(false);
+    Restore("", "");
+    Open();
+    const std::vector<ChunkEntry> entries = Entries(Ring(1));
+    // While the store is open, so that it knows what the last page told.
+    WriteAt(SlotPath(0), chunks[0].entry.offset, std::string(80, 'x'));
+    WriteAt(SlotPath(0), chunks[1].entry.offset, std::string(80, 'x'));
+    WriteAt(SlotPath(0), smallSize - ChunkLayout::unit, std::string(300, 'x'));
+    const std::vector<ChunkEntry> left = Entries(Ring(1));
+    ASSERT_EQ(left.size(), 3U);
+    EXPECT_EQ(left[0], entries[0]);
+    EXPECT_EQ(left[1].ordinal, 1U);
+    EXPECT_EQ(left[2], entries[2]);
+    EXPECT_EQ(Read(Ring(1), left[2]), chunks[2].parts);
+    ErrorOf(EngineError::Kind::Damaged, [&] { Read(Ring(1), left[0]); });
+}
+
 TEST_F(LocalEngineDamageTest, ADamagedSegmentCanBeClaimedSealedAndRead) {
     Build(true);
     std::string bytes = saved.at("tracks/7/00001.segment");
