@@ -115,6 +115,7 @@ void DeclareStorage(CLI::App& app, ServerOptions& options, Texts& texts,
         static_cast<std::uint64_t>(std::numeric_limits<std::int64_t>::max());
     const CLI::AsSizeValue asSize(true);
     std::vector<std::string> names;
+    names.reserve(engines.size());
     for (const EngineName& engine : engines) {
         names.push_back(engine.name);
     }
