@@ -6,8 +6,10 @@
 #include "TableSet.h"
 
 #include <libEngine/ChunkLayout.h>
+#include <libEngine/EngineError.h>
 
 #include <algorithm>
+#include <string>
 #include <utility>
 
 namespace Brantel::Tracks {
@@ -15,8 +17,19 @@ namespace Brantel::Tracks {
 using Engine::ChunkLayout;
 
 const EntryTable* Log::GetTable(const Run& run, TableSet& tables) const {
-    return openTable && run.segment == openSegment ? openTable.get()
-                                                   : tables.Find(kind, run.segment);
+    const EntryTable* table =
+        openTable && run.segment == openSegment ? openTable.get() : tables.Find(kind, run.segment);
+    if (table != nullptr && table->GetSize() < run.end) {
+        ThrowIndexDamaged(run);
+    }
+    return table;
+}
+
+void Log::ThrowIndexDamaged(const Run& run) const {
+    throw Engine::EngineError(Engine::EngineError::Kind::Damaged,
+                              "the index of segment " + std::to_string(run.segment) + " of the " +
+                                  (kind == Engine::LogKind::Ring ? "ring" : "held") +
+                                  " log is not what it was");
 }
 
 std::optional<FoundChunk> Log::FindAfter(std::int64_t timePoint, TableSet& tables) const {
@@ -30,6 +43,9 @@ std::optional<FoundChunk> Log::FindAfter(std::int64_t timePoint, TableSet& table
         return std::nullopt;
     }
     const std::size_t index = table->FindAfter(run->begin, run->end, timePoint);
+    if (index == run->end) {
+        ThrowIndexDamaged(*run);
+    }
     return FoundChunk{{track, kind, run->segment}, table->GetEntry(index)};
 }
 
@@ -44,8 +60,11 @@ std::optional<FoundChunk> Log::FindUpTo(std::int64_t timePoint, TableSet& tables
     if (table == nullptr) {
         return std::nullopt;
     }
-    const std::size_t index = table->FindAfter(run.begin, run.end, timePoint) - 1;
-    return FoundChunk{{track, kind, run.segment}, table->GetEntry(index)};
+    const std::size_t behindIt = table->FindAfter(run.begin, run.end, timePoint);
+    if (behindIt == run.begin) {
+        ThrowIndexDamaged(run);
+    }
+    return FoundChunk{{track, kind, run.segment}, table->GetEntry(behindIt - 1)};
 }
 
 ChunkSums Log::SumBefore(std::int64_t timePoint, TableSet& tables) const {

@@ -75,7 +75,8 @@ class Log {
     // The chunks before `timePoint`; only differences of two answers mean something.
     ChunkSums SumBefore(std::int64_t timePoint, TableSet& tables) const;
     Engine::SegmentId GetId(const Run& run) const { return {track, kind, run.segment}; }
-    // The index of a run's segment.
+    // The index of a run's segment. Throws EngineError (Damaged) when it has fewer entries than it
+    // had, as what is left of a damaged one may.
     const EntryTable* GetTable(const Run& run, TableSet& tables) const;
 
     // ---- changes ----
@@ -102,6 +103,7 @@ class Log {
 
   private:
     void Count(Run& run);
+    [[noreturn]] void ThrowIndexDamaged(const Run& run) const;
 
     Engine::TrackId track;
     Engine::LogKind kind;

@@ -7,9 +7,11 @@
 #include "TrackRecord.h"
 
 #include <algorithm>
+#include <charconv>
 #include <exception>
 #include <stdexcept>
 #include <string>
+#include <system_error>
 #include <utility>
 #include <vector>
 
@@ -23,7 +25,13 @@ constexpr const char* trackPrefix = "track/";
 constexpr const char* protectionPrefix = "protection/";
 
 std::int64_t IdOf(const std::string& key, const std::string& prefix) {
-    return std::stoll(key.substr(prefix.size()));
+    std::int64_t id = 0;
+    const char* end = key.data() + key.size();
+    const auto [stop, error] = std::from_chars(key.data() + prefix.size(), end, id);
+    if (error != std::errc() || stop != end) {
+        throw std::runtime_error("The store has a record " + key + ", which has no number");
+    }
+    return id;
 }
 
 class Unheard : public Engine::IProgress {

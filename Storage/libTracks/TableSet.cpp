@@ -1,6 +1,7 @@
 #include "TableSet.h"
 
 #include "EntryTable.h"
+#include "ReadIndex.h"
 
 namespace Brantel::Tracks {
 
@@ -25,7 +26,7 @@ void TableSet::LoadMissing() {
     missing.reset();
     try {
         const auto table = std::make_shared<const EntryTable>(
-            engine.ReadEntries(Engine::SegmentId{track, key.log, key.segment}));
+            ReadIndex(engine, Engine::SegmentId{track, key.log, key.segment}));
         cache.Put(key, table);
         tables.emplace_back(key, table);
     } catch (const Engine::EngineError& error) {

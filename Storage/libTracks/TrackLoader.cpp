@@ -1,6 +1,7 @@
 #include "TrackLoader.h"
 
 #include "EntryTable.h"
+#include "ReadIndex.h"
 #include "StorageOptions.h"
 
 #include <libEngine/ChunkLayout.h>
@@ -23,6 +24,10 @@ void TrackLoader::Load() {
         // The owner is settled before anything is believed about an open segment's end.
         const SegmentInfo settled =
             info.sealed ? info : context.engine.Claim(info.id, context.epoch);
+        if (settled.count > 0) {
+            CheckTimes(settled.first);
+            CheckTimes(settled.last);
+        }
         (info.id.log == LogKind::Ring ? ring : held).push_back(settled);
     }
     LoadRing(std::move(ring));
@@ -66,7 +71,7 @@ void TrackLoader::CutRing(Infos& infos) {
             continue;
         }
         if (info->last.ordinal >= behind) {
-            const auto entries = context.engine.ReadEntries(info->id);
+            const auto entries = ReadIndex(context.engine, info->id);
             const auto cut = std::partition_point(
                 entries.begin(), entries.end(),
                 [behind](const Engine::ChunkEntry& entry) { return entry.ordinal < behind; });
@@ -85,7 +90,7 @@ void TrackLoader::AddToRing(const SegmentInfo& info) {
     }
     std::uint32_t begin = 0;
     if (info.first.ordinal < logs.frontOrdinal) {
-        const auto entries = context.engine.ReadEntries(info.id);
+        const auto entries = ReadIndex(context.engine, info.id);
         begin = static_cast<std::uint32_t>(
             std::partition_point(entries.begin(), entries.end(),
                                  [this](const Engine::ChunkEntry& entry) {
@@ -112,7 +117,8 @@ Log::Run TrackLoader::MakeRun(const SegmentInfo& info, std::uint32_t begin, std:
         return run;
     }
     Log part(info.id.track, info.id.log);
-    const EntryTable table(context.engine.ReadEntries(info.id));
+    const EntryTable table(ReadIndex(context.engine, info.id));
+    CheckRun(begin, end, table.GetSize());
     for (EntryTable::Cursor cursor(table, begin); cursor.GetIndex() < end; cursor.Next()) {
         part.Append(info.id.number, static_cast<std::uint32_t>(cursor.GetIndex()),
                     cursor.GetEntry(), cursor.GetDurationBefore());
@@ -183,7 +189,8 @@ void TrackLoader::JoinHeld(std::vector<Log::Run> runs) {
         }
         // Copied, but not yet taken over when the server ended.
         const EntryTable table(
-            context.engine.ReadEntries({context.track, LogKind::Held, run.segment}));
+            ReadIndex(context.engine, {context.track, LogKind::Held, run.segment}));
+        CheckRun(run.begin, run.end, table.GetSize());
         for (EntryTable::Cursor cursor(table, run.begin); cursor.GetIndex() < run.end;
              cursor.Next()) {
             const Engine::ChunkEntry& entry = cursor.GetEntry();
@@ -201,7 +208,7 @@ void TrackLoader::JoinHeld(std::vector<Log::Run> runs) {
 
 void TrackLoader::OpenTail(const SegmentInfo& info, LogWriter& writer, Log& log) {
     writer.AdoptTail(info);
-    log.Open(info.id.number, std::make_shared<EntryTable>(context.engine.ReadEntries(info.id)));
+    log.Open(info.id.number, std::make_shared<EntryTable>(ReadIndex(context.engine, info.id)));
 }
 
 void TrackLoader::SealOld(const SegmentInfo& info) {

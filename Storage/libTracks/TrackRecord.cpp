@@ -3,9 +3,40 @@
 #include "FieldReader.h"
 #include "FieldWriter.h"
 
+#include <libEngine/ChunkLayout.h>
+
 #include <stdexcept>
 
 namespace Brantel::Tracks {
+
+using Engine::ChunkLayout;
+
+namespace {
+
+constexpr std::uint32_t leastSegment =
+    ChunkLayout::segmentHeaderSize + ChunkLayout::segmentTrailerSize + ChunkLayout::unit;
+
+// What every other part relies on: that sizes can be divided by, and runs are not empty.
+void Check(const TrackRecord& record) {
+    if (record.phase < TrackRecord::Phase::Creating ||
+        record.phase > TrackRecord::Phase::Deleting) {
+        throw std::runtime_error("a track record with the unknown phase " +
+                                 std::to_string(static_cast<int>(record.phase)));
+    }
+    if (record.segmentSize % ChunkLayout::unit != 0 || record.segmentSize < leastSegment ||
+        record.segmentSize > ChunkLayout::maxSegmentSize) {
+        throw std::runtime_error("a track record with segments of " +
+                                 std::to_string(record.segmentSize) + " bytes");
+    }
+    for (const TrackRecord::HeldRun& run : record.heldRuns) {
+        if (run.begin >= run.end) {
+            throw std::runtime_error("a track record with held entries from " +
+                                     std::to_string(run.begin) + " to " + std::to_string(run.end));
+        }
+    }
+}
+
+}  // namespace
 
 std::string TrackRecord::Encode() const {
     std::string bytes;
@@ -48,6 +79,10 @@ TrackRecord TrackRecord::Decode(std::string_view bytes) {
         run.end = fields.Get<std::uint32_t>();
         record.heldRuns.push_back(run);
     }
+    if (!fields.IsAtEnd()) {
+        throw std::runtime_error("a track record with bytes behind its end");
+    }
+    Check(record);
     return record;
 }
 

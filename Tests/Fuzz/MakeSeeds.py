@@ -279,17 +279,59 @@ def everyField3():
 
 
 def FrameReaderFuzz():
+    alone = 0x80
     for type, message in [*everyField(), *everyField3()]:
-        for piece in (1, 100, 1 << 20):
-            if len(message) // piece < 200:
+        for piece in (7, 3000, 1 << 20):
+            if len(message) // piece < 60:
                 yield bytes([type]) + frame(message, piece)
+                yield bytes([type | alone]) + frame(message, piece)
     # Several messages in one piece, a damaged one among them; a length over the limit; half a frame.
     yield b"\x00" + (b"\x01" + b"\x0c\x08\x05") * 3 + b"\x01\x0c\x0f\xff" + b"\x01\x0c\x08\x06"
     yield b"\x00" + b"\x24\xff\xff\xff\xff\x0f"
     yield b"\x00" + b"\x0c\x20\x08"
 
 
-targets = {target.__name__: target for target in (ServeRequestFuzz, ResponseFuzz, FrameReaderFuzz)}
+# --- stores ------------------------------------------------------------------------------------------------
+
+
+def LocalStoreFuzz():
+    yield b"\x00"
+    yield b"\x01"
+    for store in (0, 1):
+        for file in range(16):
+            # A bit, a page of zeros, a cut and a loss; in a header, in chunks and in the last page.
+            for offset in (40, 4096, 4500, 8300):
+                yield bytes([store, 0, file]) + offset.to_bytes(2, "little") + b"\x10"
+            yield bytes([store, 2, file, 0, 16, 0, 16, 0])
+            yield bytes([store, 3, file, 0, 20])
+            yield bytes([store, 4, file])
+            # Numbers changed under right checksums: of a header, of a footer, of a chunk.
+            for offset, checksum in ((60, 7), (8192 + 80, 7), (4096 + 56, 8)):
+                begin = offset // 4096 * 4096
+                yield (bytes([store, 1 + 9 * 3, file]) + offset.to_bytes(2, "little") + b"\xff\xff\xff\x7f"
+                       + bytes([checksum, file]) + begin.to_bytes(2, "little"))
+        # One file in the place of another.
+        yield bytes([store, 5, 4, 5, 0])
+        yield bytes([store, 6, 6, 0, 16, 7, 0, 16, 0, 16])
+
+
+def StoredBytesFuzz():
+    yield b""
+    for record in range(24):
+        for offset in (1, 2, 10, 14, 22):
+            yield bytes([7 * 3, record, offset]) + b"\xff" * 4
+        yield bytes([1, record, 5])
+        yield bytes([3, record])
+        yield bytes([4, record, record + 1])
+        yield bytes([5, record, 20])
+    # Chunks behind those of the track: track, segment, time point, duration, ordinal, front, parts.
+    for segment in range(12):
+        yield bytes([6, 0, 0, segment, 200, 20, 30, 8, 0, 9]) + b"\x01" + bytes(8) + b"\x00"
+        yield bytes([6, 0, 0, segment, 1, 1, 1, 1, 1, 20]) + b"\x01\x01" + bytes(18) + b"\x04data\x01"
+
+
+targets = {target.__name__: target
+           for target in (ServeRequestFuzz, ResponseFuzz, FrameReaderFuzz, LocalStoreFuzz, StoredBytesFuzz)}
 
 
 def main():
