@@ -15,7 +15,7 @@ namespace Brantel::Services {
 int SendParts(int fd, iovec* parts, std::size_t count);
 
 // A large field leaves a Unix-domain socket faster when its copy in the system begins at a cache
-// line as it does itself: the copy of 1 MiB took a quarter less (Docs/Performance.md). The system
+// line as it does itself: a call with 1 MiB took a quarter less (Docs/Performance.md). The system
 // copies each send to the beginning of fresh pages, so a field of at least this many bytes begins a
 // send of its own, at its first whole cache line.
 constexpr std::size_t alignedPartSize = std::size_t{64} * 1024;
