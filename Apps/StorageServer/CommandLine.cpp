@@ -8,15 +8,13 @@
 #include <cstdint>
 #include <limits>
 #include <stdexcept>
+#include <string_view>
 
 namespace Brantel::Server {
 
 namespace {
 
 constexpr const char* program = "brantel-storaged";
-constexpr std::size_t lowestMessageLimit = std::size_t{64} * 1024;
-constexpr std::size_t highestMessageLimit = (std::size_t{1} << 31U) - 1;
-constexpr std::size_t highestConnections = 1'000'000;
 // Below lie the standard descriptors, which are in use.
 constexpr int lowestReadyDescriptor = 3;
 
@@ -37,6 +35,15 @@ std::string CheckMode(const std::string& text) {
         return "Mode " + text + " is not an octal number from 0 to 777";
     }
     return {};
+}
+
+std::string CheckAccess(const std::string& text) {
+    try {
+        AccessRules().Allow(text);
+        return {};
+    } catch (const std::invalid_argument& error) {
+        return error.what();
+    }
 }
 
 std::string CheckDurability(const std::string& text) {
@@ -65,12 +72,13 @@ CLI::Validator Within(std::uint64_t lowest, std::uint64_t highest) {
 struct Texts {
     std::vector<std::string> listen;
     std::string socketMode = "660";
+    std::vector<std::string> allow;
+    std::string overTcp = "reader";
     std::string durability = "always";
     std::string preparation = "write";
 };
 
 void DeclareListening(CLI::App& app, ServerOptions& options, Texts& texts) {
-    const CLI::AsSizeValue asSize(true);
     app.add_option("--listen", texts.listen,
                    "Where to listen, any number of times: unix:PATH or tcp:HOST:PORT; HOST * is "
                    "every address of this machine, PORT 0 a free one. Default: the Unix-domain "
@@ -88,16 +96,6 @@ void DeclareListening(CLI::App& app, ServerOptions& options, Texts& texts) {
         ->capture_default_str()
         ->type_name("MODE")
         ->check(CLI::Validator(&CheckMode, ""));
-    app.add_option("--message-limit", options.messageLimit, "Bytes of the largest message")
-        ->capture_default_str()
-        ->type_name("BYTES")
-        ->transform(asSize)
-        ->check(Within(lowestMessageLimit, highestMessageLimit));
-    app.add_option("--max-connections", options.maximumConnections,
-                   "So many connections are served at once; one more is closed at once")
-        ->capture_default_str()
-        ->type_name("NUMBER")
-        ->check(Within(1, highestConnections));
     app.add_option("--port-file", options.addressFile,
                    "File that gets the addresses with the ports taken, one a line, once clients "
                    "are served")
@@ -107,6 +105,33 @@ void DeclareListening(CLI::App& app, ServerOptions& options, Texts& texts) {
                    "clients are served")
         ->type_name("FD")
         ->check(Within(lowestReadyDescriptor, std::numeric_limits<int>::max()));
+}
+
+void DeclareLimits(CLI::App& app, ServerLimits& limits) {
+    for (const ServerLimits::Setting& setting : ServerLimits::settings) {
+        CLI::Option* const option =
+            app.add_option(std::string("--") + setting.name, limits.*setting.value, setting.text);
+        option->capture_default_str()->type_name(setting.unit);
+        if (std::string_view(setting.unit) == "BYTES") {
+            option->transform(CLI::AsSizeValue(true));
+        }
+        option->check(Within(setting.lowest, setting.highest));
+    }
+}
+
+void DeclareAccess(CLI::App& app, Texts& texts) {
+    app.add_option("--allow", texts.allow,
+                   "Who may do what over a Unix-domain socket, any number of times: "
+                   "user:NAME=ROLE or group:NAME=ROLE, by name or number; root and the server's "
+                   "own user are admin, others have no role unless they are given one")
+        ->take_all()
+        ->expected(1)
+        ->type_name("RULE")
+        ->check(CLI::Validator(&CheckAccess, ""));
+    app.add_option("--tcp-role", texts.overTcp, "The role of all clients over TCP")
+        ->capture_default_str()
+        ->type_name("ROLE")
+        ->check(CLI::IsMember({"none", "reader", "writer", "editor", "admin"}));
 }
 
 void DeclareStorage(CLI::App& app, ServerOptions& options, Texts& texts,
@@ -156,6 +181,9 @@ void DeclareStorage(CLI::App& app, ServerOptions& options, Texts& texts,
 // What no check of a single option finds; empty: nothing.
 std::string FindContradiction(const ServerOptions& options,
                               const std::vector<EngineName>& engines) {
+    if (const std::string reason = options.limits.FindContradiction(); !reason.empty()) {
+        return reason;
+    }
     for (const EngineName& engine : engines) {
         if (engine.name != options.engine) {
             continue;
@@ -236,6 +264,8 @@ CommandLine ParseServer(const std::vector<std::string>& arguments,
     CLI::App app("Serves tracks to clients until SIGINT, SIGTERM or SIGHUP arrives", program);
     app.set_version_flag("--version", std::string(program) + " " + BRANTEL_VERSION);
     DeclareListening(app, options, texts);
+    DeclareAccess(app, texts);
+    DeclareLimits(app, options.limits);
     DeclareStorage(app, options, texts, engines);
     app.footer(std::string(program) + " check FOLDER         checks a store that no server uses\n" +
                program + " recover FOLDER NEW   copies what is whole in it into a new one\n");
@@ -249,6 +279,10 @@ CommandLine ParseServer(const std::vector<std::string>& arguments,
         options.listen.push_back(ListenAddress::Parse(text));
     }
     options.socketMode = static_cast<unsigned int>(std::stoul(texts.socketMode, nullptr, 8));
+    for (const std::string& text : texts.allow) {
+        options.access.Allow(text);
+    }
+    options.access.overTcp = FindRole(texts.overTcp).value_or(Role::None);
     options.durability = Tracks::TrackSettings::ParseDurability(texts.durability);
     options.writesNewSpace = texts.preparation == "write";
     result.options = std::move(options);

@@ -1,10 +1,11 @@
 #pragma once
 
+#include "AccessRules.h"
 #include "ListenAddress.h"
+#include "ServerLimits.h"
 
 #include <libEngine/EngineTypes.h>
 
-#include <cstddef>
 #include <cstdint>
 #include <optional>
 #include <string>
@@ -19,6 +20,8 @@ struct ServerOptions {
     // Whether a TCP address that other machines reach is accepted, although anybody there can then
     // do everything.
     bool listensInsecurely = false;
+    // Who may do what.
+    AccessRules access;
     // The access mode of the Unix-domain sockets' files, 0 to 0777.
     unsigned int socketMode = 0660;
     // One of the names that the parser was given.
@@ -35,10 +38,8 @@ struct ServerOptions {
     bool writesNewSpace = true;
     // Of tracks that have none of their own.
     Engine::Durability durability;
-    // The largest message in bytes, either way.
-    std::size_t messageLimit = std::size_t{256} << 20U;
-    // So many connections are served at once.
-    std::size_t maximumConnections = 10'000;
+    // What clients can take.
+    ServerLimits limits;
     // A file that gets the addresses, one a line, once the server serves; empty: none.
     std::string addressFile;
     // A descriptor that gets the addresses and is then closed, once the server serves; -1: none.

@@ -1,7 +1,11 @@
 #include "StorageServer.h"
 
+#include "GuardedStorage.h"
+
 #include <libProtocolX/rpc/Service.h>
 #include <libTracks/ClientConnection.h>
+
+#include <unistd.h>
 
 #include <cstdint>
 #include <stdexcept>
@@ -41,7 +45,8 @@ bool IsLoopback(const std::string& address) {
 }  // namespace
 
 StorageServer::StorageServer(Engine::IEngine& engine, const ServerOptions& options, const Log& log)
-    : storage(engine, MakeStorageOptions(options, log)),
+    : access(options.access),
+      storage(engine, MakeStorageOptions(options, log)),
       listener([this](Services::FileDescriptorServiceConnection& connection,
                       const Services::PeerAddress& peer) { return MakeService(connection, peer); },
                MakeListenerOptions(options, log)) {
@@ -57,8 +62,8 @@ StorageServer::~StorageServer() {
 Services::ServiceListenerOptions StorageServer::MakeListenerOptions(const ServerOptions& options,
                                                                     const Log& log) {
     Services::ServiceListenerOptions result;
-    result.messageLimit = options.messageLimit;
-    result.maximumConnections = options.maximumConnections;
+    result.messageLimit = options.limits.messageBytes;
+    result.maximumConnections = options.limits.connections;
     result.onEvent = [log](const Services::ServiceListenerEvent& event) { log(TextOf(event)); };
     return result;
 }
@@ -69,9 +74,11 @@ std::unique_ptr<Services::IServiceHandler> StorageServer::MakeService(
     client.id = static_cast<std::int64_t>(peer.connectionId);
     client.clientIpV4Address = peer.ipV4;
     client.isGone = [&connection] { return connection.PeerGone(); };
-    return std::make_unique<BrantelStorageApi::Service>(storage.MakeTrackStorage(),
-                                                        storage.MakeReaderFactory(client),
-                                                        storage.MakeWriterFactory(client));
+    const Role role = access.RoleOf(peer, geteuid());
+    return std::make_unique<BrantelStorageApi::Service>(
+        std::make_unique<GuardedStorage>(storage.MakeTrackStorage(), role),
+        std::make_unique<GuardedReaderFactory>(storage.MakeReaderFactory(client), role),
+        std::make_unique<GuardedWriterFactory>(storage.MakeWriterFactory(client), role));
 }
 
 void StorageServer::Listen(const ListenAddress& address, const ServerOptions& options) {

@@ -1,5 +1,6 @@
 #pragma once
 
+#include "AccessRules.h"
 #include "ServerOptions.h"
 
 #include <libEngine/IEngine.h>
@@ -49,6 +50,7 @@ class StorageServer {
         Services::FileDescriptorServiceConnection& connection, const Services::PeerAddress& peer);
     void Listen(const ListenAddress& address, const ServerOptions& options);
 
+    const AccessRules access;
     // Synchronised by itself. Outlives the listener's connections, whose objects work on it.
     Tracks::Storage storage;
     Services::ServiceListener listener;

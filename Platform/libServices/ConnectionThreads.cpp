@@ -18,12 +18,15 @@ namespace {
 
 thread_local const ConnectionThreads* ownerOfThisThread = nullptr;
 
-std::string UnixPeerText(int connection) {
-    ucred peer{};
-    socklen_t size = sizeof(peer);
-    getsockopt(connection, SOL_SOCKET, SO_PEERCRED, &peer, &size);
-    return SocketAddress::OfSocket(connection).Text() + " process " + std::to_string(peer.pid) +
-           " user " + std::to_string(peer.uid);
+void DescribeUnixPeer(int connection, PeerAddress& peer) {
+    ucred process{};
+    socklen_t size = sizeof(process);
+    if (getsockopt(connection, SOL_SOCKET, SO_PEERCRED, &process, &size) == 0) {
+        peer.user = process.uid;
+        peer.group = process.gid;
+    }
+    peer.text = SocketAddress::OfSocket(connection).Text() + " process " +
+                std::to_string(process.pid) + " user " + std::to_string(process.uid);
 }
 
 PeerAddress Describe(int connection, const SocketAddress& address, std::uint64_t connectionId) {
@@ -31,7 +34,7 @@ PeerAddress Describe(int connection, const SocketAddress& address, std::uint64_t
     peer.connectionId = connectionId;
     if (address.Family() == AF_UNIX) {
         peer.kind = PeerAddress::Kind::Unix;
-        peer.text = UnixPeerText(connection);
+        DescribeUnixPeer(connection, peer);
     } else {
         peer.kind = PeerAddress::Kind::Tcp;
         peer.ipV4 = address.IpV4();

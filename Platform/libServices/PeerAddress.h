@@ -15,6 +15,10 @@ struct PeerAddress {
     // "192.0.2.7", also for an IPv4 peer of an IPv6 socket; empty for another IPv6 peer and on a
     // Unix-domain socket.
     std::string ipV4;
+    // Whom the system vouches for at the other end of a Unix-domain socket: the user and the group
+    // of the process that connected. -1: unknown, as over TCP.
+    std::int64_t user = -1;
+    std::int64_t group = -1;
     // For people: "192.0.2.7:40312", "[2001:db8::7]:40312", "/run/storage.sock process 4711 user
     // 1000".
     std::string text;

@@ -12,8 +12,11 @@ namespace {
 
 using Brantel::Engine::Durability;
 using Brantel::Server::CommandLine;
+using Brantel::Server::Role;
+using Brantel::Server::ServerLimits;
 using Brantel::Server::ServerOptions;
 using Brantel::Server::StoreJob;
+using Brantel::Services::PeerAddress;
 using testing::HasSubstr;
 using testing::StartsWith;
 
@@ -53,8 +56,8 @@ TEST_F(CommandLineTest, WhatIsNotSaidHasADefault) {
     EXPECT_EQ(parsed.options->keepFree, 268'435'456U);
     EXPECT_TRUE(parsed.options->writesNewSpace);
     EXPECT_EQ(parsed.options->durability.mode, Durability::Mode::Always);
-    EXPECT_EQ(parsed.options->messageLimit, 268'435'456U);
-    EXPECT_EQ(parsed.options->maximumConnections, 10'000U);
+    EXPECT_EQ(parsed.options->limits.messageBytes, 268'435'456U);
+    EXPECT_EQ(parsed.options->limits.connections, 4096U);
     EXPECT_EQ(parsed.options->readyDescriptor, -1);
 }
 
@@ -76,8 +79,8 @@ TEST_F(CommandLineTest, EverythingElseCanBeChosen) {
     ASSERT_TRUE(parsed.options.has_value()) << parsed.text;
     EXPECT_EQ(parsed.options->socketMode, 0600U);
     EXPECT_EQ(parsed.options->capacity, 5'000'000'000U);
-    EXPECT_EQ(parsed.options->messageLimit, 65'536U);
-    EXPECT_EQ(parsed.options->maximumConnections, 3U);
+    EXPECT_EQ(parsed.options->limits.messageBytes, 65'536U);
+    EXPECT_EQ(parsed.options->limits.connections, 3U);
     EXPECT_EQ(parsed.options->readyDescriptor, 7);
     const Durability chosen{Durability::Mode::Interval, std::chrono::milliseconds(200)};
     EXPECT_EQ(parsed.options->durability, chosen);
@@ -151,8 +154,8 @@ TEST_F(CommandLineTest, ACapacityThatIsNoNumberIsMisuse) {
 }
 
 TEST_F(CommandLineTest, AMessageLimitOutOfItsRangeIsMisuse) {
-    ExpectMisuse(Parse({"--message-limit", "65535"}), "65535 is not within 65536 to 2147483647");
-    ExpectMisuse(Parse({"--message-limit", "2GiB"}), "is not within 65536 to 2147483647");
+    ExpectMisuse(Parse({"--message-limit", "65535"}), "65535 is not within 65536 to 1073741824");
+    ExpectMisuse(Parse({"--message-limit", "2GiB"}), "is not within 65536 to 1073741824");
 }
 
 TEST_F(CommandLineTest, ANumberOfConnectionsOutOfItsRangeIsMisuse) {
@@ -169,6 +172,51 @@ TEST_F(CommandLineTest, AModeThatIsNotOctalIsMisuse) {
         ExpectMisuse(Parse({"--socket-mode", mode}),
                      "Mode " + mode + " is not an octal number from 0 to 777");
     }
+}
+
+TEST_F(CommandLineTest, EveryLimitCanBeSetWithinItsRange) {
+    for (const ServerLimits::Setting& setting : ServerLimits::settings) {
+        const std::string option = std::string("--") + setting.name;
+        const std::string highest = std::to_string(setting.highest);
+        const CommandLine parsed = setting.value == &ServerLimits::messageBytes
+                                       ? Parse({option, highest, "--bytes-in-flight", highest})
+                                       : Parse({option, highest});
+        ASSERT_TRUE(parsed.options.has_value()) << parsed.text;
+        EXPECT_EQ(parsed.options->limits.*setting.value, setting.highest);
+        ExpectMisuse(Parse({option, std::to_string(setting.highest + 1)}), "is not within");
+    }
+}
+
+TEST_F(CommandLineTest, EveryLimitsDefaultIsWithinItsRange) {
+    for (const ServerLimits::Setting& setting : ServerLimits::settings) {
+        const std::uint64_t value = ServerLimits().*setting.value;
+        EXPECT_GE(value, setting.lowest) << setting.name;
+        EXPECT_LE(value, setting.highest) << setting.name;
+    }
+}
+
+TEST_F(CommandLineTest, ALargestMessageThatCouldNeverArriveIsMisuse) {
+    ExpectMisuse(Parse({"--message-limit", "2MiB", "--bytes-in-flight", "1MiB"}),
+                 "bytes-in-flight 1048576 is below message-limit 2097152: a message of that size "
+                 "could never arrive");
+}
+
+TEST_F(CommandLineTest, RolesAreGivenToUsersGroupsAndTcp) {
+    const CommandLine parsed = Parse(
+        {"--allow", "user:1000=writer", "--allow", "group:2000=editor", "--tcp-role", "none"});
+    ASSERT_TRUE(parsed.options.has_value()) << parsed.text;
+    PeerAddress peer;
+    peer.kind = PeerAddress::Kind::Unix;
+    peer.user = 1000;
+    EXPECT_EQ(parsed.options->access.RoleOf(peer, 1), Role::Writer);
+    peer.group = 2000;
+    EXPECT_EQ(parsed.options->access.RoleOf(peer, 1), Role::Editor);
+    EXPECT_EQ(parsed.options->access.overTcp, Role::None);
+}
+
+TEST_F(CommandLineTest, ARuleThatCannotBeReadIsMisuse) {
+    ExpectMisuse(Parse({"--allow", "user:1000=king"}), "\"king\" is no role");
+    ExpectMisuse(Parse({"--tcp-role", "king"}), "king not in");
 }
 
 TEST_F(CommandLineTest, CheckAndRecoverAreJobsOnAStore) {

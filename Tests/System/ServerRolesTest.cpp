@@ -1,0 +1,121 @@
+// Who may do what: clients over TCP, and clients of other users over a Unix-domain socket.
+
+#include "ServerProcess.h"
+#include "Support/ChildProcess.h"
+#include "Support/TemporaryFolder.h"
+
+#include <libProtocolX/IStorageWriterX.h>
+
+#include <gmock/gmock.h>
+#include <gtest/gtest.h>
+
+#include <unistd.h>
+
+#include <cstdlib>
+#include <filesystem>
+#include <functional>
+#include <memory>
+#include <stdexcept>
+#include <string>
+#include <vector>
+
+namespace Brantel::Tests {
+namespace {
+
+using ProtocolX::StorageClientX;
+using Time::TimePoint;
+
+constexpr uid_t otherUser = 65534;
+constexpr gid_t otherGroup = 65533;
+
+std::string RefusalOf(const std::function<void()>& call) {
+    try {
+        call();
+        return "none";
+    } catch (const std::runtime_error& error) {
+        return error.what();
+    }
+}
+
+std::string Denied(const std::string& operation, const std::string& role) {
+    return "Exception from server: Permission denied: " + operation + " needs role " + role;
+}
+
+class ServerRolesTest : public testing::Test {
+  protected:
+    std::unique_ptr<ServerProcess> Serve(std::vector<std::string> options) {
+        options.insert(options.end(), {"--socket-mode", "666"});
+        // Everybody may look for the socket.
+        std::filesystem::permissions(folder.Path(), static_cast<std::filesystem::perms>(0755));
+        return std::make_unique<ServerProcess>(socketPath, options);
+    }
+    // Whether a client of another user gets just these answers.
+    bool OtherUserSees(const std::function<bool(StorageClientX&)>& look) {
+        ChildProcess child([&](int) {
+            if (setgid(otherGroup) != 0 || setuid(otherUser) != 0) {
+                return EXIT_FAILURE;
+            }
+            StorageClientX client;
+            return client.ConnectToSlave(socketPath) && look(client) ? EXIT_SUCCESS : EXIT_FAILURE;
+        });
+        return child.Wait() == EXIT_SUCCESS;
+    }
+
+    TemporaryFolder folder;
+    const std::string socketPath = folder.File("storage.sock");
+};
+
+TEST_F(ServerRolesTest, OverTcpOneReadsUnlessMoreIsAllowed) {
+    const auto server = Serve({"--tcp-role", "reader"});
+    const long track = CreateTrack(*server->ConnectOverUnix());
+    const auto client = server->ConnectOverTcp();
+    EXPECT_EQ(ReadChunk(*client, track, 1), "not found");
+    EXPECT_EQ(client->ListTracks().size(), 1U);
+    EXPECT_EQ(RefusalOf([&] { AppendChunk(*client, track, 1, "a"); }),
+              Denied("TrackWriter", "writer"));
+    EXPECT_EQ(RefusalOf([&] {
+                  client->SetTrackProperties(track, {{"a", "b"}});
+              }),
+              Denied("SetTrackProperties", "editor"));
+    EXPECT_EQ(RefusalOf([&] { client->ClearTrack(track); }), Denied("ClearTrack", "admin"));
+    EXPECT_EQ(RefusalOf([&] { CreateTrack(*client); }), Denied("CreateTrack", "admin"));
+}
+
+TEST_F(ServerRolesTest, TheServersOwnUserMayDoEverythingOverASocket) {
+    const auto server = Serve({"--tcp-role", "none"});
+    const auto client = server->ConnectOverUnix();
+    const long track = CreateTrack(*client);
+    AppendChunk(*client, track, 1, "a");
+    client->ClearTrack(track);
+    EXPECT_EQ(RefusalOf([&] { server->ConnectOverTcp()->ListTracks(); }),
+              Denied("ListTracks", "reader"));
+}
+
+TEST_F(ServerRolesTest, AnotherUserMayDoNothingUntilHeIsGivenARole) {
+    if (geteuid() != 0) {
+        GTEST_SKIP() << "SKIPPED: only root can connect as somebody else";
+    }
+    const auto server = Serve({});
+    EXPECT_TRUE(OtherUserSees([](StorageClientX& client) {
+        return RefusalOf([&] { client.ListTracks(); }) == Denied("ListTracks", "reader") &&
+               RefusalOf([&] { client.GetTrackReader(1, 1); }) == Denied("TrackReader", "reader");
+    }));
+}
+
+TEST_F(ServerRolesTest, AnotherUserHasTheRoleThatHeOrHisGroupWasGiven) {
+    if (geteuid() != 0) {
+        GTEST_SKIP() << "SKIPPED: only root can connect as somebody else";
+    }
+    for (const std::string rule : {"user:65534=writer", "group:65533=writer"}) {
+        const auto server = Serve({"--allow", rule});
+        const long track = CreateTrack(*server->ConnectOverUnix());
+        EXPECT_TRUE(OtherUserSees([track](StorageClientX& client) {
+            AppendChunk(client, track, 1, "from another user");
+            return ReadChunk(client, track, 1) == "from another user" &&
+                   RefusalOf([&] { client.DeleteTrack(track); }) == Denied("DeleteTrack", "admin");
+        })) << rule;
+    }
+}
+
+}  // namespace
+}  // namespace Brantel::Tests
