@@ -1,149 +1,161 @@
 #include "GuardedStorage.h"
 
-#include <stdexcept>
-#include <string>
+#include <cstddef>
+#include <cstdint>
 
 namespace Brantel::Server {
 
 namespace {
 
-void Require(Role needed, Role role, const char* operation) {
-    if (role < needed) {
-        throw std::runtime_error(std::string("Permission denied: ") + operation + " needs role " +
-                                 std::string(NameOf(needed)));
-    }
+using Kind = OperationRecord::Kind;
+
+constexpr std::int64_t noTrack = -1;
+
+constexpr ClientSession::Operation Query(const char* name) {
+    return {name, Kind::Query, Role::Reader};
+}
+
+constexpr ClientSession::Operation Change(const char* name, Role needed) {
+    return {name, Kind::Change, needed};
 }
 
 }  // namespace
 
 void GuardedStorage::GetTrackProperties(const long& trackId, Protocol::PropertyList& properties) {
-    Require(Role::Reader, role, "GetTrackProperties");
-    storage->GetTrackProperties(trackId, properties);
+    session->Carry(Query("GetTrackProperties"), trackId, [&](OperationRecord& /*record*/) {
+        storage->GetTrackProperties(trackId, properties);
+    });
 }
 
 void GuardedStorage::GetNumberOfChunks(const long& trackId, const Protocol::TimePoint& in,
                                        const Protocol::TimePoint& out, long& nbChunks) {
-    Require(Role::Reader, role, "GetNumberOfChunks");
-    storage->GetNumberOfChunks(trackId, in, out, nbChunks);
+    session->Carry(Query("GetNumberOfChunks"), trackId, [&](OperationRecord& /*record*/) {
+        storage->GetNumberOfChunks(trackId, in, out, nbChunks);
+    });
 }
 
 void GuardedStorage::DeleteTrack(const long& trackId, Protocol::TrackParameters& infoOut) {
-    Require(Role::Admin, role, "DeleteTrack");
-    storage->DeleteTrack(trackId, infoOut);
+    session->Carry(Change("DeleteTrack", Role::Admin), trackId,
+                   [&](OperationRecord& /*record*/) { storage->DeleteTrack(trackId, infoOut); });
 }
 
 void GuardedStorage::GetTrackSize(const long& trackId, long& trackSize) {
-    Require(Role::Reader, role, "GetTrackSize");
-    storage->GetTrackSize(trackId, trackSize);
+    session->Carry(Query("GetTrackSize"), trackId,
+                   [&](OperationRecord& /*record*/) { storage->GetTrackSize(trackId, trackSize); });
 }
 
 void GuardedStorage::GetTrackInfos(const Protocol::Ids& trackIds,
                                    Protocol::TrackInfos& trackInfos) {
-    Require(Role::Reader, role, "GetTrackInfos");
-    storage->GetTrackInfos(trackIds, trackInfos);
+    session->Carry(Query("GetTrackInfos"), noTrack, [&](OperationRecord& /*record*/) {
+        session->CheckIds(static_cast<std::size_t>(trackIds.ids_size()));
+        storage->GetTrackInfos(trackIds, trackInfos);
+    });
 }
 
 void GuardedStorage::RemoveTrackProperties(const long& trackId,
                                            const Protocol::PropertyList& properties) {
-    Require(Role::Editor, role, "RemoveTrackProperties");
-    storage->RemoveTrackProperties(trackId, properties);
+    session->Carry(
+        Change("RemoveTrackProperties", Role::Editor), trackId,
+        [&](OperationRecord& /*record*/) { storage->RemoveTrackProperties(trackId, properties); });
 }
 
 void GuardedStorage::GetActiveWorkers(Protocol::Ids& workerIds, Protocol::Ids& trackIds) {
-    Require(Role::Reader, role, "GetActiveWorkers");
-    storage->GetActiveWorkers(workerIds, trackIds);
+    session->Carry(Query("GetActiveWorkers"), noTrack, [&](OperationRecord& /*record*/) {
+        storage->GetActiveWorkers(workerIds, trackIds);
+    });
 }
 
 void GuardedStorage::GrowTrack(const Protocol::TrackParameters& infoIn,
                                Protocol::TrackParameters& infoOut) {
-    Require(Role::Admin, role, "GrowTrack");
-    storage->GrowTrack(infoIn, infoOut);
+    session->Carry(Change("GrowTrack", Role::Admin), static_cast<std::int64_t>(infoIn.id()),
+                   [&](OperationRecord& /*record*/) { storage->GrowTrack(infoIn, infoOut); });
 }
 
 void GuardedStorage::GetCommandInfo(const long& commandId, Protocol::CommandInfo& commandInfo) {
-    Require(Role::Reader, role, "GetCommandInfo");
-    storage->GetCommandInfo(commandId, commandInfo);
+    session->Carry(Query("GetCommandInfo"), noTrack, [&](OperationRecord& /*record*/) {
+        storage->GetCommandInfo(commandId, commandInfo);
+    });
 }
 
 void GuardedStorage::GetRemainingSpace(long& remainingSpace) {
-    Require(Role::Reader, role, "GetRemainingSpace");
-    storage->GetRemainingSpace(remainingSpace);
+    session->Carry(Query("GetRemainingSpace"), noTrack, [&](OperationRecord& /*record*/) {
+        storage->GetRemainingSpace(remainingSpace);
+    });
 }
 
 void GuardedStorage::GetBeginningOfTrack(const long& trackId, Protocol::TimePoint& timecode) {
-    Require(Role::Reader, role, "GetBeginningOfTrack");
-    storage->GetBeginningOfTrack(trackId, timecode);
+    session->Carry(Query("GetBeginningOfTrack"), trackId, [&](OperationRecord& /*record*/) {
+        storage->GetBeginningOfTrack(trackId, timecode);
+    });
 }
 
 void GuardedStorage::ClearTrack(const long& trackId) {
-    Require(Role::Admin, role, "ClearTrack");
-    storage->ClearTrack(trackId);
+    session->Carry(Change("ClearTrack", Role::Admin), trackId,
+                   [&](OperationRecord& /*record*/) { storage->ClearTrack(trackId); });
 }
 
 void GuardedStorage::GetAccumulatedDuration(const long& trackId, const Protocol::TimePoint& in,
                                             const Protocol::TimePoint& out,
                                             Protocol::TimePoint& duration) {
-    Require(Role::Reader, role, "GetAccumulatedDuration");
-    storage->GetAccumulatedDuration(trackId, in, out, duration);
+    session->Carry(Query("GetAccumulatedDuration"), trackId, [&](OperationRecord& /*record*/) {
+        storage->GetAccumulatedDuration(trackId, in, out, duration);
+    });
 }
 
 void GuardedStorage::Protect(const long& trackId, const Protocol::TimePoint& timecode,
                              const Protocol::TimePoint& duration, long& protectionId) {
-    Require(Role::Editor, role, "Protect");
-    storage->Protect(trackId, timecode, duration, protectionId);
+    session->Carry(Change("Protect", Role::Editor), trackId, [&](OperationRecord& /*record*/) {
+        storage->Protect(trackId, timecode, duration, protectionId);
+    });
 }
 
 void GuardedStorage::GetWorkerInfos(const Protocol::Ids& workerIds,
                                     Protocol::WorkerInfos& workerInfos) {
-    Require(Role::Reader, role, "GetWorkerInfos");
-    storage->GetWorkerInfos(workerIds, workerInfos);
+    session->Carry(Query("GetWorkerInfos"), noTrack, [&](OperationRecord& /*record*/) {
+        session->CheckIds(static_cast<std::size_t>(workerIds.ids_size()));
+        storage->GetWorkerInfos(workerIds, workerInfos);
+    });
 }
 
 void GuardedStorage::Unprotect(const long& protectionId) {
-    Require(Role::Editor, role, "Unprotect");
-    storage->Unprotect(protectionId);
+    session->Carry(Change("Unprotect", Role::Editor), noTrack,
+                   [&](OperationRecord& /*record*/) { storage->Unprotect(protectionId); });
 }
 
 void GuardedStorage::GetEndOfTrack(const long& trackId, Protocol::TimePoint& timecode) {
-    Require(Role::Reader, role, "GetEndOfTrack");
-    storage->GetEndOfTrack(trackId, timecode);
+    session->Carry(Query("GetEndOfTrack"), trackId,
+                   [&](OperationRecord& /*record*/) { storage->GetEndOfTrack(trackId, timecode); });
 }
 
 void GuardedStorage::ListProtections(Protocol::ProtectionInfos& protectionInfos) {
-    Require(Role::Reader, role, "ListProtections");
-    storage->ListProtections(protectionInfos);
+    session->Carry(Query("ListProtections"), noTrack,
+                   [&](OperationRecord& /*record*/) { storage->ListProtections(protectionInfos); });
 }
 
 void GuardedStorage::CreateTrack(const Protocol::TrackParameters& infoIn,
                                  Protocol::TrackParameters& infoOut) {
-    Require(Role::Admin, role, "CreateTrack");
-    storage->CreateTrack(infoIn, infoOut);
+    session->Carry(Change("CreateTrack", Role::Admin), static_cast<std::int64_t>(infoIn.id()),
+                   [&](OperationRecord& record) {
+                       storage->CreateTrack(infoIn, infoOut);
+                       record.trackId = static_cast<std::int64_t>(infoOut.id());
+                   });
 }
 
 void GuardedStorage::GetOngoingCommands(Protocol::Ids& commandIds) {
-    Require(Role::Reader, role, "GetOngoingCommands");
-    storage->GetOngoingCommands(commandIds);
+    session->Carry(Query("GetOngoingCommands"), noTrack,
+                   [&](OperationRecord& /*record*/) { storage->GetOngoingCommands(commandIds); });
 }
 
 void GuardedStorage::SetTrackProperties(const long& trackId,
                                         const Protocol::PropertyList& properties) {
-    Require(Role::Editor, role, "SetTrackProperties");
-    storage->SetTrackProperties(trackId, properties);
+    session->Carry(
+        Change("SetTrackProperties", Role::Editor), trackId,
+        [&](OperationRecord& /*record*/) { storage->SetTrackProperties(trackId, properties); });
 }
 
 void GuardedStorage::ListTracks(Protocol::TrackList& list) {
-    Require(Role::Reader, role, "ListTracks");
-    storage->ListTracks(list);
-}
-
-BrantelStorageApi::ITrackReader* GuardedReaderFactory::CreateTrackReader(const long& trackId) {
-    Require(Role::Reader, role, "TrackReader");
-    return factory->CreateTrackReader(trackId);
-}
-
-BrantelStorageApi::ITrackWriter* GuardedWriterFactory::CreateTrackWriter(const long& trackId) {
-    Require(Role::Writer, role, "TrackWriter");
-    return factory->CreateTrackWriter(trackId);
+    session->Carry(Query("ListTracks"), noTrack,
+                   [&](OperationRecord& /*record*/) { storage->ListTracks(list); });
 }
 
 }  // namespace Brantel::Server

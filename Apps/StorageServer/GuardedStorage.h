@@ -1,22 +1,23 @@
 #pragma once
 
-#include "Role.h"
+#include "ClientSession.h"
 
-#include <libProtocolX/rpc/ITrackReaderFactory.h>
 #include <libProtocolX/rpc/ITrackStorage.h>
-#include <libProtocolX/rpc/ITrackWriterFactory.h>
 
 #include <memory>
 #include <utility>
 
 namespace Brantel::Server {
 
-// The storage as one connection may use it: what the connection's role allows goes on to the
-// storage, everything else is refused with "Permission denied: ClearTrack needs role admin".
+// The storage as one connection may use it: what the client's role and the limits allow goes on to
+// the storage, everything else is refused with "Permission denied: ClearTrack needs role admin" or
+// "70000 ids in one request are over the limit of 65536".
 class GuardedStorage : public BrantelStorageApi::ITrackStorage {
   public:
-    GuardedStorage(std::unique_ptr<ITrackStorage> storage, Role role)
-        : storage(std::move(storage)), role(role) {}
+    // The session is shared with the connection's other adapters: they have no owner in common that
+    // could keep it.
+    GuardedStorage(std::unique_ptr<ITrackStorage> storage, std::shared_ptr<ClientSession> session)
+        : storage(std::move(storage)), session(std::move(session)) {}
 
     void GetTrackProperties(const long& trackId, Protocol::PropertyList& properties) override;
     void GetNumberOfChunks(const long& trackId, const Protocol::TimePoint& in,
@@ -51,33 +52,7 @@ class GuardedStorage : public BrantelStorageApi::ITrackStorage {
 
   private:
     const std::unique_ptr<ITrackStorage> storage;
-    const Role role;
-};
-
-// Makes readers for those who may read.
-class GuardedReaderFactory : public BrantelStorageApi::ITrackReaderFactory {
-  public:
-    GuardedReaderFactory(std::unique_ptr<ITrackReaderFactory> factory, Role role)
-        : factory(std::move(factory)), role(role) {}
-
-    BrantelStorageApi::ITrackReader* CreateTrackReader(const long& trackId) override;
-
-  private:
-    const std::unique_ptr<ITrackReaderFactory> factory;
-    const Role role;
-};
-
-// Makes writers for those who may write.
-class GuardedWriterFactory : public BrantelStorageApi::ITrackWriterFactory {
-  public:
-    GuardedWriterFactory(std::unique_ptr<ITrackWriterFactory> factory, Role role)
-        : factory(std::move(factory)), role(role) {}
-
-    BrantelStorageApi::ITrackWriter* CreateTrackWriter(const long& trackId) override;
-
-  private:
-    const std::unique_ptr<ITrackWriterFactory> factory;
-    const Role role;
+    const std::shared_ptr<ClientSession> session;
 };
 
 }  // namespace Brantel::Server

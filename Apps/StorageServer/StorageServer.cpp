@@ -1,6 +1,8 @@
 #include "StorageServer.h"
 
+#include "GuardedReader.h"
 #include "GuardedStorage.h"
+#include "GuardedWriter.h"
 
 #include <libProtocolX/rpc/Service.h>
 #include <libTracks/ClientConnection.h>
@@ -44,9 +46,12 @@ bool IsLoopback(const std::string& address) {
 
 }  // namespace
 
-StorageServer::StorageServer(Engine::IEngine& engine, const ServerOptions& options, const Log& log)
-    : access(options.access),
+StorageServer::StorageServer(Engine::IEngine& engine, const ServerOptions& options, const Log& log,
+                             ClientSession::Observers observers)
+    : limits(options.limits),
+      observers(std::move(observers)),
       storage(engine, MakeStorageOptions(options, log)),
+      access(options.access),
       listener([this](Services::FileDescriptorServiceConnection& connection,
                       const Services::PeerAddress& peer) { return MakeService(connection, peer); },
                MakeListenerOptions(options, log)) {
@@ -74,11 +79,23 @@ std::unique_ptr<Services::IServiceHandler> StorageServer::MakeService(
     client.id = static_cast<std::int64_t>(peer.connectionId);
     client.clientIpV4Address = peer.ipV4;
     client.isGone = [&connection] { return connection.PeerGone(); };
-    const Role role = access.RoleOf(peer, geteuid());
+    const auto session = std::make_shared<ClientSession>(peer.connectionId, peer.text,
+                                                         Access().RoleOf(peer, geteuid()), limits,
+                                                         refusals, observers);
     return std::make_unique<BrantelStorageApi::Service>(
-        std::make_unique<GuardedStorage>(storage.MakeTrackStorage(), role),
-        std::make_unique<GuardedReaderFactory>(storage.MakeReaderFactory(client), role),
-        std::make_unique<GuardedWriterFactory>(storage.MakeWriterFactory(client), role));
+        std::make_unique<GuardedStorage>(storage.MakeTrackStorage(), session),
+        std::make_unique<GuardedReaderFactory>(storage.MakeReaderFactory(client), session),
+        std::make_unique<GuardedWriterFactory>(storage.MakeWriterFactory(client), session));
+}
+
+void StorageServer::SetAccess(const AccessRules& rules) {
+    const std::lock_guard guard(accessMutex);
+    access = rules;
+}
+
+AccessRules StorageServer::Access() const {
+    const std::lock_guard guard(accessMutex);
+    return access;
 }
 
 void StorageServer::Listen(const ListenAddress& address, const ServerOptions& options) {

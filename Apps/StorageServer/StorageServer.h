@@ -1,6 +1,9 @@
 #pragma once
 
 #include "AccessRules.h"
+#include "ClientSession.h"
+#include "RefusalCounters.h"
+#include "ServerLimits.h"
 #include "ServerOptions.h"
 
 #include <libEngine/IEngine.h>
@@ -12,6 +15,7 @@
 
 #include <functional>
 #include <memory>
+#include <mutex>
 #include <string>
 #include <vector>
 
@@ -25,8 +29,10 @@ class StorageServer {
     using Log = std::function<void(const std::string&)>;
 
     // Opens what the engine (borrowed) holds and takes the addresses of the options, at which
-    // clients then wait to be served. Throws std::runtime_error that names what could not be done.
-    StorageServer(Engine::IEngine& engine, const ServerOptions& options, const Log& log);
+    // clients then wait to be served. The observers, which are told of every call, are borrowed.
+    // Throws std::runtime_error that names what could not be done.
+    StorageServer(Engine::IEngine& engine, const ServerOptions& options, const Log& log,
+                  ClientSession::Observers observers = {});
     // Stops.
     ~StorageServer();
     StorageServer(const StorageServer&) = delete;
@@ -39,6 +45,9 @@ class StorageServer {
     // Begins to serve. Throws std::runtime_error.
     void Start();
 
+    // Who may do what on connections that are accepted from now on. Any thread.
+    void SetAccess(const AccessRules& rules);
+
     // Ends every call that waits, accepts no more, closes all connections and waits until the last
     // call has ended. Not on a thread that serves a connection. A second call does nothing.
     void Stop();
@@ -50,9 +59,17 @@ class StorageServer {
         Services::FileDescriptorServiceConnection& connection, const Services::PeerAddress& peer);
     void Listen(const ListenAddress& address, const ServerOptions& options);
 
-    const AccessRules access;
-    // Synchronised by itself. Outlives the listener's connections, whose objects work on it.
+    AccessRules Access() const;
+
+    // Constant after construction. The connections' objects work on them, and on the storage and
+    // the counters, which are synchronised by themselves: all outlive the listener.
+    const ServerLimits limits;
+    const ClientSession::Observers observers;
+    RefusalCounters refusals;
     Tracks::Storage storage;
+    // Guards the access.
+    mutable std::mutex accessMutex;
+    AccessRules access;
     Services::ServiceListener listener;
     // Constant after construction.
     std::vector<std::string> addresses;

@@ -72,7 +72,7 @@ TEST_F(ServerRolesTest, OverTcpOneReadsUnlessMoreIsAllowed) {
     EXPECT_EQ(ReadChunk(*client, track, 1), "not found");
     EXPECT_EQ(client->ListTracks().size(), 1U);
     EXPECT_EQ(RefusalOf([&] { AppendChunk(*client, track, 1, "a"); }),
-              Denied("TrackWriter", "writer"));
+              Denied("OpenTrackWriter", "writer"));
     EXPECT_EQ(RefusalOf([&] {
                   client->SetTrackProperties(track, {{"a", "b"}});
               }),
@@ -98,7 +98,8 @@ TEST_F(ServerRolesTest, AnotherUserMayDoNothingUntilHeIsGivenARole) {
     const auto server = Serve({});
     EXPECT_TRUE(OtherUserSees([](StorageClientX& client) {
         return RefusalOf([&] { client.ListTracks(); }) == Denied("ListTracks", "reader") &&
-               RefusalOf([&] { client.GetTrackReader(1, 1); }) == Denied("TrackReader", "reader");
+               RefusalOf([&] { client.GetTrackReader(1, 1); }) ==
+                   Denied("OpenTrackReader", "reader");
     }));
 }
 

@@ -2,7 +2,9 @@
 
 #include <gtest/gtest.h>
 
+#include <StorageServer/GuardedReader.h>
 #include <StorageServer/GuardedStorage.h>
+#include <StorageServer/GuardedWriter.h>
 
 #include <array>
 #include <functional>
@@ -13,6 +15,7 @@
 
 namespace {
 
+using Brantel::Server::ClientSession;
 using Brantel::Server::GuardedReaderFactory;
 using Brantel::Server::GuardedStorage;
 using Brantel::Server::GuardedWriterFactory;
@@ -32,6 +35,9 @@ class GuardedStorageTest : public testing::Test {
   protected:
     static constexpr long id = 7;
 
+    std::shared_ptr<ClientSession> SessionOf(Role role) {
+        return std::make_shared<ClientSession>(5, "somebody", role, limits, refusals, observers);
+    }
     // What the call throws; empty when it does not.
     static std::string RefusalOf(const std::function<void()>& call) {
         try {
@@ -96,7 +102,7 @@ class GuardedStorageTest : public testing::Test {
         for (const Role role : roles) {
             Journal journal;
             GuardedStorage guarded(std::make_unique<BrantelStorageApi::RecordingStorage>(journal),
-                                   role);
+                                   SessionOf(role));
             const std::string refusal = RefusalOf([&] { operation.call(guarded); });
             if (role < operation.needed) {
                 EXPECT_EQ(refusal, Denied(operation.name, operation.needed));
@@ -109,6 +115,9 @@ class GuardedStorageTest : public testing::Test {
         }
     }
 
+    Brantel::Server::ServerLimits limits;
+    Brantel::Server::RefusalCounters refusals;
+    ClientSession::Observers observers;
     long number = 0;
     Protocol::TimePoint time;
     Protocol::Ids ids;
@@ -137,10 +146,10 @@ TEST_F(GuardedStorageTest, ReadersAreMadeForThoseWhoRead) {
     for (const Role role : roles) {
         Journal journal;
         GuardedReaderFactory factory(
-            std::make_unique<BrantelStorageApi::RecordingReaderFactory>(journal), role);
+            std::make_unique<BrantelStorageApi::RecordingReaderFactory>(journal), SessionOf(role));
         std::unique_ptr<BrantelStorageApi::ITrackReader> reader;
         const std::string refusal = RefusalOf([&] { reader.reset(factory.CreateTrackReader(id)); });
-        EXPECT_EQ(refusal, role < Role::Reader ? Denied("TrackReader", Role::Reader) : "");
+        EXPECT_EQ(refusal, role < Role::Reader ? Denied("OpenTrackReader", Role::Reader) : "");
         EXPECT_EQ(reader == nullptr, role < Role::Reader);
     }
 }
@@ -149,10 +158,10 @@ TEST_F(GuardedStorageTest, WritersAreMadeForThoseWhoWrite) {
     for (const Role role : roles) {
         Journal journal;
         GuardedWriterFactory factory(
-            std::make_unique<BrantelStorageApi::RecordingWriterFactory>(journal), role);
+            std::make_unique<BrantelStorageApi::RecordingWriterFactory>(journal), SessionOf(role));
         std::unique_ptr<BrantelStorageApi::ITrackWriter> writer;
         const std::string refusal = RefusalOf([&] { writer.reset(factory.CreateTrackWriter(id)); });
-        EXPECT_EQ(refusal, role < Role::Writer ? Denied("TrackWriter", Role::Writer) : "");
+        EXPECT_EQ(refusal, role < Role::Writer ? Denied("OpenTrackWriter", Role::Writer) : "");
         EXPECT_EQ(writer == nullptr, role < Role::Writer);
     }
 }
