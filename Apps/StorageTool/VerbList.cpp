@@ -1,0 +1,56 @@
+#include "VerbList.h"
+
+#include <CLI/CLI.hpp>
+
+#include <utility>
+
+namespace Brantel::Tool {
+
+VerbList::VerbList(CLI::App& root) : root(root) {}
+
+CLI::App& VerbList::Add(const std::string& name, const std::string& description, Run run) {
+    return Add(root, name, description, std::move(run));
+}
+
+CLI::App& VerbList::AddFamily(const std::string& name, const std::string& description) {
+    CLI::App& family = *root.add_subcommand(name, description);
+    family.require_subcommand(1);
+    return family;
+}
+
+CLI::App& VerbList::Add(CLI::App& family, const std::string& name, const std::string& description,
+                        Run run) {
+    CLI::App& verb = *family.add_subcommand(name, description);
+    runs.emplace(&verb, std::move(run));
+    return verb;
+}
+
+void VerbList::AddExample(CLI::App& verb, const std::string& command, const std::string& says) {
+    const std::string before = verb.get_footer();
+    verb.footer((before.empty() ? std::string("Examples:") : before) + "\n  " + command +
+                "\n      " + says);
+}
+
+const CLI::App* VerbList::Chosen() const {
+    const CLI::App* app = &root;
+    while (!app->get_subcommands().empty()) {
+        app = app->get_subcommands().front();
+    }
+    return app == &root ? nullptr : app;
+}
+
+std::string VerbList::ChosenName() const {
+    std::string name;
+    const CLI::App* app = &root;
+    while (!app->get_subcommands().empty()) {
+        app = app->get_subcommands().front();
+        name += (name.empty() ? "" : " ") + app->get_name();
+    }
+    return name;
+}
+
+int VerbList::RunChosen(Context& context) const {
+    return runs.at(Chosen())(context);
+}
+
+}  // namespace Brantel::Tool
