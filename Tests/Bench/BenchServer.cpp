@@ -2,6 +2,7 @@
 
 #include "Bench/BareExchange.h"
 #include "Bench/KeepingStorage.h"
+#include "Bench/ScatteredHeap.h"
 
 #include <libProtocolX/rpc/Service.h>
 #include <libServices/FileDescriptorServiceConnection.h>
@@ -69,13 +70,16 @@ int ListenTcp(int& port) {
 }
 
 void AcceptForEver(int listening, const std::function<void(int)>& serve) {
-    for (;;) {
+    for (unsigned accepted = 0;; ++accepted) {
         const int fd = ::accept4(listening, nullptr, nullptr, SOCK_CLOEXEC);
         if (fd < 0) {
             continue;
         }
         SetOptions(fd);
-        std::thread([fd, serve] { serve(fd); }).detach();
+        std::thread([fd, serve, accepted] {
+            const ScatteredHeap heap(accepted);
+            serve(fd);
+        }).detach();
     }
 }
 

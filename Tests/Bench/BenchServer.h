@@ -14,6 +14,7 @@ int ConnectSocket(int loopbackPort);
 
 // A child process, kept on one processor, that serves the bare exchange and the protocol (a Service
 // over the keeping storage for each connection), both on a Unix socket and on a loopback TCP port.
+// Each connection has a heap scattered in another way.
 // Ends with this object, or with the parent.
 class BenchServer {
   public:

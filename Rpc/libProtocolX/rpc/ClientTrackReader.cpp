@@ -1,14 +1,26 @@
 #include "rpc/ClientTrackReader.h"
 
 #include "rpc/Call.h"
+#include "rpc/SpareChunk.h"
 
+#include <memory>
 #include <utility>
 
 namespace BrantelStorageApi {
+namespace {
+
+// The chunks change places: what the caller's held goes where the next answer will.
+template <class Answer>
+void HandOver(Answer& answer, Protocol::Chunk& chunk, SpareChunk& spare) {
+    chunk = std::move(*answer.mutable_chunk());
+    spare.Keep(std::unique_ptr<Protocol::Chunk>(answer.release_chunk()));
+}
+
+}  // namespace
 
 ClientTrackReader::ClientTrackReader(Brantel::Services::IServiceConnection& connection,
                                      Brantel::Services::NativeMutex& mutex, const long& trackId)
-    : connection(connection), mutex(mutex) {
+    : connection(connection), mutex(mutex), spare(std::make_unique<SpareChunk>()) {
     Call<OPERATION_TrackReader_Constructor> exchange(connection, mutex);
     auto& question = exchange.question;
     question.set_trackid(trackId);
@@ -18,6 +30,8 @@ ClientTrackReader::ClientTrackReader(Brantel::Services::IServiceConnection& conn
     const auto& answer = exchange.response.trackreader_constructor();
     handle = answer.object_handle();
 }
+
+ClientTrackReader::~ClientTrackReader() = default;
 
 void ClientTrackReader::DestroyOnServer() {
     Call<OPERATION_TrackReader_Destructor> exchange(connection, mutex);
@@ -47,11 +61,14 @@ void ClientTrackReader::GetChunk(const Protocol::TimePoint& timecode, const Prot
     question.set_object_handle(handle);
     const auto timecodeLoan = Lend<Field::Timecode>(question, timecode);
     const auto keysLoan = Lend<Field::Keys>(question, keys);
+    exchange.response.mutable_trackreader_getchunk()->set_allocated_chunk(spare->Take().release());
+    // Empty, but with the memory.
+    exchange.response.Clear();
     if (!exchange.Perform()) {
         return;
     }
     auto& answer = *exchange.response.mutable_trackreader_getchunk();
-    chunk = std::move(*answer.mutable_chunk());
+    HandOver(answer, chunk, *spare);
     result = answer.result();
 }
 
@@ -88,11 +105,15 @@ void ClientTrackReader::GetPreviousChunk(const Protocol::TimePoint& timecode,
     question.set_object_handle(handle);
     const auto timecodeLoan = Lend<Field::Timecode>(question, timecode);
     const auto keysLoan = Lend<Field::Keys>(question, keys);
+    exchange.response.mutable_trackreader_getpreviouschunk()->set_allocated_chunk(
+        spare->Take().release());
+    // Empty, but with the memory.
+    exchange.response.Clear();
     if (!exchange.Perform()) {
         return;
     }
     auto& answer = *exchange.response.mutable_trackreader_getpreviouschunk();
-    chunk = std::move(*answer.mutable_chunk());
+    HandOver(answer, chunk, *spare);
     result = answer.result();
 }
 
@@ -104,11 +125,15 @@ void ClientTrackReader::GetNextChunk(const Protocol::TimePoint& timecode,
     question.set_object_handle(handle);
     const auto timecodeLoan = Lend<Field::Timecode>(question, timecode);
     const auto keysLoan = Lend<Field::Keys>(question, keys);
+    exchange.response.mutable_trackreader_getnextchunk()->set_allocated_chunk(
+        spare->Take().release());
+    // Empty, but with the memory.
+    exchange.response.Clear();
     if (!exchange.Perform()) {
         return;
     }
     auto& answer = *exchange.response.mutable_trackreader_getnextchunk();
-    chunk = std::move(*answer.mutable_chunk());
+    HandOver(answer, chunk, *spare);
     result = answer.result();
 }
 

@@ -238,4 +238,10 @@ PartMemory MemoryOf(const Response& response, Operation operation) {
     return memory;
 }
 
+PartMemory MemoryOf(const Protocol::Chunk& chunk) {
+    PartCount count;
+    count.AddPart(chunk);
+    return count.Get();
+}
+
 }  // namespace BrantelStorageApi

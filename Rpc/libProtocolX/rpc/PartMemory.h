@@ -23,4 +23,7 @@ PartMemory MemoryOf(const Request& request);
 // storage may have kept as a client sent it: chunks and properties.
 PartMemory MemoryOf(const Response& response, Operation operation);
 
+// The same of a chunk by itself.
+PartMemory MemoryOf(const Protocol::Chunk& chunk);
+
 }  // namespace BrantelStorageApi

@@ -1,9 +1,13 @@
 #include "Unit/Rpc/libProtocolX/rpc/StubFixture.h"
 
+#include <libProtocolX/rpc/SpareChunk.h>
+
 #include <gtest/gtest.h>
 
+#include <memory>
 #include <stdexcept>
 #include <string>
+#include <utility>
 
 namespace BrantelStorageApi {
 namespace {
@@ -32,6 +36,68 @@ TEST_F(ClientTrackReaderTest, AChunkIsCopiedWhateverTheResultSays) {
     stubs.reader->GetNextChunk(timecode, Protocol::KeyList(), chunk, result);
     EXPECT_FALSE(result);
     EXPECT_EQ(ToText(chunk), "duration { nanoseconds: 5 }");
+}
+
+TEST_F(ClientTrackReaderTest, NothingOfAnEarlierAnswerIsLeftInALaterOne) {
+    for (int i = 0; i < 3; ++i) {
+        WillAnswer(
+            "is_success: true TrackReader_GetChunk { chunk { timecode { nanoseconds: 1 } "
+            "properties { items { key: \"a\" value: \"b\" } } "
+            "data { items { key: \"c\" value: \"d\" } items { key: \"e\" value: \"\" } } } result: "
+            "true }");
+        stubs.reader->GetChunk(timecode, Protocol::KeyList(), chunk, result);
+        EXPECT_EQ(chunk.data().items_size(), 2);
+        WillAnswer(
+            "is_success: true TrackReader_GetNextChunk "
+            "{ chunk { data { items { key: \"f\" value: \"g\" } } } result: true }");
+        stubs.reader->GetNextChunk(timecode, Protocol::KeyList(), chunk, result);
+        EXPECT_EQ(ToText(chunk), "data { items { key: \"f\" value: \"g\" } }");
+    }
+}
+
+TEST_F(ClientTrackReaderTest, ReadingIntoOneChunkUsesItsMemoryAgain) {
+    const auto read = [&] {
+        WillAnswer(
+            "is_success: true TrackReader_GetPreviousChunk { chunk { duration { nanoseconds: 5 } } "
+            "result: true }");
+        stubs.reader->GetPreviousChunk(timecode, Protocol::KeyList(), chunk, result);
+        return &chunk.duration();
+    };
+    const Protocol::TimePoint* const first = read();
+    const Protocol::TimePoint* const second = read();
+    EXPECT_NE(first, second);
+    EXPECT_EQ(read(), first);
+    EXPECT_EQ(read(), second);
+}
+
+TEST(SpareChunkTest, AChunkIsKeptEmptyAndGivenToOne) {
+    SpareChunk spare;
+    EXPECT_EQ(spare.Take(), nullptr);
+    auto chunk = std::make_unique<Protocol::Chunk>(
+        FromText<Protocol::Chunk>("data { items { key: \"a\" value: \"b\" } }"));
+    const Protocol::Chunk* const address = chunk.get();
+    spare.Keep(std::move(chunk));
+    const auto taken = spare.Take();
+    EXPECT_EQ(taken.get(), address);
+    EXPECT_EQ(ToText(*taken), "");
+    EXPECT_EQ(spare.Take(), nullptr);
+}
+
+TEST(SpareChunkTest, AChunkThatWouldKeepTooMuchMemoryIsNotKept) {
+    SpareChunk spare;
+    auto chunk = std::make_unique<Protocol::Chunk>();
+    chunk->mutable_data()->add_items()->set_value(std::string(SpareChunk::limit, 'x'));
+    spare.Keep(std::move(chunk));
+    EXPECT_EQ(spare.Take(), nullptr);
+}
+
+TEST(SpareChunkTest, OfTwoChunksTheLaterIsKept) {
+    SpareChunk spare;
+    spare.Keep(std::make_unique<Protocol::Chunk>());
+    auto later = std::make_unique<Protocol::Chunk>();
+    const Protocol::Chunk* const address = later.get();
+    spare.Keep(std::move(later));
+    EXPECT_EQ(spare.Take().get(), address);
 }
 
 TEST_F(ClientTrackReaderTest, WaitWithANegativeTimeOutSendsTheNegativeValueUnchanged) {
