@@ -76,4 +76,13 @@ ListenAddress ListenAddress::Parse(const std::string& text) {
     return address;
 }
 
+std::string ListenAddress::Text() const {
+    if (kind == Kind::Unix) {
+        return std::string(unixPrefix) + path;
+    }
+    const bool isIpV6 = host.find(':') != std::string::npos;
+    const std::string shown = host.empty() ? "*" : isIpV6 ? "[" + host + "]" : host;
+    return std::string(tcpPrefix) + shown + ":" + std::to_string(port);
+}
+
 }  // namespace Brantel::Server

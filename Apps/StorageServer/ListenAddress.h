@@ -13,9 +13,13 @@ namespace Brantel::Server {
 // A value.
 struct ListenAddress {
     enum class Kind { Unix, Tcp };
+    // Where metrics are served when nobody says otherwise.
+    static constexpr unsigned short defaultHttpPort = 9187;
 
     // Throws std::invalid_argument that names the text and what is wrong with it.
     static ListenAddress Parse(const std::string& text);
+    // The reverse of it.
+    std::string Text() const;
 
     Kind kind = Kind::Unix;
     // Of a Unix-domain socket.

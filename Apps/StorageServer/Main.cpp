@@ -7,6 +7,7 @@
 #include "StopSignals.h"
 #include "StorageServer.h"
 #include "StoreJob.h"
+#include "Surroundings.h"
 
 #include <libEngine/IEngine.h>
 #include <libEngine/Local/LocalEngine.h>
@@ -151,7 +152,8 @@ int main(int argc, char** argv) {
     OpenStandardDescriptors();
     try {
         const auto commandLine = Brantel::Server::CommandLine::Parse(
-            std::vector<std::string>(argv + (argc > 0 ? 1 : 0), argv + argc), EngineNames());
+            std::vector<std::string>(argv + (argc > 0 ? 1 : 0), argv + argc), EngineNames(),
+            Brantel::Server::Surroundings::OfProcess());
         if (commandLine.job) {
             return Run(*commandLine.job);
         }

@@ -2,9 +2,11 @@
 
 #include "AccessRules.h"
 #include "ListenAddress.h"
+#include "LogOptions.h"
 #include "ServerLimits.h"
 
 #include <libEngine/EngineTypes.h>
+#include <libTracks/TrackSettings.h>
 
 #include <cstdint>
 #include <optional>
@@ -13,7 +15,7 @@
 
 namespace Brantel::Server {
 
-// What the command line chooses. A value.
+// What an operator chooses; SettingTable says how. A value.
 struct ServerOptions {
     // None: one Unix-domain socket in a folder of its own, see DefaultSocket.
     std::vector<ListenAddress> listen;
@@ -22,6 +24,8 @@ struct ServerOptions {
     bool listensInsecurely = false;
     // Who may do what.
     AccessRules access;
+    // The rules in it, as they were written.
+    std::vector<std::string> accessRules;
     // The access mode of the Unix-domain sockets' files, 0 to 0777.
     unsigned int socketMode = 0660;
     // One of the names that the parser was given.
@@ -38,8 +42,13 @@ struct ServerOptions {
     bool writesNewSpace = true;
     // Of tracks that have none of their own.
     Engine::Durability durability;
+    Tracks::TrackSettings::Retention retention = Tracks::TrackSettings::Retention::Loop;
     // What clients can take.
     ServerLimits limits;
+    // Where metrics and health are served over HTTP; not set: nowhere.
+    std::optional<ListenAddress> http =
+        ListenAddress{ListenAddress::Kind::Tcp, {}, "127.0.0.1", ListenAddress::defaultHttpPort};
+    LogOptions log;
     // A file that gets the addresses, one a line, once the server serves; empty: none.
     std::string addressFile;
     // A descriptor that gets the addresses and is then closed, once the server serves; -1: none.

@@ -22,6 +22,7 @@ Tracks::StorageOptions MakeStorageOptions(const ServerOptions& options,
                                           const StorageServer::Log& log) {
     Tracks::StorageOptions result;
     result.durability = options.durability;
+    result.retention = options.retention;
     result.log = log;
     return result;
 }

@@ -1,6 +1,7 @@
 #pragma once
 
 #include <libEngine/EngineTypes.h>
+#include <libTracks/TrackSettings.h>
 
 #include <chrono>
 #include <cstddef>
@@ -14,6 +15,8 @@ namespace Brantel::Tracks {
 struct StorageOptions {
     // Of tracks without a storage.durability of their own.
     Engine::Durability durability;
+    // Of tracks without a storage.retention of their own.
+    TrackSettings::Retention retention = TrackSettings::Retention::Loop;
     // The segments of small tracks, in bytes: a multiple of 4096, at least 12288. A track's
     // segments are otherwise 1/32 of the capacity that it was created with, at most 256 MiB; the
     // largest chunk of a track is one segment less 8192 bytes.

@@ -44,6 +44,7 @@ std::string Track::EncodeProperties(const Properties& properties) {
 
 TrackSettings Track::MakeSettings(const Properties& properties) const {
     TrackSettings settings;
+    settings.retention = context.options.retention;
     settings.durability = context.options.durability;
     for (const auto& [key, value] : properties) {
         settings.Set(key, value);

@@ -10,7 +10,8 @@ namespace Brantel::Tracks {
 
 // The server's settings of one track, made by the track properties that begin with "storage.":
 //
-//   storage.retention   loop (default): a full track recycles its oldest chunks; stop: it refuses
+//   storage.retention   loop: a full track recycles its oldest chunks; stop: it refuses; default:
+//                       the server's
 //   storage.durability  always, interval:<milliseconds>ms (1 to 3600000), os; default: the server's
 struct TrackSettings {
     enum class Retention : std::uint8_t { Loop, Stop };

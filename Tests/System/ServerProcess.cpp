@@ -56,6 +56,9 @@ ServerProcess::ServerProcess(const std::string& socketPath, const std::vector<st
     if (std::find(options.begin(), options.end(), "--data") == options.end()) {
         command.insert(command.end(), {"--engine", "memory"});
     }
+    if (std::find(options.begin(), options.end(), "--config") == options.end()) {
+        command.insert(command.end(), {"--config", ""});
+    }
     if (std::find(options.begin(), options.end(), "--tcp-role") == options.end()) {
         command.insert(command.end(), {"--tcp-role", "admin"});
     }

@@ -19,8 +19,9 @@ class ServerProcess {
     static constexpr std::chrono::milliseconds endLimit{5000};
 
     // The socket's path, and options beside those it needs; with the memory engine unless they
-    // name a folder, and with everything allowed over TCP unless they name a role. Throws
-    // std::runtime_error with what the server said when it does not start.
+    // name a folder, with everything allowed over TCP unless they name a role, and without a file
+    // of settings unless they name one. Throws std::runtime_error with what the server said when it
+    // does not start.
     explicit ServerProcess(const std::string& socketPath,
                            const std::vector<std::string>& options = {});
 

@@ -66,7 +66,7 @@ TEST_F(ServerStartTest, AnIpV6AddressIsSaidAsItIsGiven) {
 }
 
 TEST_F(ServerStartTest, WrongArgumentsAreMisuseWithTheUsage) {
-    EXPECT_THAT(ErrorsOf({}, 2), HasSubstr("Usage: brantel-storaged"));
+    EXPECT_THAT(ErrorsOf({"--colour"}, 2), HasSubstr("Usage: brantel-storaged"));
     EXPECT_THAT(ErrorsOf({"--engine", "memory", "--listen", "ftp:x"}, 2), HasSubstr("ftp:x"));
     EXPECT_THAT(ErrorsOf({"--engine", "paper", "--listen", "unix:" + socketPath}, 2),
                 HasSubstr("paper"));

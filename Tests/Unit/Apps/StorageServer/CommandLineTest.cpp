@@ -12,6 +12,8 @@ namespace {
 
 using Brantel::Engine::Durability;
 using Brantel::Server::CommandLine;
+using Brantel::Server::LogLevel;
+using Brantel::Server::LogOptions;
 using Brantel::Server::Role;
 using Brantel::Server::ServerLimits;
 using Brantel::Server::ServerOptions;
@@ -107,7 +109,7 @@ TEST_F(CommandLineTest, TheFirstEngineIsTheDefault) {
 
 TEST_F(CommandLineTest, AnEngineThatKeepsFilesNeedsAFolder) {
     ExpectMisuse(ParseAlone({"--listen", "unix:/run/a.sock"}),
-                 "--data is required: the engine paper keeps the tracks in a folder");
+                 "The engine paper keeps the tracks in a folder: name it by --data");
     ExpectMisuse(ParseAlone({"--listen", "unix:/run/a.sock", "--data", ""}), "--data");
 }
 
@@ -118,7 +120,7 @@ TEST_F(CommandLineTest, AFolderForAnEngineWithoutFilesIsMisuse) {
 
 TEST_F(CommandLineTest, AnUnknownEngineIsMisuseAndTheKnownOnesAreNamed) {
     ExpectMisuse(ParseAlone({"--listen", "unix:/run/a.sock", "--engine", "stone"}),
-                 "stone not in {paper,memory}");
+                 "--engine: stone is none of paper, memory");
 }
 
 TEST_F(CommandLineTest, ADurabilityThatIsUnknownIsMisuse) {
@@ -216,7 +218,53 @@ TEST_F(CommandLineTest, RolesAreGivenToUsersGroupsAndTcp) {
 
 TEST_F(CommandLineTest, ARuleThatCannotBeReadIsMisuse) {
     ExpectMisuse(Parse({"--allow", "user:1000=king"}), "\"king\" is no role");
-    ExpectMisuse(Parse({"--tcp-role", "king"}), "king not in");
+    ExpectMisuse(Parse({"--tcp-role", "king"}),
+                 "--tcp-role: king is none of none, reader, writer, editor, admin");
+}
+
+TEST_F(CommandLineTest, AFlagThatIsNeitherTrueNorFalseIsMisuse) {
+    EXPECT_FALSE(Parse({"--insecure-listen=false"}).options->listensInsecurely);
+    ExpectMisuse(Parse({"--insecure-listen=perhaps"}), "perhaps");
+}
+
+TEST_F(CommandLineTest, WhereMetricsAreServedIsAnAddressOrOff) {
+    EXPECT_EQ(Parse({}).options->http->Text(), "tcp:127.0.0.1:9187");
+    EXPECT_EQ(Parse({"--http", "[::1]:80"}).options->http->Text(), "tcp:[::1]:80");
+    EXPECT_FALSE(Parse({"--http", "off"}).options->http.has_value());
+    ExpectMisuse(Parse({"--http", "here"}), "--http: Address tcp:here: the port is missing");
+}
+
+TEST_F(CommandLineTest, TheLogIsChosen) {
+    const CommandLine parsed = Parse({"--log-format", "json", "--log-level", "debug",
+                                      "--log-priority", "never", "--audit-file", "/var/audit"});
+    ASSERT_TRUE(parsed.options.has_value()) << parsed.text;
+    EXPECT_EQ(parsed.options->log.format, LogOptions::Format::Json);
+    EXPECT_EQ(parsed.options->log.level, LogLevel::Debug);
+    EXPECT_EQ(parsed.options->log.priority, LogOptions::Priority::Never);
+    EXPECT_EQ(parsed.options->log.auditFile, "/var/audit");
+}
+
+TEST_F(CommandLineTest, RetentionIsChosen) {
+    using Retention = Brantel::Tracks::TrackSettings::Retention;
+    EXPECT_EQ(Parse({}).options->retention, Retention::Loop);
+    EXPECT_EQ(Parse({"--retention", "stop"}).options->retention, Retention::Stop);
+}
+
+TEST_F(CommandLineTest, AFileThatIsNotThereEndsItWithoutTheUsage) {
+    const CommandLine parsed = Parse({"--config", "/nowhere/storage.toml"});
+    EXPECT_FALSE(parsed.options.has_value());
+    EXPECT_EQ(parsed.exitCode, 1);
+    EXPECT_EQ(parsed.text,
+              "brantel-storaged: /nowhere/storage.toml: the settings could not be read: No such "
+              "file or directory\n");
+}
+
+TEST_F(CommandLineTest, TheSettingsInForceAreShown) {
+    const CommandLine parsed = Parse({"--check-config", "--max-depth", "9"});
+    EXPECT_FALSE(parsed.options.has_value());
+    EXPECT_EQ(parsed.exitCode, 0);
+    EXPECT_THAT(parsed.text, HasSubstr("\nmax-depth = 9  # flag\n"));
+    EXPECT_EQ(Parse({"--check-config", "--max-depth", "7"}).exitCode, CommandLine::misused);
 }
 
 TEST_F(CommandLineTest, CheckAndRecoverAreJobsOnAStore) {

@@ -84,4 +84,10 @@ TEST(ListenAddressTest, AnIpV6AddressWithoutItsBracketsIsRefused) {
               "Address tcp:[]:80: an address in brackets, as in tcp:[::1]:4711, does not end");
 }
 
+TEST(ListenAddressTest, ItsTextIsReadAsTheSame) {
+    for (const std::string text : {"unix:/run/a.sock", "tcp:*:0", "tcp:[::1]:80", "tcp:here:1"}) {
+        EXPECT_EQ(ListenAddress::Parse(text).Text(), text);
+    }
+}
+
 }  // namespace

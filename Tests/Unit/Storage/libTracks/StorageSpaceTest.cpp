@@ -121,6 +121,28 @@ TEST_P(StorageTest, AFullTrackThatStopsRefusesTheAppend) {
     EXPECT_EQ(TimesOf(7), (std::vector<std::int64_t>{2, 3, 4, 5}));
 }
 
+// A server whose tracks stop unless they say otherwise.
+class StorageStoppingTest : public StorageTest {
+  protected:
+    StorageOptions MakeOptions() override {
+        StorageOptions options;
+        options.retention = TrackSettings::Retention::Stop;
+        return options;
+    }
+};
+INSTANTIATE_TEST_SUITE_P(Every, StorageStoppingTest, testing::ValuesIn(Engine::EveryEngine()),
+                         testing::PrintToStringParamName());
+
+TEST_P(StorageStoppingTest, AFullTrackStopsUnlessItsPropertySaysOtherwise) {
+    Create(7, 4096);
+    Fill(7, {1, 2, 3, 4}, 1024 - CostOf(0));
+    EXPECT_NE(ErrorOf([&] { Fill(7, {5}, 1024 - CostOf(0)); }), "");
+    EXPECT_EQ(TimesOf(7), (std::vector<std::int64_t>{1, 2, 3, 4}));
+    SetProperty(7, "storage.retention", "loop");
+    Fill(7, {5}, 1024 - CostOf(0));
+    EXPECT_EQ(TimesOf(7), (std::vector<std::int64_t>{2, 3, 4, 5}));
+}
+
 // Small segments, so that tests reach what large tracks reach: many segments in both logs.
 class StorageSegmentsTest : public StorageTest {
   protected:
