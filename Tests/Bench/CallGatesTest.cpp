@@ -78,8 +78,8 @@ TEST(CallGatesTest, AppendOf100BytesTakesAtMost5800Instructions) {
     ExpectInstructions("append", 100, 5800);
 }
 
-TEST(CallGatesTest, ReadOf100BytesTakesAtMost8800Instructions) {
-    ExpectInstructions("read", 100, 8800);
+TEST(CallGatesTest, ReadOf100BytesTakesAtMost7300Instructions) {
+    ExpectInstructions("read", 100, 7300);
 }
 
 // How often the program's calls were made, by strace's summary.
