@@ -1,7 +1,14 @@
 #include "CommandLine.h"
 
 #include "ExitCodes.h"
+#include "Verbs/CommandVerb.h"
+#include "Verbs/InfoVerb.h"
+#include "Verbs/LsVerb.h"
 #include "Verbs/PingVerb.h"
+#include "Verbs/PropVerb.h"
+#include "Verbs/ProtectVerb.h"
+#include "Verbs/TrackVerb.h"
+#include "Verbs/WorkerVerb.h"
 
 #include <CLI/CLI.hpp>
 
@@ -56,6 +63,13 @@ void CommandLine::DeclareCommonOptions() {
 }
 
 void CommandLine::DeclareVerbs() {
+    DeclareLs(*verbs);
+    DeclareInfo(*verbs);
+    DeclareTrack(*verbs);
+    DeclareProp(*verbs);
+    DeclareProtect(*verbs);
+    DeclareWorker(*verbs);
+    DeclareCommand(*verbs);
     DeclarePing(*verbs);
 }
 

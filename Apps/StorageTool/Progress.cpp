@@ -61,8 +61,12 @@ void Progress::Update(std::int64_t done) {
 }
 
 void Progress::Finish(std::int64_t done) {
-    if (!context.Style().quiet) {
-        Show(done, Clock::now());
+    // What was done before anybody could look needs no words.
+    constexpr std::chrono::milliseconds noticeable(500);
+    const auto now = Clock::now();
+    const bool isNoticed = lineIsOpen || shown != begin || now - begin >= noticeable;
+    if (!context.Style().quiet && isNoticed) {
+        Show(done, now);
     }
 }
 

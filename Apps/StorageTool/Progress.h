@@ -23,7 +23,7 @@ class Progress {
     ~Progress();
 
     void Update(std::int64_t done);
-    // Shows this as the last state, whenever the last one was shown.
+    // Shows this as the last state, unless all was over too soon to be noticed.
     void Finish(std::int64_t done);
 
   private:

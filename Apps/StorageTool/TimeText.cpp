@@ -247,8 +247,10 @@ std::string PrintFraction(std::int64_t nanoseconds) {
 
 std::string PrintCalendar(TimePoint timePoint) {
     namespace chrono = std::chrono;
-    const chrono::nanoseconds count(timePoint.ToNanoseconds());
-    const auto seconds = chrono::floor<chrono::seconds>(count);
+    // The second in which the lowest time points lie begins outside of 64 bits of nanoseconds.
+    const std::int64_t count = timePoint.ToNanoseconds();
+    const std::int64_t fraction = (count % second + second) % second;
+    const chrono::seconds seconds(count / second - (count < 0 && fraction != 0 ? 1 : 0));
     const auto days = chrono::floor<chrono::days>(seconds);
     const chrono::year_month_day date{chrono::sys_days(days)};
     const chrono::hh_mm_ss<chrono::seconds> clock(seconds - days);
@@ -256,7 +258,7 @@ std::string PrintCalendar(TimePoint timePoint) {
            TwoDigits(static_cast<unsigned int>(date.month())) + "-" +
            TwoDigits(static_cast<unsigned int>(date.day())) + "T" +
            TwoDigits(clock.hours().count()) + ":" + TwoDigits(clock.minutes().count()) + ":" +
-           TwoDigits(clock.seconds().count()) + PrintFraction((count - seconds).count()) + "Z";
+           TwoDigits(clock.seconds().count()) + PrintFraction(fraction) + "Z";
 }
 
 bool LooksLikeWallTime(TimePoint timePoint) {

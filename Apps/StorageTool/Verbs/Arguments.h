@@ -1,0 +1,31 @@
+#pragma once
+
+#include <CLI/CLI.hpp>
+
+#include <cstdint>
+#include <limits>
+#include <string>
+#include <vector>
+
+namespace Brantel::Tool {
+
+// Arguments that several verbs have.
+struct Arguments {
+    static constexpr std::int64_t highest = std::numeric_limits<std::int64_t>::max();
+
+    // A whole number within these bounds; help says no more than the argument's name.
+    static CLI::Validator Within(std::int64_t lowest, std::int64_t highest);
+
+    // TRACK, required.
+    static CLI::Option* AddTrack(CLI::App& verb, std::int64_t& track);
+    // TRACK..., at least `lowest` of them.
+    static CLI::Option* AddTracks(CLI::App& verb, std::vector<std::int64_t>& tracks, int lowest);
+    // -y, --yes
+    static CLI::Option* AddYes(CLI::App& verb, bool& yes);
+    // --dry-run
+    static CLI::Option* AddDryRun(CLI::App& verb, bool& dryRun);
+    // --interval
+    static CLI::Option* AddInterval(CLI::App& verb, std::string& interval);
+};
+
+}  // namespace Brantel::Tool
