@@ -64,7 +64,7 @@ inline constexpr std::array<ServerLimits::Setting, ServerLimits::count> ServerLi
     {"transfer-grace", "Milliseconds until --transfer-rate holds", "MILLISECONDS",
      &ServerLimits::transferGraceMilliseconds, 1, 3'600'000},
     {"max-elements", "So many texts, byte strings and parts has one message", "NUMBER",
-     &ServerLimits::elements, 1024, 16'777'216},
+     &ServerLimits::elements, 32'768, 16'777'216},
     {"max-depth", "So deep do the parts of one message nest", "NUMBER", &ServerLimits::depth, 8,
      100},
     {"max-ids", "So many tracks or workers can be asked for at once", "NUMBER",

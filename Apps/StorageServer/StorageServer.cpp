@@ -1,14 +1,15 @@
 #include "StorageServer.h"
 
+#include "ClientHandler.h"
 #include "GuardedReader.h"
 #include "GuardedStorage.h"
 #include "GuardedWriter.h"
 
-#include <libProtocolX/rpc/Service.h>
 #include <libTracks/ClientConnection.h>
 
 #include <unistd.h>
 
+#include <chrono>
 #include <cstdint>
 #include <stdexcept>
 #include <string>
@@ -68,8 +69,14 @@ StorageServer::~StorageServer() {
 Services::ServiceListenerOptions StorageServer::MakeListenerOptions(const ServerOptions& options,
                                                                     const Log& log) {
     Services::ServiceListenerOptions result;
-    result.messageLimit = options.limits.messageBytes;
-    result.maximumConnections = options.limits.connections;
+    const ServerLimits& limits = options.limits;
+    result.messageLimit = limits.messageBytes;
+    result.maximumConnections = limits.connections;
+    result.limits.elements = limits.elements;
+    result.limits.depth = static_cast<int>(limits.depth);
+    result.limits.bytesPerSecond = limits.transferRate;
+    result.limits.grace = std::chrono::milliseconds(limits.transferGraceMilliseconds);
+    result.bytesInFlight = limits.bytesInFlight;
     result.onEvent = [log](const Services::ServiceListenerEvent& event) { log(TextOf(event)); };
     return result;
 }
@@ -83,10 +90,21 @@ std::unique_ptr<Services::IServiceHandler> StorageServer::MakeService(
     const auto session = std::make_shared<ClientSession>(peer.connectionId, peer.text,
                                                          Access().RoleOf(peer, geteuid()), limits,
                                                          refusals, observers);
-    return std::make_unique<BrantelStorageApi::Service>(
+    return std::make_unique<ClientHandler>(
         std::make_unique<GuardedStorage>(storage.MakeTrackStorage(), session),
         std::make_unique<GuardedReaderFactory>(storage.MakeReaderFactory(client), session),
         std::make_unique<GuardedWriterFactory>(storage.MakeWriterFactory(client), session));
+}
+
+std::vector<StorageServer::Refused> StorageServer::RefusedByLimit() const {
+    const Services::ServiceListenerCounters counters = listener.Counters();
+    return {{"message-limit", counters.oversizedMessages},
+            {"max-connections", counters.crowdedOut},
+            {"max-workers", refusals.workers},
+            {"bytes-in-flight", counters.delayedMessages},
+            {"transfer-rate", counters.slowMessages + counters.slowReceivers},
+            {"max-elements", counters.refusedMessages},
+            {"max-ids", refusals.ids}};
 }
 
 void StorageServer::SetAccess(const AccessRules& rules) {

@@ -13,6 +13,7 @@
 #include <libServices/ServiceListener.h>
 #include <libTracks/Storage.h>
 
+#include <cstdint>
 #include <functional>
 #include <memory>
 #include <mutex>
@@ -44,6 +45,18 @@ class StorageServer {
 
     // Begins to serve. Throws std::runtime_error.
     void Start();
+
+    // How often each limit held since the start, by the name of its setting (ServerLimits). Under
+    // bytes-in-flight those that had to wait, under max-elements those that nest too deep, too. Any
+    // thread.
+    struct Refused {
+        const char* limit;
+        std::uint64_t count;
+    };
+    std::vector<Refused> RefusedByLimit() const;
+
+    // Connections and what they have in flight. Any thread.
+    Services::ServiceListenerCounters Counters() const { return listener.Counters(); }
 
     // Who may do what on connections that are accepted from now on. Any thread.
     void SetAccess(const AccessRules& rules);

@@ -83,7 +83,11 @@ class ConnectionThreads::End {
 ConnectionThreads::ConnectionThreads(const ServiceListenerOptions& options,
                                      const ServiceListener::HandlerFactory& factory,
                                      SpinGovernor& governor, std::function<void()> whenOneEnds)
-    : options(options), factory(factory), governor(governor), whenOneEnds(std::move(whenOneEnds)) {}
+    : options(options),
+      factory(factory),
+      governor(governor),
+      whenOneEnds(std::move(whenOneEnds)),
+      room(options.bytesInFlight) {}
 
 void ConnectionThreads::Serve(OwnedDescriptor socket, const SocketAddress& address) noexcept {
     PeerAddress peer;
@@ -93,12 +97,15 @@ void ConnectionThreads::Serve(OwnedDescriptor socket, const SocketAddress& addre
         peer = Describe(socket.Get(), address, ++lastConnectionId);
         Prepare(socket.Get(), peer.kind);
         if (active >= options.maximumConnections) {
+            ++crowdedOut;
             Refuse(peer, "Already serving " + std::to_string(options.maximumConnections) +
                              " connections, the limit");
             return;
         }
         one.emplace_back(peer);
         one.front().stream.emplace(socket.Release(), options.messageLimit, governor);
+        one.front().stream->SetLimits(options.limits, options.bytesInFlight > 0 ? &room : nullptr,
+                                      &counts);
         Start(one);
     } catch (const std::exception& error) {
         Refuse(peer, error.what());
@@ -233,7 +240,18 @@ void ConnectionThreads::CloseAndJoinAll() {
 }
 
 ServiceListenerCounters ConnectionThreads::Counters() const noexcept {
-    return {accepted, active, refused, lostConnections, failedHandlers};
+    return {accepted,
+            active,
+            refused,
+            lostConnections,
+            failedHandlers,
+            crowdedOut,
+            counts.oversizedMessages,
+            counts.refusedMessages,
+            counts.slowMessages,
+            counts.slowReceivers,
+            counts.delayedMessages,
+            room.Taken()};
 }
 
 void ConnectionThreads::AdoptThisThread() const noexcept {

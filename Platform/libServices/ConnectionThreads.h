@@ -1,5 +1,7 @@
 #pragma once
 
+#include "ArrivalRoom.h"
+#include "LimitCounts.h"
 #include "OwnedDescriptor.h"
 #include "ServiceListener.h"
 #include "ServiceThread.h"
@@ -85,6 +87,9 @@ class ConnectionThreads {
     std::atomic<std::uint64_t> refused{0};
     std::atomic<std::uint64_t> lostConnections{0};
     std::atomic<std::uint64_t> failedHandlers{0};
+    std::atomic<std::uint64_t> crowdedOut{0};
+    LimitCounts counts;
+    ArrivalRoom room;
     // Guards the lists and what is said to be guarded in their elements.
     std::mutex mutex;
     Connections running;

@@ -1,17 +1,24 @@
 #include "FileDescriptorServiceConnection.h"
 
+#include "ArrivalRoom.h"
+#include "ElementCount.h"
 #include "GatherOutput.h"
+#include "LimitCounts.h"
 #include "MessageNotSendable.h"
 #include "MessageReceiver.h"
+#include "MessageRefused.h"
 #include "SocketDisconnected.h"
 #include "SocketReader.h"
+#include "TransferPace.h"
 
 #include <google/protobuf/io/coded_stream.h>
 #include <google/protobuf/message.h>
+#include <google/protobuf/parse_context.h>
 
 #include <fcntl.h>
 #include <poll.h>
 #include <sys/socket.h>
+#include <sys/time.h>
 #include <unistd.h>
 
 #include <algorithm>
@@ -19,6 +26,7 @@
 #include <exception>
 #include <stdexcept>
 #include <system_error>
+#include <utility>
 
 namespace Brantel::Services {
 
@@ -30,6 +38,10 @@ using google::protobuf::io::CodedOutputStream;
 // Together with the reader's buffer, 64 KiB.
 constexpr std::size_t scratchSize = std::size_t{16} * 1024;
 constexpr std::size_t lengthSizeLimit = 5;
+// A message of at most this size takes its memory without asking for room.
+constexpr std::size_t roomless = std::size_t{64} * 1024;
+// What is received whole before it is parsed need not be counted: an element takes two bytes.
+static_assert(SocketReader::capacity / 2 <= ConnectionLimits::lowestElements);
 static_assert(scratchSize + SocketReader::capacity <= std::size_t{64} * 1024);
 
 void PrepareDescriptor(int fd) {
@@ -52,6 +64,31 @@ std::string OverTheLimit(const char* what, std::size_t size, std::size_t limit) 
            std::to_string(limit) + " bytes";
 }
 
+// How long a send or a receive that blocks may take. An answer that is there, or room for one, is
+// not looked for in a call of its own.
+void SetLongestWait(int fd, int milliseconds) {
+    constexpr int perSecond = 1000;
+    const timeval time{milliseconds / perSecond, (milliseconds % perSecond) * perSecond};
+    for (const int option : {SO_RCVTIMEO, SO_SNDTIMEO}) {
+        if (::setsockopt(fd, SOL_SOCKET, option, &time, sizeof(time)) != 0) {
+            throw std::system_error(
+                errno, std::system_category(),
+                "Could not limit the waits of descriptor " + std::to_string(fd));
+        }
+    }
+}
+
+// As Message::ParsePartialFromArray, with a depth of its own, which that one has not.
+bool Parse(Message& message, const unsigned char* data, std::size_t size, int depth) {
+    message.Clear();
+    const char* at = nullptr;
+    google::protobuf::internal::ParseContext context(
+        depth, false, &at,
+        google::protobuf::StringPiece(reinterpret_cast<const char*>(data), size));
+    at = message._InternalParse(at, &context);
+    return at != nullptr && context.EndedAtLimit();
+}
+
 [[noreturn]] void ThrowNotInitialized(const Message& message) {
     throw MessageNotSendable("Message " + message.GetTypeName() +
                              " lacks required fields: " + message.InitializationErrorString());
@@ -71,6 +108,7 @@ FileDescriptorServiceConnection::FileDescriptorServiceConnection(int fd, std::si
         PrepareDescriptor(fd);
         unixDomain = IsUnixDomain(fd);
         reader = std::make_unique<SocketReader>(this->fd, governor);
+        sendPace = std::make_unique<TransferPace>();
     } catch (...) {
         ::close(fd);
         throw;
@@ -78,7 +116,21 @@ FileDescriptorServiceConnection::FileDescriptorServiceConnection(int fd, std::si
 }
 
 FileDescriptorServiceConnection::~FileDescriptorServiceConnection() {
+    GiveRoomBack();
     ::close(fd);
+}
+
+void FileDescriptorServiceConnection::SetLimits(const ConnectionLimits& newLimits,
+                                                ArrivalRoom* newRoom, LimitCounts* newCounts) {
+    limits = newLimits;
+    room = newRoom;
+    counts = newCounts;
+    const TransferPace pace(limits.bytesPerSecond, limits.grace);
+    *sendPace = pace;
+    reader->SetPace(pace);
+    if (pace.IsLimited()) {
+        SetLongestWait(fd, pace.LongestWait());
+    }
 }
 
 void FileDescriptorServiceConnection::Close() {
@@ -135,14 +187,16 @@ void FileDescriptorServiceConnection::FinishSend(long sent, long frameSize) {
     }
     const long done = std::max(sent, 0L);
     iovec rest{scratch.get() + done, static_cast<std::size_t>(frameSize - done)};
-    NoteSendError(SendParts(fd, &rest, 1));
+    sendPace->Restart();
+    NoteSendError(SendParts(fd, &rest, 1, *sendPace));
 }
 
 void FileDescriptorServiceConnection::SendLarge(const Message& message, std::size_t size) {
     unsigned char* end =
         CodedOutputStream::WriteVarint32ToArray(static_cast<std::uint32_t>(size), scratch.get());
-    GatherOutput output(fd, unixDomain ? SendAligned : SendParts, scratch.get(), scratchSize,
-                        static_cast<std::size_t>(end - scratch.get()));
+    sendPace->Restart();
+    GatherOutput output(fd, unixDomain ? SendAligned : SendParts, *sendPace, scratch.get(),
+                        scratchSize, static_cast<std::size_t>(end - scratch.get()));
     {
         CodedOutputStream stream(&output);
         stream.EnableAliasing(true);
@@ -153,6 +207,9 @@ void FileDescriptorServiceConnection::SendLarge(const Message& message, std::siz
 
 void FileDescriptorServiceConnection::NoteSendError(int error) {
     if (error != 0) {
+        if (error == TransferPace::tooSlow && counts != nullptr) {
+            ++counts->slowReceivers;
+        }
         sendError.store(error);
         broken.store(true);
         // Half a message may have left: nobody can follow what would come after it.
@@ -163,10 +220,11 @@ void FileDescriptorServiceConnection::NoteSendError(int error) {
 inline std::size_t FileDescriptorServiceConnection::ReceiveLength() {
     constexpr unsigned bitsPerByte = 7;
     constexpr unsigned char more = 0x80;
-    reader->Fill(1);
+    reader->FillFirst();
     std::size_t size = reader->Data()[0];
     std::size_t lengthSize = 1;
     if (size >= more) {
+        reader->BeginMessage();
         size -= more;
         unsigned char byte = more;
         while (byte >= more) {
@@ -181,6 +239,9 @@ inline std::size_t FileDescriptorServiceConnection::ReceiveLength() {
         }
     }
     if (size > messageLimit) {
+        if (counts != nullptr) {
+            ++counts->oversizedMessages;
+        }
         lost = OverTheLimit("Connection lost: message of ", size, messageLimit);
         throw SocketDisconnected(lost);
     }
@@ -190,15 +251,69 @@ inline std::size_t FileDescriptorServiceConnection::ReceiveLength() {
 }
 
 inline bool FileDescriptorServiceConnection::ReceiveBody(Message& message, std::size_t size) {
-    if (size <= SocketReader::capacity) {
-        reader->Fill(size);
-        const bool valid = message.ParsePartialFromArray(reader->Data(), static_cast<int>(size));
-        reader->Consume(size);
-        return valid;
+    if (size > SocketReader::capacity) {
+        return ReceiveLarge(message, size);
     }
+    if (reader->Available() < size) {
+        reader->BeginMessage();
+        reader->Fill(size);
+    }
+    const bool valid = Parse(message, reader->Data(), size, limits.depth);
+    if (!valid) {
+        ElementCount count(limits.elements, limits.depth);
+        count.Add(*message.GetDescriptor(), reader->Data(), size, 0);
+        refusal = count.Reason();
+    }
+    reader->Consume(size);
+    return valid;
+}
+
+bool FileDescriptorServiceConnection::ReceiveLarge(Message& message, std::size_t size) {
     bodyStart = reader->Received() - reader->Available();
     message.Clear();
-    return MessageReceiver(*reader).Receive(message, size);
+    if (room != nullptr && size > roomless) {
+        TakeRoom(size);
+    }
+    reader->BeginMessage();
+    ElementCount count(limits.elements, limits.depth);
+    const bool isCounted = limits.elements < size || limits.depth < ConnectionLimits::highestDepth;
+    const bool valid =
+        MessageReceiver(*reader, limits.depth, isCounted ? &count : nullptr).Receive(message, size);
+    refusal = count.Reason();
+    return valid;
+}
+
+void FileDescriptorServiceConnection::TakeRoom(std::size_t size) {
+    bool waited = false;
+    const bool isThere = room->Take(
+        size, [this] { return broken.load() || PeerGone(); }, waited);
+    if (waited && counts != nullptr) {
+        ++counts->delayedMessages;
+    }
+    if (!isThere) {
+        throw SocketDisconnected("Connection lost while a message waited for room");
+    }
+    taken = size;
+}
+
+void FileDescriptorServiceConnection::GiveRoomBack() noexcept {
+    if (taken > 0) {
+        room->GiveBack(taken);
+        taken = 0;
+    }
+}
+
+void FileDescriptorServiceConnection::ThrowInvalid(const Message& message, std::size_t size) {
+    if (!refusal.empty()) {
+        if (counts != nullptr) {
+            ++counts->refusedMessages;
+        }
+        const std::string why = std::move(refusal);
+        refusal.clear();
+        throw MessageRefused("Message of " + std::to_string(size) + " bytes " + why);
+    }
+    throw std::runtime_error("Received " + std::to_string(size) + " bytes that are not a " +
+                             message.GetTypeName());
 }
 
 bool FileDescriptorServiceConnection::Receive(Message& message) {
@@ -206,14 +321,16 @@ bool FileDescriptorServiceConnection::Receive(Message& message) {
         if (broken.load(std::memory_order_relaxed)) {
             ThrowLost();
         }
+        if (taken > 0) {
+            GiveRoomBack();
+        }
         inStep = false;
         bodySize = 0;
         const std::size_t size = ReceiveLength();
         const bool valid = ReceiveBody(message, size);
         inStep = true;
         if (!valid) {
-            throw std::runtime_error("Received " + std::to_string(size) + " bytes that are not a " +
-                                     message.GetTypeName());
+            ThrowInvalid(message, size);
         }
         if (!message.IsInitialized()) {
             throw std::runtime_error(
@@ -232,6 +349,9 @@ bool FileDescriptorServiceConnection::Receive(Message& message) {
             lost = "Connection closed";
         } else if (lost.empty()) {
             lost = Describe(failure);
+        }
+        if (reader->WasTooSlow() && counts != nullptr) {
+            ++counts->slowMessages;
         }
         throw SocketDisconnected(lost);
     }
@@ -267,6 +387,9 @@ void FileDescriptorServiceConnection::ThrowLost() {
         lost = "Connection lost";
     } else if (lost.empty() && closed.load()) {
         lost = "Connection closed";
+    } else if (lost.empty() && sendError.load() == TransferPace::tooSlow) {
+        lost = "Connection lost: the other side takes less than " +
+               std::to_string(limits.bytesPerSecond) + " bytes a second";
     } else if (lost.empty()) {
         lost = "Connection lost: " + std::system_category().message(sendError.load());
     }

@@ -1,5 +1,6 @@
 #pragma once
 
+#include <libServices/ConnectionLimits.h>
 #include <libServices/IServiceConnection.h>
 #include <libServices/SpinGovernor.h>
 
@@ -12,7 +13,10 @@
 
 namespace Brantel::Services {
 
+class ArrivalRoom;
 class SocketReader;
+class TransferPace;
+struct LimitCounts;
 
 // A service connection on a connected stream socket.
 //
@@ -43,6 +47,12 @@ class FileDescriptorServiceConnection : public IServiceConnection {
     FileDescriptorServiceConnection(const FileDescriptorServiceConnection&) = delete;
     FileDescriptorServiceConnection& operator=(const FileDescriptorServiceConnection&) = delete;
 
+    // What the other side may take of this one; for a listener, before the first message. A message
+    // of more than 64 KiB takes room (borrowed; null: there is always room) before it takes memory,
+    // and keeps it until the next Receive. `counts` (borrowed, may be null) counts what is refused.
+    // Both outlive the connection. Throws std::system_error when the socket can't be set up.
+    void SetLimits(const ConnectionLimits& limits, ArrivalRoom* room, LimitCounts* counts);
+
     void Close() override;
 
     // Returns true when the message was handed to the system, and also when the connection is lost:
@@ -52,8 +62,9 @@ class FileDescriptorServiceConnection : public IServiceConnection {
 
     // Returns true with a whole message. Throws SocketDisconnected when the connection is lost (the
     // text tells an end between two messages from one after so many bytes of a message), and
-    // std::runtime_error when a whole message arrived that is not a valid one of this type (the
-    // next Receive gets the next message); `message` is then cleared.
+    // std::runtime_error when a whole message arrived that is not a valid one of this type, among
+    // them MessageRefused when it is over one of the limits (the next Receive gets the next
+    // message); `message` is then cleared.
     bool Receive(google::protobuf::Message& message) override;
 
     // True when the other side has closed its end or is gone. Reads nothing.
@@ -72,6 +83,10 @@ class FileDescriptorServiceConnection : public IServiceConnection {
     [[noreturn]] void ThrowLost();
     std::size_t ReceiveLength();
     bool ReceiveBody(google::protobuf::Message& message, std::size_t size);
+    bool ReceiveLarge(google::protobuf::Message& message, std::size_t size);
+    void TakeRoom(std::size_t size);
+    void GiveRoomBack() noexcept;
+    [[noreturn]] void ThrowInvalid(const google::protobuf::Message& message, std::size_t size);
     void SendSmall(const google::protobuf::Message& message, std::size_t size);
     void SendLarge(const google::protobuf::Message& message, std::size_t size);
     void FinishSend(long sent, long frameSize);
@@ -83,17 +98,24 @@ class FileDescriptorServiceConnection : public IServiceConnection {
     const int fd;
     const std::size_t messageLimit;
     bool unixDomain = false;
+    ConnectionLimits limits;
+    ArrivalRoom* room = nullptr;
+    LimitCounts* counts = nullptr;
     // Set by any thread, never taken back: `broken` once any of the others is.
     std::atomic<bool> broken{false};
     std::atomic<bool> closed{false};
     std::atomic<int> sendError{0};
     // The receiving thread's.
     std::unique_ptr<SocketReader> reader;
+    std::size_t taken = 0;     // of the room
+    std::string refusal;       // why the whole message that came was refused
     bool inStep = true;        // the stream stands between two messages; once lost, false for good
     std::string lost;          // why nothing can be received any more
     std::size_t bodySize = 0;  // of the message that is coming; 0 while its length is
     std::uint64_t bodyStart = 0;  // how much had come before a body that is over the buffer
-    // The sending thread's, allocated on first use.
+    // The sending thread's.
+    std::unique_ptr<TransferPace> sendPace;
+    // Allocated on first use.
     std::unique_ptr<unsigned char[]> scratch;  // NOLINT(modernize-avoid-c-arrays)
 };
 

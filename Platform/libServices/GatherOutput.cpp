@@ -9,36 +9,49 @@
 
 namespace Brantel::Services {
 
-int SendParts(int fd, iovec* parts, std::size_t count) {
+namespace {
+
+// Takes so many bytes away from the front. True: nothing is left.
+bool Drop(iovec*& parts, std::size_t& count, std::size_t size) {
+    while (count > 0 && size >= parts->iov_len) {
+        size -= parts->iov_len;
+        ++parts;
+        --count;
+    }
+    if (count == 0) {
+        return true;
+    }
+    parts->iov_base = static_cast<unsigned char*>(parts->iov_base) + size;
+    parts->iov_len -= size;
+    return false;
+}
+
+}  // namespace
+
+int SendParts(int fd, iovec* parts, std::size_t count, TransferPace& pace) {
     while (count > 0) {
         msghdr message{};
         message.msg_iov = parts;
         message.msg_iovlen = count;
         const ssize_t result = ::sendmsg(fd, &message, MSG_NOSIGNAL);
-        if (result < 0) {
-            if (errno == EAGAIN) {
-                pollfd wait{fd, POLLOUT, 0};
-                ::poll(&wait, 1, -1);
-            } else if (errno != EINTR) {
-                return errno;
-            }
-            continue;
+        if (result < 0 && errno == EAGAIN) {
+            pollfd wait{fd, POLLOUT, 0};
+            ::poll(&wait, 1, pace.LongestWait());
+        } else if (result < 0 && errno != EINTR) {
+            return errno;
         }
-        auto sent = static_cast<std::size_t>(result);
-        while (count > 0 && sent >= parts->iov_len) {
-            sent -= parts->iov_len;
-            ++parts;
-            --count;
+        const auto sent = static_cast<std::size_t>(std::max<ssize_t>(result, 0));
+        if (Drop(parts, count, sent)) {
+            return 0;
         }
-        if (count > 0) {
-            parts->iov_base = static_cast<unsigned char*>(parts->iov_base) + sent;
-            parts->iov_len -= sent;
+        if (!pace.Keeps(sent)) {
+            return TransferPace::tooSlow;
         }
     }
     return 0;
 }
 
-int SendAligned(int fd, iovec* parts, std::size_t count) {
+int SendAligned(int fd, iovec* parts, std::size_t count, TransferPace& pace) {
     for (std::size_t i = 0; i < count; ++i) {
         const iovec large = parts[i];
         const std::size_t ahead =
@@ -48,7 +61,7 @@ int SendAligned(int fd, iovec* parts, std::size_t count) {
             continue;
         }
         parts[i].iov_len = ahead;
-        const int error = SendParts(fd, parts, i + 1);
+        const int error = SendParts(fd, parts, i + 1, pace);
         if (error != 0) {
             return error;
         }
@@ -57,12 +70,12 @@ int SendAligned(int fd, iovec* parts, std::size_t count) {
         i = 0;
         *parts = {static_cast<unsigned char*>(large.iov_base) + ahead, large.iov_len - ahead};
     }
-    return SendParts(fd, parts, count);
+    return SendParts(fd, parts, count, pace);
 }
 
-GatherOutput::GatherOutput(int fd, Sender sender, unsigned char* scratch, std::size_t scratchSize,
-                           std::size_t used)
-    : fd(fd), sender(sender), scratch(scratch), scratchSize(scratchSize), used(used) {
+GatherOutput::GatherOutput(int fd, Sender sender, TransferPace& pace, unsigned char* scratch,
+                           std::size_t scratchSize, std::size_t used)
+    : fd(fd), sender(sender), pace(pace), scratch(scratch), scratchSize(scratchSize), used(used) {
     AddPart(scratch, used);
 }
 
@@ -116,7 +129,7 @@ void GatherOutput::AddPart(const void* data, std::size_t size) {
 
 int GatherOutput::Flush() {
     if (error == 0) {
-        error = sender(fd, parts.data(), partCount);
+        error = sender(fd, parts.data(), partCount, pace);
     }
     partCount = 0;
     used = 0;

@@ -1,5 +1,7 @@
 #pragma once
 
+#include "TransferPace.h"
+
 #include <google/protobuf/io/zero_copy_stream.h>
 
 #include <sys/uio.h>
@@ -11,8 +13,8 @@
 namespace Brantel::Services {
 
 // Sends every byte that `parts` describe (which it may change). Returns 0, or the error number when
-// the connection failed; then part of the bytes may have left.
-int SendParts(int fd, iovec* parts, std::size_t count);
+// the connection failed, or TransferPace::tooSlow; then part of the bytes may have left.
+int SendParts(int fd, iovec* parts, std::size_t count, TransferPace& pace);
 
 // A large field leaves a Unix-domain socket faster when its copy in the system begins at a cache
 // line as it does itself: a call with 1 MiB took a quarter less (Docs/Performance.md). The system
@@ -22,7 +24,7 @@ constexpr std::size_t alignedPartSize = std::size_t{64} * 1024;
 constexpr std::size_t cacheLineSize = 64;
 
 // As SendParts, for a Unix-domain socket: one send, and one more for each large part.
-int SendAligned(int fd, iovec* parts, std::size_t count);
+int SendAligned(int fd, iovec* parts, std::size_t count, TransferPace& pace);
 
 // An output stream on a socket that sends large fields from where they lie in the message and
 // collects the small ones in the caller's scratch memory. Lives for one message. After an error,
@@ -32,12 +34,12 @@ class GatherOutput : public google::protobuf::io::ZeroCopyOutputStream {
     // A field that does not fit into one block is referenced instead of copied.
     static constexpr std::size_t blockSize = std::size_t{4} * 1024;
 
-    using Sender = int (*)(int fd, iovec* parts, std::size_t count);
+    using Sender = int (*)(int fd, iovec* parts, std::size_t count, TransferPace& pace);
 
     // `scratch` is borrowed and holds at least one block; its first `used` bytes are sent first.
-    // `sender`: SendParts or SendAligned.
-    GatherOutput(int fd, Sender sender, unsigned char* scratch, std::size_t scratchSize,
-                 std::size_t used);
+    // `sender`: SendParts or SendAligned. The pace, of the message, is borrowed.
+    GatherOutput(int fd, Sender sender, TransferPace& pace, unsigned char* scratch,
+                 std::size_t scratchSize, std::size_t used);
 
     bool Next(void** data, int* size) override;
     void BackUp(int count) override;
@@ -47,7 +49,7 @@ class GatherOutput : public google::protobuf::io::ZeroCopyOutputStream {
 
     // Sends what has been collected. Returns what Error returns.
     int Flush();
-    // 0, or the error number of the send that failed.
+    // 0, or what the send that failed returned.
     int Error() const { return error; }
 
   private:
@@ -55,6 +57,7 @@ class GatherOutput : public google::protobuf::io::ZeroCopyOutputStream {
 
     const int fd;
     const Sender sender;
+    TransferPace& pace;
     unsigned char* const scratch;
     const std::size_t scratchSize;
     std::size_t used;

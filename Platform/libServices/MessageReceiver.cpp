@@ -1,5 +1,7 @@
 #include "MessageReceiver.h"
 
+#include "WireNumbers.h"
+
 #include <google/protobuf/descriptor.h>
 #include <google/protobuf/io/coded_stream.h>
 #include <google/protobuf/wire_format_lite.h>
@@ -18,31 +20,6 @@ using google::protobuf::internal::WireFormatLite;
 // A payload of at least this size that is not wholly buffered is received in place.
 constexpr std::size_t longPayload = std::size_t{4} * 1024;
 
-constexpr std::size_t tagSizeLimit = 5;
-constexpr std::size_t varintSizeLimit = 10;
-
-// Reads a base-128 number of up to `limit` bytes. Returns its size; 0 when it is cut off by the end
-// of the data or has no end within the limit.
-std::size_t ReadVarint(const unsigned char* data, std::size_t size, std::size_t limit,
-                       std::uint64_t& value) {
-    value = 0;
-    for (std::size_t i = 0; i < std::min(size, limit); ++i) {
-        value |= static_cast<std::uint64_t>(data[i] & 0x7FU) << (7 * i);
-        if (data[i] < 0x80U) {
-            return i + 1;
-        }
-    }
-    return 0;
-}
-
-bool MergePartial(Message& message, const void* data, std::size_t size, int depth) {
-    google::protobuf::io::CodedInputStream input(static_cast<const std::uint8_t*>(data),
-                                                 static_cast<int>(size));
-    input.SetRecursionLimit(google::protobuf::io::CodedInputStream::GetDefaultRecursionLimit() -
-                            depth);
-    return message.MergePartialFromCodedStream(&input) && input.ConsumedEntireMessage();
-}
-
 // The ordinary parser refuses a text (not bytes) of a proto3 file that is not UTF-8.
 bool IsValid(const std::string& value, const FieldDescriptor& field) {
     return field.type() != FieldDescriptor::TYPE_STRING ||
@@ -58,6 +35,18 @@ bool MessageReceiver::Receive(Message& message, std::size_t length) {
     const bool valid = ReceiveFields(message, length, 0);
     source.Discard(unread);
     return valid;
+}
+
+bool MessageReceiver::MergePartial(Message& message, const void* data, std::size_t size,
+                                   int depth) {
+    if (count != nullptr && !count->Add(*message.GetDescriptor(),
+                                        static_cast<const unsigned char*>(data), size, depth)) {
+        return false;
+    }
+    google::protobuf::io::CodedInputStream input(static_cast<const std::uint8_t*>(data),
+                                                 static_cast<int>(size));
+    input.SetRecursionLimit(depthLimit - depth);
+    return message.MergePartialFromCodedStream(&input) && input.ConsumedEntireMessage();
 }
 
 // Looks at the field that begins at `data`, of which `size` bytes are there and `left` belong to
@@ -156,6 +145,9 @@ bool MessageReceiver::ReceiveLong(Message& message, const Field& field, int dept
     const bool isMessage =
         known != nullptr && known->type() == FieldDescriptor::TYPE_MESSAGE && !known->is_map();
     if (isString) {
+        if (count != nullptr && !count->AddText()) {
+            return false;
+        }
         Consume(field.headerSize);
         std::string value;
         source.Append(value, field.payloadSize);
@@ -170,7 +162,10 @@ bool MessageReceiver::ReceiveLong(Message& message, const Field& field, int dept
         }
         return true;
     }
-    if (isMessage && depth < google::protobuf::io::CodedInputStream::GetDefaultRecursionLimit()) {
+    if (isMessage && depth < depthLimit) {
+        if (count != nullptr && !count->AddPart(depth)) {
+            return false;
+        }
         Consume(field.headerSize);
         Message* part = known->is_repeated() ? reflection.AddMessage(&message, known)
                                              : reflection.MutableMessage(&message, known);

@@ -1,5 +1,7 @@
 #pragma once
 
+#include "ConnectionLimits.h"
+#include "ElementCount.h"
 #include "SocketReader.h"
 
 #include <google/protobuf/message.h>
@@ -19,6 +21,10 @@ namespace Brantel::Services {
 class MessageReceiver {
   public:
     explicit MessageReceiver(SocketReader& source) : source(source) {}
+    // With a limit on how deep parts nest, and a count (borrowed, may be null) of what is about to
+    // be parsed, which makes the message invalid when it is over its limits.
+    MessageReceiver(SocketReader& source, int depthLimit, ElementCount* count)
+        : source(source), depthLimit(depthLimit), count(count) {}
 
     // Merges the next `length` bytes into `message`, without looking for missing required fields.
     // Takes exactly `length` bytes from the source, also when it returns false: the bytes are not a
@@ -41,7 +47,12 @@ class MessageReceiver {
     bool MergeBuffered(google::protobuf::Message& message, std::size_t length, int depth);
     void Consume(std::size_t size);
 
+    bool MergePartial(google::protobuf::Message& message, const void* data, std::size_t size,
+                      int depth);
+
     SocketReader& source;
+    const int depthLimit = ConnectionLimits::highestDepth;
+    ElementCount* const count = nullptr;
     std::size_t unread = 0;  // bytes of the message that the source has not given yet
 };
 

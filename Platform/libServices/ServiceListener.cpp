@@ -43,6 +43,16 @@ ServiceListenerOptions Checked(ServiceListenerOptions options) {
                FileDescriptorServiceConnection::highestMessageLimit);
     CheckRange("Maximum number of connections", options.maximumConnections, 1, UINT32_MAX);
     CheckRange("Stack size", options.stackSize, 256 * kibi, 1024 * kibi);
+    CheckRange("Number of elements", options.limits.elements, ConnectionLimits::lowestElements,
+               UINT64_MAX);
+    CheckRange("Depth", static_cast<std::uint64_t>(options.limits.depth), 1,
+               ConnectionLimits::highestDepth);
+    CheckRange("Rate", options.limits.bytesPerSecond, 0, std::uint64_t{1} << 40U);
+    CheckRange("Grace", static_cast<std::uint64_t>(options.limits.grace.count()), 1, hour);
+    if (options.bytesInFlight > 0) {
+        CheckRange("Number of bytes in flight", options.bytesInFlight, options.messageLimit,
+                   UINT64_MAX);
+    }
     CheckRange("Accept pause", static_cast<std::uint64_t>(options.acceptPause.count()), 1, hour);
     return options;
 }

@@ -1,5 +1,6 @@
 #pragma once
 
+#include <libServices/ConnectionLimits.h>
 #include <libServices/FileDescriptorServiceConnection.h>
 #include <libServices/IServiceHandler.h>
 #include <libServices/PeerAddress.h>
@@ -42,6 +43,12 @@ struct ServiceListenerOptions {
     // At most so many connections are served at once, at least 1; one more is closed at once. Each
     // takes a thread, a descriptor and about 50 KiB of memory beside what its handler takes.
     std::size_t maximumConnections = 10'000;
+    // What else each of them may take.
+    ConnectionLimits limits;
+    // Bytes of messages of more than 64 KiB that arrive and are served at once, over all
+    // connections, at least messageLimit; what does not fit waits, first come first served. 0: no
+    // limit.
+    std::uint64_t bytesInFlight = 0;
     // The stack of each connection's thread in bytes, 256 KiB to 1 MiB; memory is taken as it is
     // used.
     std::size_t stackSize = std::size_t{512} * 1024;
@@ -56,13 +63,21 @@ struct ServiceListenerOptions {
     std::function<void(const ServiceListenerEvent&)> onEvent;
 };
 
-// How many connections since the start; `active` alone goes down again.
+// How many since the start; `active` and `bytesInFlight` alone go down again.
 struct ServiceListenerCounters {
     std::uint64_t accepted = 0;         // given to a thread
     std::uint64_t active = 0;           // now being served
     std::uint64_t refused = 0;          // closed unserved
     std::uint64_t lostConnections = 0;  // Handle ended with SocketDisconnected, or because of one
     std::uint64_t failedHandlers = 0;   // the factory or Handle threw anything else
+    // What the limits refused or held up.
+    std::uint64_t crowdedOut = 0;         // connections over maximumConnections; refused, too
+    std::uint64_t oversizedMessages = 0;  // announced over messageLimit; the connection is lost
+    std::uint64_t refusedMessages = 0;    // too many elements, or nested too deep
+    std::uint64_t slowMessages = 0;       // connections lost because a message came too slowly
+    std::uint64_t slowReceivers = 0;      // connections lost because a message was taken too slowly
+    std::uint64_t delayedMessages = 0;    // had to wait for room
+    std::uint64_t bytesInFlight = 0;      // that large messages have taken now
 };
 
 // Accepts connections on any number of TCP and Unix-domain addresses and serves each on a thread of

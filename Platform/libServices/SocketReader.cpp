@@ -20,19 +20,22 @@ constexpr std::size_t wholeAllocation = std::size_t{16} * 1024 * 1024;
 
 }  // namespace
 
-inline std::size_t SocketReader::ReceiveSome(void* target, std::size_t size) {
+inline std::size_t SocketReader::ReceiveSome(void* target, std::size_t size, Wait wait) {
     long result = governor.MayPoll(memory) ? Poll(target, size) : ::recv(fd, target, size, 0);
     if (result < 0 && (errno == EINTR || errno == EAGAIN)) {
-        result = Block(target, size);
+        result = Block(target, size, wait);
     }
     if (result <= 0) {
         ThrowLost(result);
     }
     received += static_cast<std::size_t>(result);
+    if (wait == Wait::InMessage) {
+        CheckPace(static_cast<std::size_t>(result));
+    }
     return static_cast<std::size_t>(result);
 }
 
-void SocketReader::ReceiveAtLeast(std::size_t size) {
+void SocketReader::ReceiveAtLeast(std::size_t size, Wait wait) {
     if (!buffer) {
         // Not value-initialised: pages that are never received into are never touched.
         buffer.reset(new unsigned char[capacity]);  // NOLINT(modernize-make-unique)
@@ -45,7 +48,7 @@ void SocketReader::ReceiveAtLeast(std::size_t size) {
         begin = 0;
     }
     do {
-        end += ReceiveSome(buffer.get() + end, capacity - end);
+        end += ReceiveSome(buffer.get() + end, capacity - end, wait);
     } while (Available() < size);
 }
 
@@ -54,7 +57,7 @@ void SocketReader::Read(char* target, std::size_t size) {
     std::memcpy(target, Data(), buffered);
     Consume(buffered);
     for (std::size_t done = buffered; done < size;) {
-        done += ReceiveSome(target + done, size - done);
+        done += ReceiveSome(target + done, size - done, Wait::InMessage);
     }
 }
 
@@ -108,17 +111,29 @@ long SocketReader::Poll(void* target, std::size_t size) {
     return result;
 }
 
-long SocketReader::Block(void* target, std::size_t size) const {
+// A socket with a pace lets no single wait last for ever; nor does one that somebody has made
+// non-blocking behind our back.
+long SocketReader::Block(void* target, std::size_t size, Wait wait) {
     for (;;) {
         const long result = ::recv(fd, target, size, 0);
         if (result >= 0 || (errno != EINTR && errno != EAGAIN)) {
             return result;
         }
         if (errno == EAGAIN) {
-            // Somebody made the descriptor non-blocking behind our back: wait as if it were not.
-            pollfd wait{fd, POLLIN, 0};
-            ::poll(&wait, 1, -1);
+            pollfd readable{fd, POLLIN, 0};
+            ::poll(&readable, 1, wait == Wait::InMessage ? pace.LongestWait() : -1);
         }
+        if (wait == Wait::InMessage) {
+            CheckPace(0);
+        }
+    }
+}
+
+void SocketReader::CheckPace(std::size_t bytes) {
+    if (!pace.Keeps(bytes)) {
+        tooSlow = true;
+        throw SocketDisconnected("Connection lost: slower than " +
+                                 std::to_string(pace.BytesPerSecond()) + " bytes a second");
     }
 }
 

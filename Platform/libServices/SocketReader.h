@@ -1,6 +1,7 @@
 #pragma once
 
 #include "SpinGovernor.h"
+#include "TransferPace.h"
 
 #include <cstddef>
 #include <cstdint>
@@ -26,10 +27,25 @@ class SocketReader {
     // How many bytes have come from the socket altogether.
     std::uint64_t Received() const { return received; }
 
+    // The pace that is asked of the other side in the middle of a message; none by default.
+    void SetPace(const TransferPace& asked) { pace = asked; }
+    // Whether that was why the connection was lost.
+    bool WasTooSlow() const { return tooSlow; }
+
+    // A message begins, as far as the pace goes.
+    void BeginMessage() { pace.Restart(); }
+
     // Waits until at least `size` bytes are available, size <= capacity.
     void Fill(std::size_t size) {
         if (Available() < size) {
-            ReceiveAtLeast(size);
+            ReceiveAtLeast(size, Wait::InMessage);
+        }
+    }
+
+    // Waits for the first byte of the next message, for ever if it must.
+    void FillFirst() {
+        if (Available() == 0) {
+            ReceiveAtLeast(1, Wait::BetweenMessages);
         }
     }
 
@@ -44,15 +60,20 @@ class SocketReader {
     void Discard(std::size_t size);
 
   private:
-    void ReceiveAtLeast(std::size_t size);
-    std::size_t ReceiveSome(void* target, std::size_t size);
+    enum class Wait { BetweenMessages, InMessage };
+
+    void ReceiveAtLeast(std::size_t size, Wait wait);
+    std::size_t ReceiveSome(void* target, std::size_t size, Wait wait);
     long Poll(void* target, std::size_t size);
-    long Block(void* target, std::size_t size) const;
+    long Block(void* target, std::size_t size, Wait wait);
+    void CheckPace(std::size_t bytes);
     [[noreturn]] static void ThrowLost(long result);
 
     const int& fd;
     SpinGovernor& governor;
     SpinMemory memory;
+    TransferPace pace;
+    bool tooSlow = false;
     std::unique_ptr<unsigned char[]> buffer;  // NOLINT(modernize-avoid-c-arrays)
     std::size_t begin = 0;
     std::size_t end = 0;

@@ -35,8 +35,9 @@ class GatherOutputPartsTest : public testing::Test {
     }
 
     Tests::SocketPair ends;
+    TransferPace pace;
     std::array<unsigned char, 4 * GatherOutput::blockSize> scratch{'h', 'e', 'a', 'd'};
-    GatherOutput output{ends.near.Get(), SendParts, scratch.data(), scratch.size(), 4};
+    GatherOutput output{ends.near.Get(), SendParts, pace, scratch.data(), scratch.size(), 4};
 };
 
 TEST_F(GatherOutputPartsTest, CopiedAndReferencedBytesLeaveInTheirOrder) {

@@ -58,7 +58,7 @@ class SendAlignedTest : public testing::Test {
 
     // What left, send by send.
     std::vector<std::string> Send(std::vector<iovec> parts) {
-        EXPECT_EQ(0, SendAligned(ends[0], parts.data(), parts.size()));
+        EXPECT_EQ(0, SendAligned(ends[0], parts.data(), parts.size(), pace));
         ::shutdown(ends[0], SHUT_WR);
         std::vector<std::string> sends;
         std::string record(1 << 20, 0);
@@ -69,6 +69,7 @@ class SendAlignedTest : public testing::Test {
     }
 
     std::array<int, 2> ends{};
+    TransferPace pace;
 };
 
 TEST_F(SendAlignedTest, SmallPartsLeaveInOneSend) {
@@ -113,7 +114,7 @@ TEST_F(SendAlignedTest, AnErrorOfTheFirstSendIsTheResult) {
     const Payload large(alignedPartSize, 5, 'a');
     ::close(ends[1]);
     std::vector<iovec> parts{Part("head"), Part(large.Bytes())};
-    EXPECT_EQ(EPIPE, SendAligned(ends[0], parts.data(), parts.size()));
+    EXPECT_EQ(EPIPE, SendAligned(ends[0], parts.data(), parts.size(), pace));
 }
 
 }  // namespace
