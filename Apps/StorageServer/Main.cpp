@@ -47,6 +47,7 @@ EnginePointer MakeLocal(const ServerOptions& options) {
     local.keepFree = options.keepFree;
     local.preparation = options.writesNewSpace ? Preparation::Write : Preparation::Allocate;
     local.report = &Log;
+    local.note = &Log;
     return std::make_unique<Brantel::Engine::LocalEngine>(local);
 }
 

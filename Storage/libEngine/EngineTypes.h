@@ -45,8 +45,10 @@ struct ChunkEntry {
 
 struct SegmentInfo {
     SegmentId id;
-    Epoch epoch = 0;                // the newest that claimed it
-    bool sealed = false;            // its index is written; it never changes again
+    Epoch epoch = 0;      // the newest that claimed it
+    bool sealed = false;  // its index is written; it never changes again
+    // A loss of power may have taken chunks in front of it in its log: nothing in it was safe then.
+    bool mayFollowLoss = false;
     std::uint64_t count = 0;        // chunks
     std::uint32_t end = 0;          // offset behind the last chunk: where the next one goes
     std::uint64_t durationSum = 0;  // of all chunks, modulo 2^64

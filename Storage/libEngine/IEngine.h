@@ -117,14 +117,16 @@ class IEngine {
 
     // Adds a chunk: `parts` (at least one, the first is what every read needs) behind the chunks
     // that are there; `entry.offset` is where that is, lengths follow ChunkLayout. Returns when the
-    // chunk is as safe as asked (blocks; appends that arrive together share one flush). Readable
-    // from then on.
+    // chunk is as safe as asked (blocks; appends that arrive together share one flush), and with
+    // Always or Interval as much holds for everything in front of it in its log. Readable from then
+    // on.
     // NoSpace, Refused and Fenced leave the segment as it is. After Io it is Closed: it takes no
     // chunk any more, what was answered stays readable, and a Seal settles what it holds.
     virtual void Append(const SegmentId& id, Epoch epoch, const ChunkEntry& entry,
                         std::span<const std::string_view> parts, const Durability& durability) = 0;
 
-    // Makes safe what was appended to the segment with less than Always (blocks).
+    // Makes safe what was appended with less than Always to the segment, and to its log in front of
+    // it (blocks).
     virtual void Flush(const SegmentId& id) = 0;
 
     // Ends the segment with its first `count` chunks, which must be there; what was written behind

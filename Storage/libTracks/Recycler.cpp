@@ -159,6 +159,12 @@ void Recycler::MoveFrontBefore(RecyclePlan& plan, std::size_t next) {
         MoveFrontLocked(part);
     }
     plan.front = Without(plan.front, part.front);
+    if (logs.pending.empty()) {
+        // No chunk of the ring tells of it yet, and the room is about to be used.
+        TrackRecord record = logs.record;
+        record.ringFront = logs.frontOrdinal;
+        WriteRecord(std::move(record), state.index.held.GetRuns());
+    }
     for (; next < plan.carried.size(); ++next) {
         plan.carried[next].before = Without(plan.carried[next].before, part.front);
     }

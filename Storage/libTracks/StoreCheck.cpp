@@ -1,6 +1,7 @@
 #include "StoreCheck.h"
 
 #include "RecordRepair.h"
+#include "RingEnd.h"
 #include "StorageCore.h"
 #include "Track.h"
 
@@ -8,6 +9,7 @@
 #include <exception>
 #include <limits>
 #include <map>
+#include <optional>
 #include <utility>
 #include <vector>
 
@@ -79,13 +81,19 @@ void StoreCheck::CheckTrack(Track& track) {
         findings.Add(error.what());
     }
     try {
-        for (const SegmentInfo& info : engine.ListSegments(id)) {
-            CheckSegment(track, info.id);
-        }
+        std::optional<TrackRecord> record;
         if (const auto stored = engine.ReadRecord(TrackRecord::Key(id))) {
-            const TrackRecord record = TrackRecord::Decode(stored->value);
-            CheckOrder(id, record);
-            CheckHeld(id, record);
+            record = TrackRecord::Decode(stored->value);
+        }
+        const Ring ring = ReadRing(id, record ? record->ringFront : 0);
+        for (const SegmentInfo& info : engine.ListSegments(id)) {
+            if (info.id.log == LogKind::Held || ring.Holds(info)) {
+                CheckSegment(track, info.id);
+            }
+        }
+        if (record) {
+            CheckOrder(id, ring);
+            CheckHeld(id, *record);
         }
     } catch (const std::exception& error) {
         findings.Add(NameOf(id) + error.what());
@@ -98,18 +106,34 @@ void StoreCheck::CheckSegment(Track& track, const Engine::SegmentId& id) {
     engine.Verify(id, 0, observer);
 }
 
-// The ring's chunks are numbered without a gap, from its front on.
-void StoreCheck::CheckOrder(Engine::TrackId track, const TrackRecord& record) {
-    std::vector<SegmentInfo> ring;
-    std::uint64_t next = record.ringFront;
+StoreCheck::Ring StoreCheck::ReadRing(Engine::TrackId track, std::uint64_t front) {
+    Ring ring{{}, front};
     for (const SegmentInfo& info : engine.ListSegments(track)) {
-        if (info.id.log == LogKind::Ring && info.count > 0) {
-            ring.push_back(info);
-            next = std::max(next, info.last.front);
+        if (info.id.log == LogKind::Ring) {
+            ring.segments.push_back(info);
         }
     }
+    ring.segments.resize(FindRingEnd(ring.segments, front));
+    for (const SegmentInfo& info : ring.segments) {
+        ring.front = info.count > 0 ? std::max(ring.front, info.last.front) : ring.front;
+    }
+    return ring;
+}
+
+// What was dropped may be written over in part, or be the rest of what a loss of power took.
+bool StoreCheck::Ring::Holds(const SegmentInfo& info) const {
+    const bool isDropped = info.count > 0 && info.last.ordinal < front;
+    return !segments.empty() && info.id.number <= segments.back().id.number && !isDropped;
+}
+
+// The ring's chunks are numbered without a gap, from its front on.
+void StoreCheck::CheckOrder(Engine::TrackId track, const Ring& ring) {
+    std::uint64_t next = ring.front;
     std::string place = "its beginning";
-    for (const SegmentInfo& info : ring) {
+    for (const SegmentInfo& info : ring.segments) {
+        if (info.count == 0) {
+            continue;
+        }
         if (info.first.ordinal > next) {
             findings.Add(NameOf(track) + std::to_string(info.first.ordinal - next) +
                          " chunks are missing after " + place + " and before " +

@@ -7,6 +7,7 @@
 #include <cstdint>
 #include <memory>
 #include <string>
+#include <vector>
 
 namespace Brantel::Tracks {
 
@@ -33,10 +34,18 @@ class StoreCheck {
 
   private:
     class Observer;
+    // The segments in which a track's ring lies, and the ordinal of its oldest chunk.
+    struct Ring {
+        std::vector<Engine::SegmentInfo> segments;
+        std::uint64_t front = 0;
+
+        bool Holds(const Engine::SegmentInfo& info) const;
+    };
 
     void CheckTrack(Track& track);
     void CheckSegment(Track& track, const Engine::SegmentId& id);
-    void CheckOrder(Engine::TrackId track, const TrackRecord& record);
+    Ring ReadRing(Engine::TrackId track, std::uint64_t front);
+    void CheckOrder(Engine::TrackId track, const Ring& ring);
     void CheckHeld(Engine::TrackId track, const TrackRecord& record);
 
     Engine::IEngine& engine;

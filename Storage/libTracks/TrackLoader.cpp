@@ -2,6 +2,7 @@
 
 #include "EntryTable.h"
 #include "ReadIndex.h"
+#include "RingEnd.h"
 #include "StorageOptions.h"
 
 #include <libEngine/ChunkLayout.h>
@@ -36,6 +37,7 @@ void TrackLoader::Load() {
 
 void TrackLoader::LoadRing(Infos infos) {
     CutRing(infos);
+    EndRing(infos);
     logs.frontOrdinal = logs.record.ringFront;
     logs.nextOrdinal = logs.record.ringFront;
     for (const SegmentInfo& info : infos) {
@@ -81,6 +83,26 @@ void TrackLoader::CutRing(Infos& infos) {
             info->end = cut == entries.end() ? info->end : cut->offset;
         }
         behind = info->count > 0 ? info->first.ordinal : behind;
+    }
+}
+
+// Drops what lies behind a gap that a loss of power has left, last one first, for good: before its
+// ordinals are given out again.
+void TrackLoader::EndRing(Infos& infos) {
+    const std::size_t end = FindRingEnd(infos, logs.record.ringFront);
+    std::uint64_t dropped = 0;
+    for (std::size_t index = infos.size(); index > end; --index) {
+        SegmentInfo& info = infos[index - 1];
+        dropped += info.count;
+        context.engine.Seal(info.id, context.epoch, 0);
+        info.sealed = true;
+        info.count = 0;
+    }
+    if (dropped > 0) {
+        context.options.log("Track " + std::to_string(context.track) + ": " +
+                            std::to_string(dropped) +
+                            " chunks are dropped, in front of which others were lost with the "
+                            "power; none of them was promised to last");
     }
 }
 

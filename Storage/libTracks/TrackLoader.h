@@ -25,6 +25,7 @@ class TrackLoader {
     void LoadRing(Infos infos);
     void LoadHeld(const Infos& infos);
     void CutRing(Infos& infos);
+    void EndRing(Infos& infos);
     void AddToRing(const Engine::SegmentInfo& info);
     void AddHeld(const Engine::SegmentInfo& info, std::vector<Log::Run>& runs);
     void JoinHeld(std::vector<Log::Run> runs);

@@ -33,6 +33,9 @@ struct LocalOptions {
     std::uint64_t catalogueReserve = std::uint64_t{4} << 20U;
     std::string catalogueVfs;  // the SQLite VFS to use; empty: the system's
     LocalReport report;        // thread-safe; empty: the standard error
+    // Told what is no fault: what a crash left unfinished, and nothing was promised of.
+    // Thread-safe; empty: nobody.
+    LocalReport note;
 };
 
 }  // namespace Brantel::Engine

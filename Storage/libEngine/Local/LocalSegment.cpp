@@ -132,13 +132,76 @@ std::shared_ptr<File> LocalSegment::GetFile() const {
     return slot->Open();
 }
 
-void LocalSegment::WriteStart(bool reused) {
+void LocalSegment::SetPredecessor(std::shared_ptr<LocalSegment> segment) noexcept {
+    const std::lock_guard lock(mutex);
+    info.mayFollowLoss = true;
+    predecessor = std::move(segment);
+}
+
+void LocalSegment::WriteStart() {
     const std::lock_guard writeLock(writeMutex);
     SegmentWriter& target = GetWriter();
-    target.WriteHeader(identity, HeaderState::InUse);
+    target.WriteHeader(identity, HeaderState::InUse, GetInfo().mayFollowLoss);
     target.WriteFooter(MakeFooter({}, FooterState::Open), {});
     gate.NoteWrite(ChunkLayout::segmentHeaderSize);
-    flushFirst = reused;
+}
+
+bool LocalSegment::IsSafe() const {
+    return gate.IsClean() && !GetInfo().mayFollowLoss;
+}
+
+void LocalSegment::MakeSafe() {
+    try {
+        Flush();
+        return;
+    } catch (const EngineError& error) {
+        Tell(report, error.what());
+    }
+    try {
+        SettleNow();  // which writes again what the failed flush covered
+    } catch (const EngineError& error) {
+        Tell(report, error.what());
+    }
+}
+
+void LocalSegment::SettleFront() {
+    std::shared_ptr<LocalSegment> before;
+    {
+        const std::lock_guard lock(mutex);
+        if (!info.mayFollowLoss) {
+            return;
+        }
+        before = predecessor;
+    }
+    if (before) {
+        before->MakeSafe();  // the long part, for which nobody who writes here has to wait
+    }
+    const std::lock_guard writeLock(writeMutex);
+    SettleFrontLocked();
+}
+
+// With writeMutex. Segments are locked from later ones to earlier ones.
+void LocalSegment::SettleFrontLocked() {
+    std::shared_ptr<LocalSegment> before;
+    SegmentFormat::Identity current = identity;
+    {
+        const std::lock_guard lock(mutex);
+        if (!info.mayFollowLoss) {
+            return;
+        }
+        before = predecessor;
+        current.epoch = info.epoch;
+    }
+    if (before) {
+        before->MakeSafe();
+    }
+    if (!removed) {  // otherwise its slot may hold another segment by now
+        GetWriter().WriteHeader(current, HeaderState::InUse);
+        gate.NoteWrite(ChunkLayout::segmentHeaderSize);
+    }
+    const std::lock_guard lock(mutex);
+    info.mayFollowLoss = false;
+    predecessor.reset();
 }
 
 void LocalSegment::SetUnflushed(const char* reason) noexcept {
@@ -163,7 +226,7 @@ SegmentInfo LocalSegment::Claim(Epoch newEpoch) {
     if (claimed.epoch != newEpoch && !claimed.sealed) {
         SegmentFormat::Identity changed = identity;
         changed.epoch = newEpoch;
-        GetWriter().WriteHeader(changed, HeaderState::InUse);
+        GetWriter().WriteHeader(changed, HeaderState::InUse, claimed.mayFollowLoss);
         gate.NoteWrite(claimed.end);
     }
     claimed.epoch = newEpoch;
@@ -216,12 +279,8 @@ void LocalSegment::Write(Epoch epoch, const ChunkEntry& entry,
                          std::span<const std::string_view> parts, const Durability& durability) {
     try {
         SegmentWriter& target = GetWriter();
-        if (flushFirst && durability.mode == Durability::Mode::Interval) {
-            // Otherwise a loss of power could leave the former segment of this slot, listed again,
-            // with chunks that have been written over. (With Always, what made it superfluous is
-            // as safe as this chunk.)
-            gate.Flush(target.GetFile());
-            flushFirst = false;
+        if (durability.mode == Durability::Mode::Always) {
+            SettleFrontLocked();
         }
         target.Write(entry, parts, epoch, gate.GetFlushedEnd());
         gate.NoteWrite(target.GetEnd());
@@ -259,6 +318,7 @@ void LocalSegment::ScheduleFlush(const Durability& durability, FlushTimer& timer
     } catch (const std::exception&) {
         // The promise holds without the timer.
         scheduled = false;
+        SettleFrontLocked();
         gate.Flush(writer->GetFile());
     }
 }
@@ -277,6 +337,7 @@ void LocalSegment::FlushNow() noexcept {
 }
 
 void LocalSegment::Flush() {
+    SettleFront();
     std::shared_ptr<File> target;
     {
         const std::lock_guard lock(mutex);
@@ -361,7 +422,9 @@ void LocalSegment::SettleNow() {
         }
         target = file;
     }
-    FlushOrTell(*target);  // the long part, for which nobody who writes or removes has to wait
+    // The long part, for which nobody who writes or removes has to wait.
+    SettleFront();
+    FlushOrTell(*target);
     const std::lock_guard writeLock(writeMutex);
     std::vector<SegmentFormat::Entry> packed;
     {
@@ -389,6 +452,9 @@ bool LocalSegment::IsIndexed() const {
 }
 
 void LocalSegment::WriteSealed(std::span<const SegmentFormat::Entry> packed) {
+    if (!packed.empty()) {
+        SettleFrontLocked();
+    }  // otherwise what it held must be void before its header says that it was safe
     SegmentWriter& target = GetWriter();
     const std::uint32_t end = EndOf(packed);
     if (gate.HasFailed()) {
@@ -454,6 +520,7 @@ void LocalSegment::Close() {
         WriteSealed(packed);
         return;
     }
+    SettleFrontLocked();
     gate.Flush(writer->GetFile());
     SegmentFormat::Footer footer = MakeFooter(packed, FooterState::Open);
     writer->WriteIndex(packed, footer.end, footer);

@@ -38,10 +38,17 @@ class LocalSegment : public IFlushTarget, public std::enable_shared_from_this<Lo
     LocalSegment(const LocalSegment&) = delete;
     LocalSegment& operator=(const LocalSegment&) = delete;
 
+    // What lies in front of it in its log may be lost with the power while `segment` (null: what
+    // was in front is settled, or gone for good) is not safe. Before WriteStart.
+    void SetPredecessor(std::shared_ptr<LocalSegment> segment) noexcept;
     // It takes no more chunks, and what it holds is safe only when it is sealed.
     void SetUnflushed(const char* reason) noexcept;
-    // Writes the start of a new segment over what the slot held; `reused`: that was a segment.
-    void WriteStart(bool reused);
+    // Writes the start of a new segment over what the slot held.
+    void WriteStart();
+    // Whether all that it holds, and all in front of it in its log, has been flushed.
+    bool IsSafe() const;
+    // Brings that about (blocks). Failures are told: what is in doubt then is never taken for lost.
+    void MakeSafe();
 
     // As the operations of IEngine.
     SegmentInfo GetInfo() const;
@@ -81,6 +88,8 @@ class LocalSegment : public IFlushTarget, public std::enable_shared_from_this<Lo
     void ScheduleFlush(const Durability& durability, FlushTimer& timer);
     SegmentWriter& GetWriter();
     std::shared_ptr<File> GetFile() const;
+    void SettleFront();
+    void SettleFrontLocked();
     bool SettleLater(std::uint64_t count, std::uint32_t end, FlushTimer& sealer);
     void SettleNow();
     void FlushOrTell(const File& target);
@@ -104,14 +113,14 @@ class LocalSegment : public IFlushTarget, public std::enable_shared_from_this<Lo
     mutable std::mutex writeMutex;
     // guarded by writeMutex
     std::unique_ptr<SegmentWriter> writer;  // null until needed, and when sealed
-    bool flushFirst = false;  // the start must be safe before anything is written behind it
-    bool closed = false;      // a write failed: takes no more chunks
+    bool closed = false;                    // a write failed: takes no more chunks
 
     mutable std::mutex mutex;
     // guarded by mutex
     SegmentInfo info;
-    bool settling = false;       // sealed, but in the file still open
-    EntryLog entries;            // until the file has the index
+    bool settling = false;                      // sealed, but in the file still open
+    std::shared_ptr<LocalSegment> predecessor;  // while info.mayFollowLoss; null: it is safe by now
+    EntryLog entries;                           // until the file has the index
     std::shared_ptr<File> file;  // while there is a writer; shared with those who read and flush
 };
 

@@ -49,12 +49,14 @@ ChunkEntry ChunkHead::GetEntry() const noexcept {
     return {timePoint, duration, ordinal, front, offset, length, headLength};
 }
 
-void EncodeHeader(const Identity& identity, HeaderState state, char* page) noexcept {
+void EncodeHeader(const Identity& identity, HeaderState state, bool mayFollowLoss,
+                  char* page) noexcept {
     Header header;
     std::memcpy(header.magic, headerMagic.data(), headerMagic.size());
     header.version = version;
     header.state = state;
     header.identity = identity;
+    header.mayFollowLoss = mayFollowLoss ? 1 : 0;
     header.checksum = Checksum(header.magic, sizeof header - sizeof header.checksum);
     std::memset(page, 0, pageSize);
     std::memcpy(page, &header, sizeof header);

@@ -29,7 +29,7 @@ namespace Brantel::Engine::SegmentFormat {
 //    16   4  version, 1                               16   4  version, 1
 //    20   4  state: 1 in use, 2 free                  20   4  state: 1 open, 2 sealed
 //    24  48  identity                                 24  48  identity
-//    72   8  zero                                     72   8  n, the chunks that are indexed
+//    72   8  1: may follow a loss, else 0             72   8  n, the chunks that are indexed
 //                                                     80   8  sum of their durations
 //                                                     88   4  offset behind them
 //   identity                                          92   4  m, entries in this page: n or 0
@@ -63,6 +63,11 @@ namespace Brantel::Engine::SegmentFormat {
 // one slot is known. The stamp is the checksum of the identity without the newest epoch: no chunk
 // that an earlier lap left in the file is ever taken for one of this. A footer that is open holds
 // for the chunks it indexes, which nothing changes; more may lie behind.
+//
+// A segment may follow a loss while what its log holds in front of it is not all flushed. The
+// header says so before the first chunk is written, and that it is over once it is, before anything
+// in the segment is called safe. So a gap in the log in front of a segment that may follow a loss
+// is what a loss of power leaves, and any other gap is damage.
 
 constexpr std::uint32_t version = 1;
 constexpr std::uint32_t pageSize = ChunkLayout::unit;
@@ -92,7 +97,7 @@ struct Header {
     std::uint32_t version = 0;
     HeaderState state = HeaderState::InUse;
     Identity identity;
-    std::uint64_t zero = 0;
+    std::uint64_t mayFollowLoss = 0;
 };
 static_assert(sizeof(Header) == 80);
 
@@ -156,7 +161,8 @@ static_assert(sizeof(Part) == ChunkLayout::partSize);
 std::uint64_t Checksum(const void* bytes, std::size_t size, std::uint64_t seed = 0) noexcept;
 
 // Fill a page of pageSize bytes.
-void EncodeHeader(const Identity& identity, HeaderState state, char* page) noexcept;
+void EncodeHeader(const Identity& identity, HeaderState state, bool mayFollowLoss,
+                  char* page) noexcept;
 // `entries`: those that lie in the page; the footer's count, sums and ends are the caller's.
 void EncodeFooter(Footer footer, std::span<const Entry> entries, char* page) noexcept;
 

@@ -45,6 +45,8 @@ SegmentPages ReadSegmentPages(const File& file, std::uint32_t segmentSize) {
     pages.unreadable = !headerRead || !footerRead;
     pages.blank = !pages.unreadable && std::all_of(both.get(), both.get() + 2 * pageSize,
                                                    [](char byte) { return byte == 0; });
+    pages.headerBlank = headerRead && std::all_of(both.get(), both.get() + pageSize,
+                                                  [](char byte) { return byte == 0; });
     pages.header = SegmentFormat::DecodeHeader(both.get(), segmentSize);
     pages.footer = SegmentFormat::DecodeFooter(footerPage, segmentSize);
     if (pages.footer) {

@@ -20,6 +20,7 @@ struct SegmentPages {
     std::vector<ChunkEntry> inlineEntries;  // those that lie in the footer's page
     std::uint64_t fileSize = 0;
     bool blank = true;        // both pages are zero: never used
+    bool headerBlank = true;  // the first one is
     bool unreadable = false;  // the medium did not give one of the two
 };
 // Throws EngineError (Io) when neither can be read.

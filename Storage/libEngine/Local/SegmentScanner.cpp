@@ -63,6 +63,11 @@ bool SegmentScanner::Follows(const Head& head, const SegmentContent& content) co
 }
 
 void SegmentScanner::Scan(SegmentContent& content) {
+    ScanOn(content);
+    content.provenEnd = provenEnd;
+}
+
+void SegmentScanner::ScanOn(SegmentContent& content) {
     BlockReader reader(file, limit);
     content.epoch = std::max(content.epoch, identity.createEpoch);
     while (content.end + minChunkLength <= limit) {

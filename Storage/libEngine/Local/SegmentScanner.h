@@ -21,6 +21,7 @@ struct SegmentContent {
     std::uint64_t count = 0;
     std::uint32_t end = ChunkLayout::segmentHeaderSize;
     std::uint64_t durationSum = 0;
+    std::uint32_t provenEnd = 0;  // what lies in front of it had been flushed once
     ChunkEntry first;
     ChunkEntry last;
 
@@ -48,6 +49,7 @@ class SegmentScanner {
   private:
     using Head = SegmentFormat::ChunkHead;
 
+    void ScanOn(SegmentContent& content);
     std::optional<ChunkEntry> TakeIfFits(const SegmentFormat::Entry& entry) const;
     bool Follows(const Head& head, const SegmentContent& content) const;
     // The first chunk from `offset` on, which at most lies in front of `end`, or of where it is

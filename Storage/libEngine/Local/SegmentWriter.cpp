@@ -148,9 +148,9 @@ void SegmentWriter::WriteAgain(std::uint32_t begin, std::uint32_t newEnd) const 
 }
 
 void SegmentWriter::WriteHeader(const SegmentFormat::Identity& newIdentity,
-                                SegmentFormat::HeaderState state) const {
+                                SegmentFormat::HeaderState state, bool mayFollowLoss) const {
     const Pages page = AllocatePages(1);
-    SegmentFormat::EncodeHeader(newIdentity, state, page.get());
+    SegmentFormat::EncodeHeader(newIdentity, state, mayFollowLoss, page.get());
     file->Write(page.get(), pageSize, 0);
 }
 

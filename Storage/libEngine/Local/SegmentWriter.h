@@ -36,8 +36,8 @@ class SegmentWriter {
     // Writes all bytes of [begin, end) again as the file gives them now.
     void WriteAgain(std::uint32_t begin, std::uint32_t end) const;
 
-    void WriteHeader(const SegmentFormat::Identity& identity,
-                     SegmentFormat::HeaderState state) const;
+    void WriteHeader(const SegmentFormat::Identity& identity, SegmentFormat::HeaderState state,
+                     bool mayFollowLoss = false) const;
     // Writes the index in front of the footer and sets the footer's checksum of it; false, and
     // nothing is written, for entries that fit into the footer's page.
     bool WriteIndex(std::span<const SegmentFormat::Entry> entries, std::uint32_t chunksEnd,

@@ -15,12 +15,24 @@ namespace Brantel::Engine {
 using SegmentFormat::FooterState;
 using SegmentFormat::HeaderState;
 
+namespace {
+
+constexpr const char* headerDamaged = ": the header is damaged, the footer is used";
+
+}  // namespace
+
 // What a slot holds.
 struct SlotLoader::Content {
     SegmentPages pages;
     std::optional<SegmentFormat::Identity> identity;  // of a segment in use
     std::optional<SegmentFormat::Footer> footer;      // of that segment
     std::shared_ptr<File> file;
+
+    // Nobody has written a header for this segment, as far as can be seen.
+    bool IsHeaderMissing() const {
+        return pages.header ? pages.header->identity.generation != identity->generation
+                            : pages.headerBlank;
+    }
 };
 
 SlotLoader::Content SlotLoader::Read(const Slot& slot) {
@@ -47,9 +59,6 @@ SlotLoader::Content SlotLoader::Read(const Slot& slot) {
         }
     } else if (footer) {
         content.identity = footer->identity;
-        if (!header) {
-            context.options.report(slot->GetPath() + ": the header is damaged, the footer is used");
-        }
     }
     if (content.identity && footer && footerGeneration == content.identity->generation) {
         content.identity->epoch = std::max(content.identity->epoch, footer->identity.epoch);
@@ -58,8 +67,32 @@ SlotLoader::Content SlotLoader::Read(const Slot& slot) {
     return content;
 }
 
+// The header of a segment is flushed with its first chunk. Where it is not there yet, and no chunk
+// says that anything had been flushed, the segment was only being started.
+void SlotLoader::JudgeHeader(const Slot& slot, const Content& content, bool isFlushed,
+                             LocalSegment& segment) const {
+    const bool isMissing = content.IsHeaderMissing();
+    if (content.pages.header && !isMissing) {
+        if (content.pages.header->mayFollowLoss != 0) {
+            segment.SetPredecessor(nullptr);
+        }
+    } else if (isMissing && !isFlushed) {
+        segment.SetPredecessor(nullptr);
+        if (context.options.note) {
+            context.options.note(slot->GetPath() + ": a segment was being started, " +
+                                 std::to_string(segment.GetInfo().count) +
+                                 " unflushed chunks are there");
+        }
+    } else if (!content.pages.header) {
+        context.options.report(slot->GetPath() + headerDamaged);
+    }
+}
+
 std::shared_ptr<LocalSegment> SlotLoader::Open(const Slot& slot, const Content& content) const {
     if (content.footer && content.footer->state == FooterState::Sealed) {
+        if (!content.pages.header) {
+            context.options.report(slot->GetPath() + headerDamaged);
+        }
         SegmentFormat::Footer footer = *content.footer;
         footer.identity.epoch = content.identity->epoch;
         return std::make_shared<LocalSegment>(slot, footer, context.options.report);
@@ -84,8 +117,10 @@ std::shared_ptr<LocalSegment> SlotLoader::Open(const Slot& slot, const Content& 
                                text);
     };
     SegmentScanner(*content.file, *content.identity, content.footer, report).Scan(found);
+    const bool isFlushed = found.provenEnd > ChunkLayout::segmentHeaderSize;
     auto segment = std::make_shared<LocalSegment>(slot, *content.identity, std::move(found),
                                                   context.options.report);
+    JudgeHeader(slot, content, isFlushed, *segment);
     if (!flushFailure.empty()) {
         segment->SetUnflushed(flushFailure.c_str());
     }

@@ -36,6 +36,8 @@ class SlotLoader {
     struct Content;
 
     Content Read(const Slot& slot);
+    void JudgeHeader(const Slot& slot, const Content& content, bool isFlushed,
+                     LocalSegment& segment) const;
     std::shared_ptr<LocalSegment> Open(const Slot& slot, const Content& content) const;
 
     const LocalContext& context;

@@ -9,6 +9,8 @@
 
 #include <algorithm>
 #include <exception>
+#include <iterator>
+#include <limits>
 #include <list>
 #include <utility>
 
@@ -279,6 +281,7 @@ void TrackSpace::CreateSegment(const SegmentId& id, Epoch epoch) {
     const Key key{id.log, id.number};
     std::list<FreeSlot> free;
     SegmentFormat::Identity identity;
+    std::shared_ptr<LocalSegment> before;
     {
         const std::lock_guard lock(mutex);
         if (reservation.segmentCount == 0) {
@@ -299,20 +302,61 @@ void TrackSpace::CreateSegment(const SegmentId& id, Epoch epoch) {
                     epoch,
                     static_cast<std::uint32_t>(id.log),
                     reservation.segmentSize};
+        before = FindBefore(key);
         free.splice(free.end(), freeSlots, freeSlots.begin());
         ++lastGeneration;
     }
     try {
+        if (free.front().after) {
+            free.front().after->MakeSafe();
+            free.front().after.reset();
+        }
         auto segment = std::make_shared<LocalSegment>(free.front().slot, identity, SegmentContent{},
                                                       context.options.report);
-        segment->WriteStart(free.front().used);
+        if (before && !before->IsSafe()) {
+            segment->SetPredecessor(std::move(before));
+        }
+        segment->WriteStart();
         const std::lock_guard lock(mutex);
-        segments.emplace(key, std::move(segment));
+        segments.emplace(key, segment);
+        LetSlotsWaitFor(segment, id.log);
     } catch (const std::exception&) {
         free.front().used = true;
         const std::lock_guard lock(mutex);
         freeSlots.splice(freeSlots.end(), free);
         throw;
+    }
+}
+
+// The last segment of the log in front of this key.
+std::shared_ptr<LocalSegment> TrackSpace::FindBefore(const Key& key) const {
+    const auto behind = segments.lower_bound(key);
+    if (behind == segments.begin()) {
+        return nullptr;
+    }
+    const auto& [found, segment] = *std::prev(behind);
+    return found.first == key.first ? segment : nullptr;
+}
+
+// The slot of a segment that is no longer in the list. What makes a segment superfluous is a chunk
+// behind it: one of the log's last segment, or, when that takes no more, the next one that comes.
+TrackSpace::FreeSlot TrackSpace::MakeFree(const LocalSegment& removed, LogKind log) const {
+    FreeSlot free{removed.GetSlot(), true};
+    const auto last = FindBefore({log, std::numeric_limits<std::uint64_t>::max()});
+    if (last && last->GetInfo().sealed) {
+        free.afterNext = log;
+    } else if (last && !last->IsSafe()) {
+        free.after = last;
+    }
+    return free;
+}
+
+void TrackSpace::LetSlotsWaitFor(const std::shared_ptr<LocalSegment>& segment, LogKind log) {
+    for (FreeSlot& free : freeSlots) {
+        if (free.afterNext == log) {
+            free.after = segment;
+            free.afterNext.reset();
+        }
     }
 }
 
@@ -354,11 +398,11 @@ void TrackSpace::RemoveSegment(const SegmentId& id, Epoch epoch) {
         segment->second->CheckEpoch(epoch);
         removed = std::move(segment->second);
         segments.erase(segment);
+        freed.front() = MakeFree(*removed, id.log);
     }
-    removed->SetRemoved(true);
+    removed->SetRemoved(freed.front().after == nullptr && !freed.front().afterNext);
     const std::lock_guard lock(mutex);
     if (slots.contains(removed->GetSlot()->GetNumber())) {
-        freed.front() = {removed->GetSlot(), true};
         freeSlots.splice(freeSlots.end(), freed);
     }
 }

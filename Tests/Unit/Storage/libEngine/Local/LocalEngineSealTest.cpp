@@ -5,6 +5,8 @@
 
 #include <cerrno>
 #include <condition_variable>
+#include <cstdint>
+#include <filesystem>
 #include <mutex>
 #include <optional>
 #include <string>
@@ -46,8 +48,25 @@ class LocalEngineSealTest : public LocalStoreTest {
         changed.wait(lock, [this] { return held > 0; });
     }
 
+    // As a server finds the segment that is started on a copy of the files.
+    bool MayFollowLossAfterACrash(const SegmentId& id) {
+        LocalOptions copied = options;
+        copied.directory = folder.File("copy" + std::to_string(++copies));
+        std::filesystem::copy(options.directory, copied.directory,
+                              std::filesystem::copy_options::recursive);
+        LocalEngine other(copied);
+        for (const SegmentInfo& info : other.ListSegments(id.track)) {
+            if (info.id == id) {
+                return info.mayFollowLoss;
+            }
+        }
+        ADD_FAILURE() << "the segment is not there";
+        return false;
+    }
+
     FaultyFileCalls calls;
     ChunkEntry entry;
+    int copies = 0;
     std::mutex mutex;
     std::condition_variable changed;
     bool mayGo = false;  // guarded by mutex
@@ -99,6 +118,46 @@ TEST_F(LocalEngineSealTest, ARemovedSegmentIsNotWrittenAnyMore) {
     EXPECT_EQ(Read(Ring(5), other)[1], "other");
     EXPECT_EQ(engine->ListSegments(track).size(), 4U);
     EXPECT_TRUE(Reports().empty());
+}
+
+TEST_F(LocalEngineSealTest, TheNextSegmentMayFollowALossUntilBothAreFlushed) {
+    HoldFlushes();
+    engine->Seal(Ring(1), 1, 1);
+    WaitForFlush();
+    engine->CreateSegment(Ring(2), 1);
+    Append(Ring(2), 50, {"m", "next"});
+    EXPECT_TRUE(Info(Ring(2)).mayFollowLoss);
+    EXPECT_TRUE(MayFollowLossAfterACrash(Ring(2)));
+    LetFlushesGo();
+    Append(Ring(2), 60, {"m", "safe"}, Durability::Mode::Always);
+    EXPECT_FALSE(Info(Ring(2)).mayFollowLoss);
+    EXPECT_FALSE(MayFollowLossAfterACrash(Ring(2)));
+}
+
+TEST_F(LocalEngineSealTest, AFlushMakesSafeWhatLiesInFrontOfTheSegment) {
+    calls.Inject({1, 1, EIO, FileCall::FlushData});
+    engine->Seal(Ring(1), 1, 1);  // whose flush fails, so that it has to be written again
+    engine->CreateSegment(Ring(2), 1);
+    Append(Ring(2), 50, {"m", "next"});
+    engine->Flush(Ring(2));
+    EXPECT_FALSE(Info(Ring(2)).mayFollowLoss);
+    Reopen();
+    EXPECT_TRUE(Info(Ring(1)).sealed);
+    EXPECT_EQ(Read(Ring(1), entry)[1], "data");
+}
+
+TEST_F(LocalEngineSealTest, ASlotIsUsedAgainWhenWhatMadeItSuperfluousIsSafe) {
+    engine->Flush(Ring(1));
+    engine->Seal(Ring(1), 1, 1);
+    for (std::uint64_t number = 2; number <= 4; ++number) {
+        engine->CreateSegment(Ring(number), 1);
+    }
+    Append(Ring(4), 50, {"m", "its front is behind the first segment"});
+    engine->RemoveSegment(Ring(1), 1);
+    const std::uint64_t before = calls.CountCalls(FileCall::FlushData);
+    engine->CreateSegment(Ring(5), 1);
+    EXPECT_GE(calls.CountCalls(FileCall::FlushData), before + 1);
+    EXPECT_FALSE(Info(Ring(4)).mayFollowLoss);
 }
 
 TEST_F(LocalEngineSealTest, AFlushThatFailsMeanwhileIsToldAndMadeGood) {

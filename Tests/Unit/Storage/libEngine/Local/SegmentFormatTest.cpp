@@ -49,7 +49,7 @@ class SegmentFormatTest : public testing::Test {
     }
     std::string Header(SegmentFormat::HeaderState state = SegmentFormat::HeaderState::InUse) {
         std::string page(4096, 'x');
-        SegmentFormat::EncodeHeader(identity, state, page.data());
+        SegmentFormat::EncodeHeader(identity, state, false, page.data());
         return page;
     }
     std::string Chunk() {

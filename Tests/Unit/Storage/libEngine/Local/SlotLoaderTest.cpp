@@ -115,6 +115,32 @@ TEST_F(SlotLoaderTest, AFooterThatWasNotWrittenYetLeavesTheNewSegmentByItsHeader
     EXPECT_FALSE(Info(Ring(2)).sealed);
 }
 
+TEST_F(SlotLoaderTest, ASegmentThatWasOnlyBeingStartedIsNoDamage) {
+    std::vector<std::string> notes;
+    options.note = [&notes](const std::string& text) { notes.push_back(text); };
+    Lap(1, 2);
+    WriteAt(SlotPath(0), 0, std::string(4096, '\0'));
+    Crash();
+    EXPECT_EQ(Info(Ring(1)).count, 2U);
+    EXPECT_TRUE(Info(Ring(1)).mayFollowLoss);
+    EXPECT_TRUE(Reports().empty());
+    EXPECT_EQ(notes,
+              std::vector<std::string>{
+                  SlotPath(0) + ": a segment was being started, 2 unflushed chunks are there"});
+}
+
+TEST_F(SlotLoaderTest, AHeaderThatIsLostBehindAFlushIsDamage) {
+    engine->CreateSegment(Ring(1), 1);
+    Append(Ring(1), 1, {"m"}, Durability::Mode::Always);
+    Append(Ring(1), 2, {"m"}, Durability::Mode::Always);
+    WriteAt(SlotPath(0), 0, std::string(4096, '\0'));
+    Crash();
+    EXPECT_EQ(Info(Ring(1)).count, 2U);
+    EXPECT_FALSE(Info(Ring(1)).mayFollowLoss);
+    EXPECT_EQ(Reports(), std::vector<std::string>{SlotPath(0) +
+                                                  ": the header is damaged, the footer is used"});
+}
+
 TEST_F(SlotLoaderTest, ASegmentThatExistsTwiceIsTheNewerOne) {
     Reserve(2);
     Lap(1, 3);
