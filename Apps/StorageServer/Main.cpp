@@ -4,7 +4,9 @@
 #include "Announcement.h"
 #include "CommandLine.h"
 #include "DefaultSocket.h"
-#include "StopSignals.h"
+#include "ServerLog.h"
+#include "ServerSignals.h"
+#include "SettingsReload.h"
 #include "StorageServer.h"
 #include "StoreJob.h"
 #include "Surroundings.h"
@@ -20,6 +22,7 @@
 #include <unistd.h>
 
 #include <array>
+#include <csignal>
 #include <cstdint>
 #include <cstdio>
 #include <cstdlib>
@@ -33,25 +36,28 @@ namespace {
 
 using Brantel::Server::ServerOptions;
 
-void Log(const std::string& line) {
+using Brantel::Server::LogLevel;
+using Brantel::Server::ServerLog;
+
+void Print(const std::string& line) {
     std::fprintf(stderr, "brantel-storaged: %s\n", line.c_str());
 }
 
 using EnginePointer = std::unique_ptr<Brantel::Engine::IEngine>;
 
-EnginePointer MakeLocal(const ServerOptions& options) {
+EnginePointer MakeLocal(const ServerOptions& options, ServerLog& log) {
     using Preparation = Brantel::Engine::LocalOptions::Preparation;
     Brantel::Engine::LocalOptions local;
     local.directory = options.dataFolder;
     local.limit = options.capacity.value_or(0);
     local.keepFree = options.keepFree;
     local.preparation = options.writesNewSpace ? Preparation::Write : Preparation::Allocate;
-    local.report = &Log;
-    local.note = &Log;
+    local.report = [&log](const std::string& text) { log.Say(LogLevel::Warning, text); };
+    local.note = [&log](const std::string& text) { log.Say(LogLevel::Info, text); };
     return std::make_unique<Brantel::Engine::LocalEngine>(local);
 }
 
-EnginePointer MakeMemory(const ServerOptions& options) {
+EnginePointer MakeMemory(const ServerOptions& options, ServerLog&) {
     constexpr std::uint64_t defaultCapacity = std::uint64_t{1} << 30U;
     return std::make_unique<Brantel::Engine::MemoryEngine>(
         options.capacity.value_or(defaultCapacity));
@@ -60,7 +66,7 @@ EnginePointer MakeMemory(const ServerOptions& options) {
 struct EngineChoice {
     const char* name;
     bool keepsFiles;
-    EnginePointer (*make)(const ServerOptions& options);
+    EnginePointer (*make)(const ServerOptions& options, ServerLog& log);
 };
 
 // The one place that names concrete engines.
@@ -78,10 +84,10 @@ std::vector<Brantel::Server::EngineName> EngineNames() {
     return names;
 }
 
-EnginePointer MakeEngine(const ServerOptions& options) {
+EnginePointer MakeEngine(const ServerOptions& options, ServerLog& log) {
     for (const EngineChoice& choice : engines) {
         if (options.engine == choice.name) {
-            return choice.make(options);
+            return choice.make(options, log);
         }
     }
     throw std::runtime_error("Unknown engine " + options.engine);
@@ -109,15 +115,39 @@ ServerOptions Complete(ServerOptions options) {
     return options;
 }
 
-void Serve(const ServerOptions& options) {
-    const Brantel::Server::StopSignals signals;
+void Serve(const Brantel::Server::Configuration& configuration, const ServerOptions& chosen,
+           const Brantel::Server::ServerSignals& signals, ServerLog& log) {
+    const ServerOptions options = Complete(chosen);
     Brantel::Server::Announcement announcement(options.readyDescriptor, options.addressFile);
-    const EnginePointer engine = MakeEngine(options);
-    Brantel::Server::StorageServer server(*engine, options, &Log);
+    const EnginePointer engine = MakeEngine(options, log);
+    Brantel::Server::StorageServer server(*engine, options, log, {&log});
+    Brantel::Server::SettingsReload reload(
+        configuration, log, chosen,
+        [&server](const ServerOptions& changed) { server.SetAccess(changed.access); });
     server.Start();
     announcement.Announce(server.Addresses());
-    signals.Wait();
+    for (const std::string& address : server.Addresses()) {
+        log.Say(LogLevel::Info, "Listening on " + address);
+    }
+    while (signals.Wait() == SIGHUP) {
+        reload.Run();
+    }
+    log.Say(LogLevel::Info, "Stopping");
     server.Stop();
+}
+
+// Returns the exit code.
+int Run(const Brantel::Server::Configuration& configuration, const ServerOptions& options) {
+    const Brantel::Server::ServerSignals signals;
+    ServerLog log(options.log);
+    try {
+        Serve(configuration, options, signals, log);
+        log.Say(LogLevel::Info, "Stopped");
+        return 0;
+    } catch (const std::exception& error) {
+        log.Say(LogLevel::Error, error.what());
+        return 1;
+    }
 }
 
 // The jobs are for the engine that keeps files.
@@ -142,7 +172,7 @@ int Run(const Brantel::Server::StoreJob& job) {
     made.directory = job.target;
     made.keepFree = 0;
     made.preparation = LocalOptions::Preparation::Allocate;
-    made.report = &Log;
+    made.report = &Print;
     LocalEngine target(made);
     return job.Recover(source, target, findings);
 }
@@ -162,10 +192,9 @@ int main(int argc, char** argv) {
             std::fputs(commandLine.text.c_str(), commandLine.exitCode == 0 ? stdout : stderr);
             return commandLine.exitCode;
         }
-        Serve(Complete(*commandLine.options));
-        return 0;
+        return Run(*commandLine.configuration, *commandLine.options);
     } catch (const std::exception& error) {
-        Log(error.what());
+        Print(error.what());
         return 1;
     }
 }

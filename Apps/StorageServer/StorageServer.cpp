@@ -19,26 +19,12 @@ namespace Brantel::Server {
 
 namespace {
 
-Tracks::StorageOptions MakeStorageOptions(const ServerOptions& options,
-                                          const StorageServer::Log& log) {
+Tracks::StorageOptions MakeStorageOptions(const ServerOptions& options, ServerLog& log) {
     Tracks::StorageOptions result;
     result.durability = options.durability;
     result.retention = options.retention;
-    result.log = log;
+    result.log = [&log](const std::string& text) { log.Say(LogLevel::Warning, text); };
     return result;
-}
-
-std::string TextOf(const Services::ServiceListenerEvent& event) {
-    using Kind = Services::ServiceListenerEvent::Kind;
-    const std::string peer =
-        "Connection " + std::to_string(event.peer.connectionId) + " from " + event.peer.text;
-    switch (event.kind) {
-        case Kind::ConnectionLost: return peer + " is lost: " + event.text;
-        case Kind::HandlerFailed: return peer + " failed: " + event.text;
-        case Kind::ConnectionRefused: return peer + " was refused: " + event.text;
-        case Kind::AcceptPaused: return "No connection can be accepted now: " + event.text;
-    }
-    return event.text;
 }
 
 // Of an address as a listener gives it.
@@ -48,7 +34,7 @@ bool IsLoopback(const std::string& address) {
 
 }  // namespace
 
-StorageServer::StorageServer(Engine::IEngine& engine, const ServerOptions& options, const Log& log,
+StorageServer::StorageServer(Engine::IEngine& engine, const ServerOptions& options, ServerLog& log,
                              ClientSession::Observers observers)
     : limits(options.limits),
       observers(std::move(observers)),
@@ -67,7 +53,7 @@ StorageServer::~StorageServer() {
 }
 
 Services::ServiceListenerOptions StorageServer::MakeListenerOptions(const ServerOptions& options,
-                                                                    const Log& log) {
+                                                                    ServerLog& log) {
     Services::ServiceListenerOptions result;
     const ServerLimits& limits = options.limits;
     result.messageLimit = limits.messageBytes;
@@ -77,7 +63,10 @@ Services::ServiceListenerOptions StorageServer::MakeListenerOptions(const Server
     result.limits.bytesPerSecond = limits.transferRate;
     result.limits.grace = std::chrono::milliseconds(limits.transferGraceMilliseconds);
     result.bytesInFlight = limits.bytesInFlight;
-    result.onEvent = [log](const Services::ServiceListenerEvent& event) { log(TextOf(event)); };
+    result.stopGrace = StorageServer::stopGrace;
+    result.onEvent = [&log](const Services::ServiceListenerEvent& event) {
+        log.OnConnection(event);
+    };
     return result;
 }
 

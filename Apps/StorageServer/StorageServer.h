@@ -4,6 +4,7 @@
 #include "ClientSession.h"
 #include "RefusalCounters.h"
 #include "ServerLimits.h"
+#include "ServerLog.h"
 #include "ServerOptions.h"
 
 #include <libEngine/IEngine.h>
@@ -13,8 +14,8 @@
 #include <libServices/ServiceListener.h>
 #include <libTracks/Storage.h>
 
+#include <chrono>
 #include <cstdint>
-#include <functional>
 #include <memory>
 #include <mutex>
 #include <string>
@@ -26,13 +27,13 @@ namespace Brantel::Server {
 // its own, so that connections run in parallel and whatever one of them opened ends with it.
 class StorageServer {
   public:
-    // Takes a line for the operator; called by any thread, several at once.
-    using Log = std::function<void(const std::string&)>;
+    static constexpr std::chrono::milliseconds stopGrace{2000};
 
     // Opens what the engine (borrowed) holds and takes the addresses of the options, at which
-    // clients then wait to be served. The observers, which are told of every call, are borrowed.
+    // clients then wait to be served. The log, and the observers, which are told of every call, are
+    // borrowed.
     // Throws std::runtime_error that names what could not be done.
-    StorageServer(Engine::IEngine& engine, const ServerOptions& options, const Log& log,
+    StorageServer(Engine::IEngine& engine, const ServerOptions& options, ServerLog& log,
                   ClientSession::Observers observers = {});
     // Stops.
     ~StorageServer();
@@ -61,13 +62,14 @@ class StorageServer {
     // Who may do what on connections that are accepted from now on. Any thread.
     void SetAccess(const AccessRules& rules);
 
-    // Ends every call that waits, accepts no more, closes all connections and waits until the last
-    // call has ended. Not on a thread that serves a connection. A second call does nothing.
+    // Ends every call that waits, accepts no more, lets the calls that run answer for as long as
+    // stopGrace, closes all connections and waits until the last call has ended. Not on a thread
+    // that serves a connection. A second call does nothing.
     void Stop();
 
   private:
     static Services::ServiceListenerOptions MakeListenerOptions(const ServerOptions& options,
-                                                                const Log& log);
+                                                                ServerLog& log);
     std::unique_ptr<Services::IServiceHandler> MakeService(
         Services::FileDescriptorServiceConnection& connection, const Services::PeerAddress& peer);
     void Listen(const ListenAddress& address, const ServerOptions& options);

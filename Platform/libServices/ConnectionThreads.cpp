@@ -139,8 +139,11 @@ void ConnectionThreads::Run(Connections::iterator connection) {
         Handle(*connection);
         // A handler may end quietly when its connection is lost.
         const std::string lost = connection->stream->WhyLost();
+        const std::string refused = connection->stream->WhyRefused();
         if (!lost.empty()) {
             CountLoss(connection->peer, lost);
+        } else if (!refused.empty()) {
+            Report(ServiceListenerEvent::Kind::MessageRefused, connection->peer, refused);
         }
     } catch (const SocketDisconnected& error) {
         CountLoss(connection->peer, error.what());
@@ -176,6 +179,7 @@ void ConnectionThreads::Finish(Connections::iterator connection) noexcept {
     {
         const std::lock_guard guard(mutex);
         ended.splice(ended.end(), running, connection);
+        oneEnded.notify_all();
     }
     whenOneEnds();
 }
@@ -215,14 +219,24 @@ void ConnectionThreads::JoinEnded() {
     }
 }
 
+template <class Action>
+void ConnectionThreads::ForEachOpenLocked(const Action& action) {
+    for (Connection& connection : running) {
+        if (connection.mayBeClosed) {
+            action(*connection.stream);
+        }
+    }
+}
+
 void ConnectionThreads::CloseAndJoinAll() {
+    if (options.stopGrace.count() > 0) {
+        std::unique_lock lock(mutex);
+        ForEachOpenLocked([](FileDescriptorServiceConnection& stream) { stream.EndReceiving(); });
+        oneEnded.wait_for(lock, options.stopGrace, [this] { return running.empty(); });
+    }
     {
         const std::lock_guard guard(mutex);
-        for (Connection& connection : running) {
-            if (connection.mayBeClosed) {
-                connection.stream->Close();
-            }
-        }
+        ForEachOpenLocked([](FileDescriptorServiceConnection& stream) { stream.Close(); });
     }
     for (;;) {
         ServiceThread* thread = nullptr;

@@ -8,6 +8,7 @@
 #include "SocketAddress.h"
 
 #include <atomic>
+#include <condition_variable>
 #include <cstdint>
 #include <functional>
 #include <list>
@@ -41,7 +42,8 @@ class ConnectionThreads {
     // Joins the threads that have ended.
     void JoinEnded();
 
-    // Closes every connection and waits until all threads have ended. Serve is not called any more.
+    // Closes every connection, those that send at the end of the stop grace, and waits until all
+    // threads have ended. Serve is not called any more.
     void CloseAndJoinAll();
 
     ServiceListenerCounters Counters() const noexcept;
@@ -65,6 +67,9 @@ class ConnectionThreads {
     using Connections = std::list<Connection>;
     class End;
 
+    // Of those that others may close. Called with the mutex held.
+    template <class Action>
+    void ForEachOpenLocked(const Action& action);
     void Start(Connections& one);
     void Run(Connections::iterator connection);
     void Handle(Connection& connection);
@@ -93,6 +98,7 @@ class ConnectionThreads {
     // Guards the lists and what is said to be guarded in their elements.
     std::mutex mutex;
     Connections running;
+    std::condition_variable oneEnded;
     // Whose threads have nothing more to do but end.
     Connections ended;
 };

@@ -139,6 +139,11 @@ void FileDescriptorServiceConnection::Close() {
     ::shutdown(fd, SHUT_RDWR);
 }
 
+void FileDescriptorServiceConnection::EndReceiving() {
+    closed.store(true);
+    ::shutdown(fd, SHUT_RD);
+}
+
 bool FileDescriptorServiceConnection::PeerGone() const {
     pollfd state{fd, POLLRDHUP, 0};
     return ::poll(&state, 1, 0) > 0;
@@ -340,6 +345,7 @@ bool FileDescriptorServiceConnection::Receive(Message& message) {
     } catch (const std::exception& failure) {
         message.Clear();
         if (inStep) {
+            refused = failure.what();
             throw;
         }
         // Lost, or stopped half-way (no memory, say): what comes next can't be followed.

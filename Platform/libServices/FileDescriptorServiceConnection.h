@@ -55,6 +55,10 @@ class FileDescriptorServiceConnection : public IServiceConnection {
 
     void Close() override;
 
+    // As Close, but for what is sent: that still reaches the other side. What has come already may
+    // still be received.
+    void EndReceiving();
+
     // Returns true when the message was handed to the system, and also when the connection is lost:
     // that is remembered, and every Receive from then on reports it. Throws MessageNotSendable,
     // nothing written, when required fields are missing or the message is over the limit.
@@ -73,6 +77,9 @@ class FileDescriptorServiceConnection : public IServiceConnection {
     // Why the connection was lost, as Receive reported it; empty while it has not, and after Close.
     // For the receiving thread.
     std::string WhyLost() const;
+    // Why the last message that was not a valid one was refused; empty: there was none. For the
+    // receiving thread.
+    const std::string& WhyRefused() const { return refused; }
 
     std::size_t MessageLimit() const { return messageLimit; }
 
@@ -111,6 +118,7 @@ class FileDescriptorServiceConnection : public IServiceConnection {
     std::string refusal;       // why the whole message that came was refused
     bool inStep = true;        // the stream stands between two messages; once lost, false for good
     std::string lost;          // why nothing can be received any more
+    std::string refused;       // why a whole message was
     std::size_t bodySize = 0;  // of the message that is coming; 0 while its length is
     std::uint64_t bodyStart = 0;  // how much had come before a body that is over the buffer
     // The sending thread's.

@@ -3,8 +3,10 @@
 #include "SystemText.h"
 #include "UnixSocketFile.h"
 
+#include <fcntl.h>
 #include <netinet/in.h>
 #include <sys/socket.h>
+#include <sys/stat.h>
 
 #include <cerrno>
 #include <stdexcept>
@@ -34,6 +36,32 @@ int ListenOn(const SocketAddress& address, OwnedDescriptor& result) {
     const int error = done ? 0 : errno;
     result = std::move(socket);
     return error;
+}
+
+int IntegerOption(int fd, int option) {
+    int value = -1;
+    socklen_t size = sizeof(value);
+    return getsockopt(fd, SOL_SOCKET, option, &value, &size) == 0 ? value : -1;
+}
+
+// Why nobody can connect to the descriptor; empty: somebody can.
+std::string WhyNotListening(int fd) {
+    struct stat file {};
+    if (fstat(fd, &file) != 0) {
+        return SystemText(errno);
+    }
+    if (!S_ISSOCK(file.st_mode)) {
+        return "it is not a socket";
+    }
+    const int domain = IntegerOption(fd, SO_DOMAIN);
+    if (domain != AF_UNIX && domain != AF_INET && domain != AF_INET6) {
+        return "it is a socket of family " + std::to_string(domain) +
+               ", neither IPv4, IPv6 nor of the Unix domain";
+    }
+    if (IntegerOption(fd, SO_TYPE) != SOCK_STREAM) {
+        return "it is not a stream socket";
+    }
+    return IntegerOption(fd, SO_ACCEPTCONN) == 1 ? "" : "the socket does not listen";
 }
 
 bool IsNotOfThisMachine(int error) {
@@ -80,6 +108,20 @@ ListeningSocket ListeningSocket::OnUnix(const std::string& path, unsigned int mo
     }
     auto file = std::make_unique<UnixSocketFile>(socket.Get(), path, mode, backlog);
     return ListeningSocket(std::move(socket), address, std::move(file));
+}
+
+ListeningSocket ListeningSocket::OnDescriptor(int fd) {
+    OwnedDescriptor socket(fd);
+    const std::string reason = WhyNotListening(fd);
+    if (!reason.empty()) {
+        throw std::runtime_error("Could not listen on descriptor " + std::to_string(fd) + ": " +
+                                 reason);
+    }
+    // Neither fails on a socket.
+    fcntl(fd, F_SETFL, fcntl(fd, F_GETFL) | O_NONBLOCK);
+    fcntl(fd, F_SETFD, FD_CLOEXEC);
+    const SocketAddress address = SocketAddress::OfSocket(fd);
+    return ListeningSocket(std::move(socket), address, nullptr);
 }
 
 ListeningSocket::ListeningSocket(OwnedDescriptor socket, const SocketAddress& address,

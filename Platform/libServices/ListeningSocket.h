@@ -28,6 +28,11 @@ class ListeningSocket {
     // UnixSocketFile.
     static ListeningSocket OnUnix(const std::string& path, unsigned int mode);
 
+    // A socket that listens already, taken over also when this throws: a stream socket of IPv4,
+    // IPv6 or the Unix domain, whose file, if it has one, is left when the socket ends. Throws
+    // std::runtime_error: "Could not listen on descriptor 3: it is not a socket".
+    static ListeningSocket OnDescriptor(int fd);
+
     ListeningSocket(ListeningSocket&&) noexcept;
     ListeningSocket& operator=(ListeningSocket&&) noexcept;
     ~ListeningSocket();

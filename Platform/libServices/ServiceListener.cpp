@@ -53,6 +53,7 @@ ServiceListenerOptions Checked(ServiceListenerOptions options) {
         CheckRange("Number of bytes in flight", options.bytesInFlight, options.messageLimit,
                    UINT64_MAX);
     }
+    CheckRange("Stop grace", static_cast<std::uint64_t>(options.stopGrace.count()), 0, hour);
     CheckRange("Accept pause", static_cast<std::uint64_t>(options.acceptPause.count()), 1, hour);
     return options;
 }
@@ -92,6 +93,14 @@ void ServiceListener::ListenUnix(const std::string& path, unsigned int mode) {
     CheckPreparing();
     std::vector<ListeningSocket> added;
     added.push_back(ListeningSocket::OnUnix(path, mode));
+    Add(std::move(added));
+}
+
+void ServiceListener::ListenDescriptor(int fd) {
+    std::vector<ListeningSocket> added;
+    added.push_back(ListeningSocket::OnDescriptor(fd));
+    const std::lock_guard guard(mutex);
+    CheckPreparing();
     Add(std::move(added));
 }
 

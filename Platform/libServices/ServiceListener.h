@@ -27,6 +27,7 @@ struct ServiceListenerEvent {
         ConnectionLost,     // Handle ended with SocketDisconnected, or because of one
         HandlerFailed,      // the factory or Handle threw anything else
         ConnectionRefused,  // accepted and closed at once: too many, no thread, no handler
+        MessageRefused,     // Handle ended after a message that is not a valid one
         AcceptPaused        // the system accepts no connection now; said once until it does again
     };
 
@@ -58,6 +59,9 @@ struct ServiceListenerOptions {
     // After the system has failed to accept (no descriptors, no memory) the next attempt is made
     // when a connection has ended, or after this time, 1 ms to 1 hour.
     std::chrono::milliseconds acceptPause{100};
+    // So long may handlers that work when Stop is called go on sending, up to 1 hour; 0: they can
+    // send nothing more.
+    std::chrono::milliseconds stopGrace{0};
     // Called on the thread that the event happened on, several at once; what it throws is dropped.
     // May be empty.
     std::function<void(const ServiceListenerEvent&)> onEvent;
@@ -122,6 +126,12 @@ class ServiceListener {
     // also when a server answers there, when the file is no socket, or after Start.
     void ListenUnix(const std::string& path, unsigned int mode = 0660);
 
+    // Listens on a stream socket that listens already, as a service manager passes them, and takes
+    // it over, also when this throws. The file of a Unix-domain socket stays after Stop: it belongs
+    // to whoever made it. Throws std::runtime_error when the descriptor is no such socket, or after
+    // Start.
+    void ListenDescriptor(int fd);
+
     // Where it listens: "127.0.0.1:4711", "[::1]:4711", "/run/storage.sock", with the ports really
     // taken; empty after Stop.
     std::vector<std::string> Addresses() const;
@@ -130,11 +140,12 @@ class ServiceListener {
     // to listen on, and when called twice or after Stop.
     void Start();
 
-    // Stops accepting, removes the socket files, closes every connection, so that a handler that is
-    // waiting for its peer ends, and waits for the end of every handler and thread. What else a
-    // handler may wait for must be ended by its owner. Later calls do nothing; calls at the same
-    // time return together. Throws std::runtime_error on one of the listener's own threads (a
-    // handler's, or one that runs onEvent).
+    // Stops accepting and removes the socket files. Nothing more is received, so that a handler
+    // that waits for its peer ends; one that works can send its answer, for as long as the stop
+    // grace allows. Then closes what is left, and waits for the end of every handler and thread.
+    // What else a handler may wait for must be ended by its owner. Later calls do nothing; calls at
+    // the same time return together. Throws std::runtime_error on one of the listener's own threads
+    // (a handler's, or one that runs onEvent).
     void Stop();
 
     // A snapshot; each number is right by itself.

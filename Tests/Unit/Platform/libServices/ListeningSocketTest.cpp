@@ -384,5 +384,54 @@ TEST_F(ListeningUnixSocketTest, WithoutAnyDescriptorLeftTheReasonIsTold) {
     EXPECT_EQ(where + "Too many open files", error);
 }
 
+// What is said of a descriptor that nobody listens on; it is closed then.
+std::string DescriptorError(int fd) {
+    try {
+        ListeningSocket::OnDescriptor(fd);
+    } catch (const std::runtime_error& error) {
+        EXPECT_EQ(-1, fcntl(fd, F_GETFD));
+        const std::string text = error.what();
+        const std::string begin = "Could not listen on descriptor " + std::to_string(fd) + ": ";
+        return text.starts_with(begin) ? text.substr(begin.size()) : text;
+    }
+    return "listens";
+}
+
+TEST(ListeningDescriptorTest, ATcpSocketThatListensIsTakenOver) {
+    const Tests::PlainTcpListener passed("127.0.0.1");
+    const int fd = fcntl(passed.Get(), F_DUPFD, 0);
+    const auto socket = ListeningSocket::OnDescriptor(fd);
+    EXPECT_EQ("127.0.0.1:" + std::to_string(passed.Port()), socket.Address().Text());
+    EXPECT_EQ(FD_CLOEXEC, fcntl(socket.Get(), F_GETFD));
+    EXPECT_NE(0, fcntl(socket.Get(), F_GETFL) & O_NONBLOCK);
+    EXPECT_EQ(0, Connect(socket.Address()));
+}
+
+TEST(ListeningDescriptorTest, AUnixSocketIsTakenOverAndItsFileStays) {
+    const Tests::TemporaryFolder folder;
+    const SocketAddress address = SocketAddress::OfUnixPath(folder.File("s"));
+    const int fd = socket(AF_UNIX, SOCK_STREAM, 0);
+    ASSERT_EQ(0, bind(fd, address.Get(), address.Size()));
+    ASSERT_EQ(0, listen(fd, 1));
+    {
+        const auto passed = ListeningSocket::OnDescriptor(fd);
+        EXPECT_EQ(folder.File("s"), passed.Address().Text());
+        EXPECT_EQ(0, Connect(address));
+    }
+    EXPECT_TRUE(fs::exists(folder.File("s")));
+    EXPECT_EQ(ECONNREFUSED, Connect(address));
+}
+
+TEST(ListeningDescriptorTest, WhatNobodyCanConnectToIsRefused) {
+    const Tests::TemporaryFolder folder;
+    EXPECT_EQ("Bad file descriptor", DescriptorError(1000));
+    EXPECT_EQ("it is not a socket", DescriptorError(open(folder.Path().c_str(), O_RDONLY)));
+    EXPECT_EQ("it is not a stream socket", DescriptorError(socket(AF_UNIX, SOCK_DGRAM, 0)));
+    EXPECT_EQ("the socket does not listen", DescriptorError(socket(AF_INET, SOCK_STREAM, 0)));
+    EXPECT_EQ("it is a socket of family " + std::to_string(AF_NETLINK) +
+                  ", neither IPv4, IPv6 nor of the Unix domain",
+              DescriptorError(socket(AF_NETLINK, SOCK_RAW, 0)));
+}
+
 }  // namespace
 }  // namespace Brantel::Services

@@ -407,6 +407,9 @@ TEST_F(ServiceListenerTest, OptionsOutOfTheirRangeAreRefused) {
     options = {};
     options.acceptPause = std::chrono::milliseconds(0);
     ExpectOptionRefused(options, "Accept pause of 0 is outside of 1 to 3600000");
+    options = {};
+    options.stopGrace = std::chrono::milliseconds(3'600'001);
+    ExpectOptionRefused(options, "Stop grace of 3600001 is outside of 0 to 3600000");
 }
 
 TEST_F(ServiceListenerTest, OptionsAtTheEndsOfTheirRangesAreTaken) {
@@ -545,6 +548,77 @@ TEST_F(ServiceListenerTest, AHandlerCanNotStopItsListener) {
         connection.Send(Text(ErrorOf([&] { listener->Stop(); })));
     });
     EXPECT_EQ("A listener can't be stopped by one of its own threads", Hear(*Connect()));
+}
+
+TEST_F(ServiceListenerTest, WithAStopGraceAHandlerThatWorksStillAnswers) {
+    options.stopGrace = std::chrono::minutes(1);
+    Tests::Gate working;
+    Tests::Gate stopping;
+    Serve([&](FileDescriptorServiceConnection& connection, const PeerAddress&) {
+        google::protobuf::StringValue message;
+        connection.Receive(message);
+        working.Open();
+        stopping.Wait();
+        connection.Send(Text("done"));
+        connection.Receive(message);
+    });
+    const auto client = Connect();
+    const auto idle = Connect();
+    client->Send(Text("do"));
+    ASSERT_TRUE(working.Wait());
+    std::thread stop([this] { listener->Stop(); });
+    EXPECT_TRUE(WaitForEnd(*idle));
+    stopping.Open();
+    EXPECT_EQ("done", Hear(*client));
+    EXPECT_TRUE(WaitForEnd(*client));
+    stop.join();
+}
+
+TEST_F(ServiceListenerTest, AfterTheStopGraceAnAnswerThatNobodyTakesIsGivenUp) {
+    options.stopGrace = std::chrono::milliseconds(1);
+    std::atomic<bool> sent{false};
+    Serve([&](FileDescriptorServiceConnection& connection, const PeerAddress&) {
+        google::protobuf::StringValue message;
+        connection.Receive(message);
+        connection.Send(Text(std::string(std::size_t{64} << 20U, 'a')));
+        sent = true;
+    });
+    const auto client = Connect();
+    client->Send(Text("much"));
+    ASSERT_TRUE(Eventually([this] { return listener->Counters().active == 1; }));
+    listener->Stop();
+    EXPECT_TRUE(sent);
+}
+
+TEST_F(ServiceListenerTest, AConnectionThatEndsBecauseAMessageIsNotValidIsReported) {
+    Serve([](FileDescriptorServiceConnection& connection, const PeerAddress&) {
+        google::protobuf::StringValue message;
+        try {
+            connection.Receive(message);
+        } catch (const std::runtime_error&) {
+            // As a handler does that has nobody to tell.
+        }
+    });
+    const auto client = Connect();
+    // A text of 7 bytes that the message of 2 bytes does not have.
+    ASSERT_EQ(3, send(ConnectionProbe::DescriptorOf(*client), "\2\12\7", 3, MSG_NOSIGNAL));
+    ASSERT_TRUE(Eventually([this] { return !Events(Kind::MessageRefused).empty(); }));
+    EXPECT_THAT(Events(Kind::MessageRefused),
+                ElementsAre("Received 2 bytes that are not a google.protobuf.StringValue"));
+    EXPECT_EQ(0U, listener->Counters().lostConnections);
+}
+
+TEST_F(ServiceListenerTest, ItServesOnASocketThatItIsGiven) {
+    const Tests::PlainTcpListener passed("127.0.0.1");
+    EchoHandler echo;
+    ServiceListener given(echo);
+    given.ListenDescriptor(fcntl(passed.Get(), F_DUPFD, 0));
+    EXPECT_THAT(given.Addresses(), ElementsAre("127.0.0.1:" + std::to_string(passed.Port())));
+    given.Start();
+    TcpClient client("127.0.0.1", passed.Port(), ampleTimeout);
+    EXPECT_EQ("here", Ask(client, "here"));
+    EXPECT_EQ("The listener has already been started",
+              ErrorOf([&] { given.ListenDescriptor(fcntl(passed.Get(), F_DUPFD, 0)); }));
 }
 
 TEST_F(ServiceListenerTest, StopWhileClientsKeepConnectingServesOrEndsEachOfThem) {

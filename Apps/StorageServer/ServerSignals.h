@@ -4,12 +4,13 @@
 
 namespace Brantel::Server {
 
-// The signals that ask the server to end: SIGINT, SIGTERM, SIGHUP. Made at the beginning of main,
-// before any thread is started, it blocks them, and SIGPIPE, for this thread and all that follow.
-class StopSignals {
+// The signals that the server heeds: SIGINT and SIGTERM ask for its end, SIGHUP lets it read its
+// settings again. Made at the beginning of main, before any thread is started, it blocks them, and
+// SIGPIPE, for this thread and all that follow.
+class ServerSignals {
   public:
     // Throws std::system_error.
-    StopSignals();
+    ServerSignals();
 
     // Waits for one of them and returns its number. They stay blocked: a terminal and a script that
     // both ask for the end don't cut it short.

@@ -1,11 +1,11 @@
-#include "StopSignals.h"
+#include "ServerSignals.h"
 
 #include <cerrno>
 #include <system_error>
 
 namespace Brantel::Server {
 
-StopSignals::StopSignals() {
+ServerSignals::ServerSignals() {
     sigemptyset(&signals);
     for (const int signal : {SIGINT, SIGTERM, SIGHUP}) {
         sigaddset(&signals, signal);
@@ -19,7 +19,7 @@ StopSignals::StopSignals() {
     }
 }
 
-int StopSignals::Wait() const {
+int ServerSignals::Wait() const {
     int signal = 0;
     do {
         signal = sigwaitinfo(&signals, nullptr);
