@@ -7,6 +7,7 @@
 #include "Verbs/PingVerb.h"
 #include "Verbs/PropVerb.h"
 #include "Verbs/ProtectVerb.h"
+#include "Verbs/StreamVerbs.h"
 #include "Verbs/TrackVerb.h"
 #include "Verbs/WorkerVerb.h"
 
@@ -71,6 +72,7 @@ void CommandLine::DeclareVerbs() {
     DeclareWorker(*verbs);
     DeclareCommand(*verbs);
     DeclarePing(*verbs);
+    DeclareStreams(*verbs);
 }
 
 CommandLine::Answer CommandLine::Parse(const std::vector<std::string>& arguments) {

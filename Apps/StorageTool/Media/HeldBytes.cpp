@@ -11,11 +11,10 @@ void HeldBytes::Append(std::string_view more) {
     bytes.append(more);
 }
 
-std::string HeldBytes::Cut(std::size_t size) {
-    std::string piece = bytes.substr(begin, size);
+void HeldBytes::Cut(std::size_t size, std::string& piece) {
+    piece.assign(bytes, begin, size);
     begin += piece.size();
     offset += piece.size();
-    return piece;
 }
 
 }  // namespace Brantel::Tool

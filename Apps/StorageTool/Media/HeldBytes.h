@@ -15,8 +15,8 @@ class HeldBytes {
     // What is held; valid until the next Append or Cut.
     std::string_view View() const { return std::string_view(bytes).substr(begin); }
 
-    // Takes the first `size` bytes of the view off.
-    std::string Cut(std::size_t size);
+    // Moves the first `size` bytes of the view to `piece`, whose memory is used again.
+    void Cut(std::size_t size, std::string& piece);
 
     // The place in the stream of the first byte of the view.
     std::uint64_t Offset() const { return offset; }

@@ -41,7 +41,7 @@ class ISplitter {
     std::uint64_t Offset() const { return held.Offset(); }
     // What has come of it, and perhaps of what follows.
     std::string_view View() const { return held.View(); }
-    std::string Cut(std::size_t size) { return held.Cut(size); }
+    void Cut(std::size_t size, std::string& piece) { held.Cut(size, piece); }
 
     const std::size_t limit;
     bool finished = false;

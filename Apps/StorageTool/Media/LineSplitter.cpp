@@ -17,7 +17,7 @@ bool LineSplitter::Take(std::string& piece) {
     if (end == std::string_view::npos && (!finished || view.empty())) {
         return false;
     }
-    piece = Cut(size);
+    Cut(size, piece);
     searched = 0;
     return true;
 }

@@ -50,7 +50,7 @@ bool MjpegSplitter::Take(std::string& piece) {
     if (position > limit) {
         FailByLimit();
     }
-    piece = Cut(position);
+    Cut(position, piece);
     position = 0;
     state = State::Begin;
     return true;

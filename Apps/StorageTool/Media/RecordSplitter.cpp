@@ -24,7 +24,7 @@ bool RecordSplitter::Take(std::string& piece) {
         }
     }
     if (sizeIsThere && view.size() >= size) {
-        piece = Cut(size);
+        Cut(size, piece);
         return true;
     }
     if (finished && !view.empty()) {

@@ -7,7 +7,7 @@ bool SizeSplitter::Take(std::string& piece) {
     if (size == 0 || (size < limit && !finished)) {
         return false;
     }
-    piece = Cut(limit);
+    Cut(limit, piece);
     return true;
 }
 
