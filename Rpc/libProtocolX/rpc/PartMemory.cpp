@@ -1,5 +1,7 @@
 #include "rpc/PartMemory.h"
 
+#include "rpc/Operations.h"
+
 #include <google/protobuf/unknown_field_set.h>
 
 #include <cstdint>
@@ -126,6 +128,26 @@ PartMemory Count(const Envelope& envelope, const Part& part) {
     return count.Get();
 }
 
+// The compiler makes one test of it.
+template <Operation operation>
+bool HasForeignPart(const Request& request) {
+    unsigned found = 0;
+#define BRANTEL_LOOK(Name, accessor)                 \
+    if constexpr (OPERATION_##Name != operation) {   \
+        found |= request.has_##accessor() ? 1U : 0U; \
+    }
+    BRANTEL_FOR_EACH_OPERATION(BRANTEL_LOOK)
+#undef BRANTEL_LOOK
+    return found != 0;
+}
+
+template <Operation operation, class Part>
+PartMemory CountCall(const Request& request, const Part& part) {
+    PartMemory memory = Count(request, part);
+    memory.foreign = HasForeignPart<operation>(request);
+    return memory;
+}
+
 template <class... Lists>
 PartMemory OfLists(const Lists&... lists) {
     return {(MemoryOf(lists) + ...)};
@@ -162,72 +184,10 @@ PartMemory MemoryOfPart(const Response& response, Operation operation) {
 
 PartMemory MemoryOf(const Request& request) {
     switch (request.operation()) {
-        case OPERATION_TrackStorage_GetTrackProperties:
-            return Count(request, request.trackstorage_gettrackproperties());
-        case OPERATION_TrackStorage_GetNumberOfChunks:
-            return Count(request, request.trackstorage_getnumberofchunks());
-        case OPERATION_TrackStorage_DeleteTrack:
-            return Count(request, request.trackstorage_deletetrack());
-        case OPERATION_TrackStorage_GetTrackSize:
-            return Count(request, request.trackstorage_gettracksize());
-        case OPERATION_TrackStorage_GetTrackInfos:
-            return Count(request, request.trackstorage_gettrackinfos());
-        case OPERATION_TrackStorage_RemoveTrackProperties:
-            return Count(request, request.trackstorage_removetrackproperties());
-        case OPERATION_TrackStorage_GetActiveWorkers:
-            return Count(request, request.trackstorage_getactiveworkers());
-        case OPERATION_TrackStorage_GrowTrack:
-            return Count(request, request.trackstorage_growtrack());
-        case OPERATION_TrackStorage_GetCommandInfo:
-            return Count(request, request.trackstorage_getcommandinfo());
-        case OPERATION_TrackStorage_GetRemainingSpace:
-            return Count(request, request.trackstorage_getremainingspace());
-        case OPERATION_TrackStorage_GetBeginningOfTrack:
-            return Count(request, request.trackstorage_getbeginningoftrack());
-        case OPERATION_TrackStorage_ClearTrack:
-            return Count(request, request.trackstorage_cleartrack());
-        case OPERATION_TrackStorage_GetAccumulatedDuration:
-            return Count(request, request.trackstorage_getaccumulatedduration());
-        case OPERATION_TrackStorage_Protect: return Count(request, request.trackstorage_protect());
-        case OPERATION_TrackStorage_GetWorkerInfos:
-            return Count(request, request.trackstorage_getworkerinfos());
-        case OPERATION_TrackStorage_Unprotect:
-            return Count(request, request.trackstorage_unprotect());
-        case OPERATION_TrackStorage_GetEndOfTrack:
-            return Count(request, request.trackstorage_getendoftrack());
-        case OPERATION_TrackStorage_ListProtections:
-            return Count(request, request.trackstorage_listprotections());
-        case OPERATION_TrackStorage_CreateTrack:
-            return Count(request, request.trackstorage_createtrack());
-        case OPERATION_TrackStorage_GetOngoingCommands:
-            return Count(request, request.trackstorage_getongoingcommands());
-        case OPERATION_TrackStorage_SetTrackProperties:
-            return Count(request, request.trackstorage_settrackproperties());
-        case OPERATION_TrackStorage_ListTracks:
-            return Count(request, request.trackstorage_listtracks());
-        case OPERATION_TrackReader_Constructor:
-            return Count(request, request.trackreader_constructor());
-        case OPERATION_TrackReader_Destructor:
-            return Count(request, request.trackreader_destructor());
-        case OPERATION_TrackReader_NextTimePoint:
-            return Count(request, request.trackreader_nexttimepoint());
-        case OPERATION_TrackReader_GetChunk: return Count(request, request.trackreader_getchunk());
-        case OPERATION_TrackReader_GetTrackId:
-            return Count(request, request.trackreader_gettrackid());
-        case OPERATION_TrackReader_PreviousTimePoint:
-            return Count(request, request.trackreader_previoustimepoint());
-        case OPERATION_TrackReader_GetPreviousChunk:
-            return Count(request, request.trackreader_getpreviouschunk());
-        case OPERATION_TrackReader_GetNextChunk:
-            return Count(request, request.trackreader_getnextchunk());
-        case OPERATION_TrackReader_Wait: return Count(request, request.trackreader_wait());
-        case OPERATION_TrackWriter_Constructor:
-            return Count(request, request.trackwriter_constructor());
-        case OPERATION_TrackWriter_Destructor:
-            return Count(request, request.trackwriter_destructor());
-        case OPERATION_TrackWriter_Append: return Count(request, request.trackwriter_append());
-        case OPERATION_TrackWriter_GetTrackId:
-            return Count(request, request.trackwriter_gettrackid());
+#define BRANTEL_COUNT(Name, accessor) \
+    case OPERATION_##Name: return CountCall<OPERATION_##Name>(request, request.accessor());
+        BRANTEL_FOR_EACH_OPERATION(BRANTEL_COUNT)
+#undef BRANTEL_COUNT
         default: return {};
     }
 }

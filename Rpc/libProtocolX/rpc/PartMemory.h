@@ -14,6 +14,9 @@ struct PartMemory {
     std::size_t unknownFields = 0;
     // What stands beside the part: the text of an exception. It outlasts Clear as well.
     std::size_t text = 0;
+    // Parts of other operations stand beside it, which no client of ours sends: what they have is
+    // not counted.
+    bool foreign = false;
 };
 
 // Counts by hand: SpaceUsedLong takes longer than serving a small call.

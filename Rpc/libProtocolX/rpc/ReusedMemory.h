@@ -16,7 +16,7 @@ class ReusedMemory {
     static constexpr std::size_t fixedParts = std::size_t{6} * 1024;
 
     // Clears the envelope, whose part of this operation had `memory`, and replaces it when it would
-    // keep more than the limit.
+    // keep more than the limit, or what is not known.
     void Clear(Envelope& envelope, Operation operation, const PartMemory& memory) {
         const auto index = static_cast<std::size_t>(operation);
         std::size_t& before = lists[index < lists.size() ? index : 0];
@@ -24,7 +24,7 @@ class ReusedMemory {
         total -= before;
         before = memory.lists;
         envelope.Clear();
-        if (total + memory.text > limit - fixedParts) {
+        if (memory.foreign || total + memory.text > limit - fixedParts) {
             Envelope().Swap(&envelope);
             lists = {};
             total = 0;

@@ -134,6 +134,23 @@ TEST_F(ServiceMemoryTest, MemoryThatGathersInDifferentPartsIsGivenBack) {
     EXPECT_LE(largestRequest, limit);
 }
 
+TEST_F(ServiceMemoryTest, WhatWasSentForOtherOperationsIsGivenBack) {
+    for (const OperationRow& called : OperationTable()) {
+        Request request = RequestOf(called);
+        if (called.name == std::string("TrackWriter_Append")) {
+            auto& other = *request.mutable_trackstorage_gettrackinfos();
+            other.mutable_trackids()->mutable_ids()->Resize(limit / 8, 1);
+        } else {
+            request.mutable_trackwriter_append()->Swap(
+                Append({limit}).mutable_trackwriter_append());
+        }
+        requestMemory.clear();
+        WillReceive(request);
+        Handle();
+        EXPECT_LT(requestMemory.back(), 1000U) << called.name;
+    }
+}
+
 TEST_F(ServiceMemoryTest, SmallRequestsAreServedFromTheSameMemory) {
     for (int i = 0; i < 1000; ++i) {
         WillReceive(Append({4000, 100}));
