@@ -4,6 +4,7 @@
 #include "Announcement.h"
 #include "CommandLine.h"
 #include "DefaultSocket.h"
+#include "DescriptorLimit.h"
 #include "ServerLog.h"
 #include "ServerSignals.h"
 #include "SettingsReload.h"
@@ -119,6 +120,10 @@ void Serve(const Brantel::Server::Configuration& configuration, const ServerOpti
            const Brantel::Server::ServerSignals& signals, ServerLog& log) {
     const ServerOptions options = Complete(chosen);
     Brantel::Server::Announcement announcement(options.readyDescriptor, options.addressFile);
+    const std::string shortage = Brantel::Server::RaiseDescriptorLimit(options.limits.connections);
+    if (!shortage.empty()) {
+        log.Say(LogLevel::Warning, shortage);
+    }
     const EnginePointer engine = MakeEngine(options, log);
     Brantel::Server::StorageServer server(*engine, options, log, {&log});
     Brantel::Server::SettingsReload reload(
