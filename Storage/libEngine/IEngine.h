@@ -1,6 +1,7 @@
 #pragma once
 
 #include <libEngine/ChunkLayout.h>
+#include <libEngine/EngineCounters.h>
 #include <libEngine/EngineError.h>
 #include <libEngine/EngineTypes.h>
 
@@ -171,6 +172,11 @@ class IEngine {
     // waits for a running callback.
     virtual std::unique_ptr<IWatch> Watch(TrackId track,
                                           std::function<void(std::int64_t)> callback) = 0;
+
+    // ---- counts ----
+
+    // What was done since the engine was opened. Quick: nobody waits for whoever asks.
+    virtual EngineCounters GetCounters() = 0;
 
   protected:
     IEngine() = default;

@@ -44,6 +44,7 @@ class ReadOnlyEngine : public IEngine {
     void Notify(TrackId track, std::int64_t hint) noexcept override;
     std::unique_ptr<IWatch> Watch(TrackId track,
                                   std::function<void(std::int64_t)> callback) override;
+    EngineCounters GetCounters() override { return engine.GetCounters(); }
 
   private:
     [[noreturn]] void Refuse(const SegmentId& id);

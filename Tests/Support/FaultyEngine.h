@@ -84,6 +84,7 @@ class FaultyEngine : public IEngine {
     void Notify(TrackId track, std::int64_t hint) noexcept override;
     std::unique_ptr<IWatch> Watch(TrackId track,
                                   std::function<void(std::int64_t)> callback) override;
+    EngineCounters GetCounters() override { return inner.GetCounters(); }
 
   private:
     struct Rule {

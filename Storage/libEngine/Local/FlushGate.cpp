@@ -2,8 +2,10 @@
 
 #include "EngineError.h"
 #include "Local/File.h"
+#include "Local/FlushMeter.h"
 
 #include <algorithm>
+#include <chrono>
 #include <exception>
 
 namespace Brantel::Engine {
@@ -28,18 +30,22 @@ void FlushGate::Flush(const File& file) {
         flushing = true;
         const std::uint64_t covered = writes;
         const std::uint32_t coveredEnd = writtenEnd;
+        const std::uint64_t group = covered - flushedWrites;
         lock.unlock();
+        const auto begin = std::chrono::steady_clock::now();
         try {
             file.FlushData();
         } catch (const std::exception& error) {
             // Known to have failed before anyone else can flush: the system may call the pages
             // clean from now on.
             Fail(error.what());
+            meter.NoteFailure();
             lock.lock();
             flushing = false;
             ended.notify_all();
             throw;
         }
+        meter.Note(std::chrono::steady_clock::now() - begin, group);
         lock.lock();
         flushing = false;
         flushedWrites = std::max(flushedWrites, covered);

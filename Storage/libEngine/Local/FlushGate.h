@@ -9,13 +9,16 @@
 namespace Brantel::Engine {
 
 class File;
+class FlushMeter;
 
 // Flushes one file: one flush at a time, and whoever comes meanwhile shares the next one. A flush
 // that failed is final: what it covered may be lost though the system calls its pages clean from
 // then on, so nothing but writing it again can make it safe. Thread-safe.
 class FlushGate {
   public:
-    explicit FlushGate(std::uint32_t flushedEnd) : writtenEnd(flushedEnd), flushedEnd(flushedEnd) {}
+    // `meter` is borrowed, and told of every flush.
+    FlushGate(std::uint32_t flushedEnd, FlushMeter& meter)
+        : meter(meter), writtenEnd(flushedEnd), flushedEnd(flushedEnd) {}
 
     // Everything in front of `end` has been written, and something that is not flushed yet.
     void NoteWrite(std::uint32_t end);
@@ -37,6 +40,7 @@ class FlushGate {
     bool IsClean() const;
 
   private:
+    FlushMeter& meter;
     mutable std::mutex mutex;
     std::condition_variable ended;
     std::atomic<bool> failed = false;

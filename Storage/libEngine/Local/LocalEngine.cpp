@@ -131,4 +131,8 @@ std::unique_ptr<IWatch> LocalEngine::Watch(TrackId track,
     return store->GetSignal().Watch(track, std::move(callback));
 }
 
+EngineCounters LocalEngine::GetCounters() {
+    return store->GetFlushMeter().Get();
+}
+
 }  // namespace Brantel::Engine

@@ -52,6 +52,7 @@ class LocalEngine : public IEngine {
     void Notify(TrackId track, std::int64_t hint) noexcept override;
     std::unique_ptr<IWatch> Watch(TrackId track,
                                   std::function<void(std::int64_t)> callback) override;
+    EngineCounters GetCounters() override;
 
   private:
     const std::unique_ptr<LocalStore> store;

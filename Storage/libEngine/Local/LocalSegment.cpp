@@ -64,22 +64,22 @@ std::uint32_t EndOf(std::span<const SegmentFormat::Entry> packed) {
 }  // namespace
 
 LocalSegment::LocalSegment(std::shared_ptr<SlotFile> slotFile, const SegmentFormat::Footer& footer,
-                           const LocalReport& report)
+                           const LocalReport& report, FlushMeter& meter)
     : slot(std::move(slotFile)),
       identity(footer.identity),
       stamp(identity.GetStamp()),
       report(report),
-      gate(footer.end),
+      gate(footer.end, meter),
       info(MakeInfo(footer)) {}
 
 LocalSegment::LocalSegment(std::shared_ptr<SlotFile> slotFile,
                            const SegmentFormat::Identity& identity, SegmentContent content,
-                           const LocalReport& report)
+                           const LocalReport& report, FlushMeter& meter)
     : slot(std::move(slotFile)),
       identity(identity),
       stamp(identity.GetStamp()),
       report(report),
-      gate(content.end),
+      gate(content.end, meter),
       info(MakeInfo(identity, content)),
       entries(std::move(content.entries)) {}
 

@@ -28,12 +28,12 @@ struct SegmentContent;
 // flush; readers wait for none of them.
 class LocalSegment : public IFlushTarget, public std::enable_shared_from_this<LocalSegment> {
   public:
-    // A sealed one, as its footer tells. `report` is borrowed.
+    // A sealed one, as its footer tells. `report` and `meter` are borrowed.
     LocalSegment(std::shared_ptr<SlotFile> slot, const SegmentFormat::Footer& footer,
-                 const LocalReport& report);
+                 const LocalReport& report, FlushMeter& meter);
     // An open one, of which all is flushed.
     LocalSegment(std::shared_ptr<SlotFile> slot, const SegmentFormat::Identity& identity,
-                 SegmentContent content, const LocalReport& report);
+                 SegmentContent content, const LocalReport& report, FlushMeter& meter);
     ~LocalSegment() override;
     LocalSegment(const LocalSegment&) = delete;
     LocalSegment& operator=(const LocalSegment&) = delete;

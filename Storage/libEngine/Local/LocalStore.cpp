@@ -58,8 +58,8 @@ LocalStore::LocalStore(const LocalOptions& wanted, IFileCalls* givenCalls)
     catalogue =
         std::make_unique<Catalogue>(keeper, std::move(opened.file), std::move(opened.content));
     folder.SetComplete();
-    context = std::make_unique<LocalContext>(
-        LocalContext{options, folders, folder.GetTracksFolder(), *catalogue, cache, budget});
+    context = std::make_unique<LocalContext>(LocalContext{
+        options, folders, folder.GetTracksFolder(), *catalogue, cache, budget, flushMeter});
     if (options.readOnly) {
         keeper.CheckCopy();
     }

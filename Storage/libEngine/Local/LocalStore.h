@@ -5,6 +5,7 @@
 #include "Local/CatalogueScratch.h"
 #include "Local/FileCache.h"
 #include "Local/FileCalls.h"
+#include "Local/FlushMeter.h"
 #include "Local/FlushTimer.h"
 #include "Local/FolderCalls.h"
 #include "Local/LocalOptions.h"
@@ -36,6 +37,7 @@ class LocalStore {
     FlushTimer& GetTimer() { return *timer; }
     FlushTimer& GetSealer() { return *sealer; }
     LocalSignal& GetSignal() { return signal; }
+    const FlushMeter& GetFlushMeter() const { return flushMeter; }
 
     // Null when nothing is known of it. Throws EngineError (Io) when it can't be read.
     std::shared_ptr<TrackSpace> FindTrack(TrackId track);
@@ -63,6 +65,7 @@ class LocalStore {
     std::unique_ptr<Catalogue> catalogue;
     SpaceBudget budget;
     FileCache cache;
+    FlushMeter flushMeter;
     std::unique_ptr<LocalContext> context;
     LocalSignal signal;
 

@@ -15,6 +15,7 @@
 namespace Brantel::Engine {
 
 class Catalogue;
+class FlushMeter;
 
 // What all tracks of a store share; outlives them.
 struct LocalContext {
@@ -24,6 +25,7 @@ struct LocalContext {
     Catalogue& catalogue;
     FileCache& cache;
     SpaceBudget& budget;
+    FlushMeter& flushMeter;
 };
 
 // The files of one track. A slot file is made under another name and gets its own when all its

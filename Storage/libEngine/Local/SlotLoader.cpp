@@ -95,7 +95,8 @@ std::shared_ptr<LocalSegment> SlotLoader::Open(const Slot& slot, const Content& 
         }
         SegmentFormat::Footer footer = *content.footer;
         footer.identity.epoch = content.identity->epoch;
-        return std::make_shared<LocalSegment>(slot, footer, context.options.report);
+        return std::make_shared<LocalSegment>(slot, footer, context.options.report,
+                                              context.flushMeter);
     }
     // What an earlier run answered without flushing it becomes safe here, before it is relied on.
     std::string flushFailure;
@@ -119,7 +120,7 @@ std::shared_ptr<LocalSegment> SlotLoader::Open(const Slot& slot, const Content& 
     SegmentScanner(*content.file, *content.identity, content.footer, report).Scan(found);
     const bool isFlushed = found.provenEnd > ChunkLayout::segmentHeaderSize;
     auto segment = std::make_shared<LocalSegment>(slot, *content.identity, std::move(found),
-                                                  context.options.report);
+                                                  context.options.report, context.flushMeter);
     JudgeHeader(slot, content, isFlushed, *segment);
     if (!flushFailure.empty()) {
         segment->SetUnflushed(flushFailure.c_str());

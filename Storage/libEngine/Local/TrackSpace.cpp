@@ -312,7 +312,7 @@ void TrackSpace::CreateSegment(const SegmentId& id, Epoch epoch) {
             free.front().after.reset();
         }
         auto segment = std::make_shared<LocalSegment>(free.front().slot, identity, SegmentContent{},
-                                                      context.options.report);
+                                                      context.options.report, context.flushMeter);
         if (before && !before->IsSafe()) {
             segment->SetPredecessor(std::move(before));
         }

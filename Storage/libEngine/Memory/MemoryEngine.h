@@ -50,6 +50,7 @@ class MemoryEngine : public IEngine {
     void Notify(TrackId track, std::int64_t hint) noexcept override;
     std::unique_ptr<IWatch> Watch(TrackId track,
                                   std::function<void(std::int64_t)> callback) override;
+    EngineCounters GetCounters() override { return {}; }
 
     // A second engine that holds what a crash at this instant would leave of this one.
     std::unique_ptr<MemoryEngine> Clone();

@@ -4,6 +4,7 @@
 
 #include <libEngine/Local/File.h>
 #include <libEngine/Local/FlushGate.h>
+#include <libEngine/Local/FlushMeter.h>
 
 #include <gtest/gtest.h>
 
@@ -24,7 +25,8 @@ class FlushGateTest : public LocalStoreTest {
 
     FaultyFileCalls calls;
     File file{calls, folder.File("file"), O_RDWR | O_CREAT};
-    FlushGate gate{4096};
+    FlushMeter meter;
+    FlushGate gate{4096, meter};
 };
 
 TEST_F(FlushGateTest, WhatIsCleanIsNotFlushed) {
@@ -67,6 +69,29 @@ TEST_F(FlushGateTest, ThoseWhoComeDuringAFlushShareTheNextOne) {
     }
     EXPECT_EQ(Flushes(), 2U);
     EXPECT_EQ(gate.GetFlushedEnd(), 6000U);
+}
+
+TEST_F(FlushGateTest, EachFlushIsCountedWithTheWritesThatItMadeSafe) {
+    gate.NoteWrite(5000);
+    gate.Flush(file);
+    gate.NoteWrite(6000);
+    gate.NoteWrite(7000);
+    gate.NoteWrite(8000);
+    gate.Flush(file);
+    const EngineCounters counters = meter.Get();
+    EXPECT_EQ(counters.flushNanoseconds.GetTotal(), 2U);
+    EXPECT_GT(counters.flushNanoseconds.sum, 0U);
+    EXPECT_EQ(counters.flushedWrites.sum, 4U);
+    EXPECT_EQ(counters.flushedWrites.counts[0], 1U);
+    EXPECT_EQ(counters.failedFlushes, 0U);
+}
+
+TEST_F(FlushGateTest, AFailedFlushIsCountedApart) {
+    gate.NoteWrite(5000);
+    calls.Inject({1, 1, EIO, FileCall::FlushData});
+    ErrorOf(EngineError::Kind::Io, [this] { gate.Flush(file); });
+    EXPECT_EQ(meter.Get().failedFlushes, 1U);
+    EXPECT_EQ(meter.Get().flushNanoseconds.GetTotal(), 0U);
 }
 
 TEST_F(FlushGateTest, AFailedFlushIsNeverTakenForGoodByALaterOne) {
