@@ -40,7 +40,10 @@ void CommandLog::Forget(std::int64_t id) noexcept {
 void CommandLog::SetProgress(std::int64_t id, int percent) {
     const std::lock_guard lock(mutex);
     Command& command = commands.at(id);
-    command.isOngoing = true;
+    if (!command.isOngoing) {
+        command.isOngoing = true;
+        command.begin = std::chrono::steady_clock::now();
+    }
     command.percent = percent;
 }
 
@@ -66,6 +69,7 @@ void CommandLog::End(std::int64_t id, State state) {
     command.isOngoing = false;
     command.percent = state == State::Finished ? 100 : command.percent;
     ++ended;
+    ++(state == State::Finished ? finishedNow : canceledNow);
     for (auto oldest = commands.begin(); ended > historyLimit && oldest != commands.end();) {
         if (oldest->second.record.state == State::Queued) {
             ++oldest;
@@ -103,6 +107,36 @@ void CommandLog::ListOngoing(Protocol::Ids& ids) {
     for (const CommandRecord& record : ListUnfinished()) {
         ids.add_ids(static_cast<std::uint64_t>(record.id));
     }
+}
+
+std::vector<CommandStatus> CommandLog::GetStatus(CommandCounts& counts) {
+    using Kind = CommandRecord::Kind;
+    const auto now = std::chrono::steady_clock::now();
+    std::vector<CommandStatus> list;
+    const std::lock_guard lock(mutex);
+    counts = {0, 0, finishedNow, canceledNow};
+    for (const auto& [id, command] : commands) {
+        if (command.record.state != State::Queued) {
+            continue;
+        }
+        CommandStatus& status = list.emplace_back();
+        status.id = id;
+        switch (command.record.kind) {
+            case Kind::Create: status.kind = CommandStatus::Kind::Create; break;
+            case Kind::Grow: status.kind = CommandStatus::Kind::Grow; break;
+            case Kind::Delete: status.kind = CommandStatus::Kind::Delete; break;
+        }
+        status.isOngoing = command.isOngoing;
+        status.track = command.record.track;
+        status.capacity = command.record.capacity;
+        status.percent = command.percent;
+        ++(command.isOngoing ? counts.ongoing : counts.queued);
+        const std::chrono::duration<double> age = now - command.begin;
+        if (command.isOngoing && age.count() > 0) {
+            status.percentPerSecond = command.percent / age.count();
+        }
+    }
+    return list;
 }
 
 }  // namespace Brantel::Tracks

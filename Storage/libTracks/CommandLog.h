@@ -1,10 +1,12 @@
 #pragma once
 
 #include "CommandRecord.h"
+#include "StorageStatus.h"
 
 #include <CommonMessages.pb.h>
 #include <libEngine/IEngine.h>
 
+#include <chrono>
 #include <cstddef>
 #include <cstdint>
 #include <map>
@@ -39,20 +41,25 @@ class CommandLog {
 
     void Describe(std::int64_t id, Protocol::CommandInfo& info);
     void ListOngoing(Protocol::Ids& ids);
+    // Those that wait or run, and how many there are in which state.
+    std::vector<CommandStatus> GetStatus(CommandCounts& counts);
 
   private:
     struct Command {
         CommandRecord record;
         bool isOngoing = false;
         int percent = 0;
+        std::chrono::steady_clock::time_point begin;  // of its work
     };
 
     const std::size_t historyLimit;
     std::mutex mutex;
     // guarded by mutex
     std::map<std::int64_t, Command>
-        commands;           // by identifier, which is the order in which they came
-    std::size_t ended = 0;  // how many of them
+        commands;                   // by identifier, which is the order in which they came
+    std::size_t ended = 0;          // how many of them
+    std::uint64_t finishedNow = 0;  // since the start
+    std::uint64_t canceledNow = 0;
 };
 
 }  // namespace Brantel::Tracks

@@ -66,6 +66,9 @@ class Log {
     std::int64_t GetLast() const { return runs.back().last; }
     std::int64_t GetEnd() const { return runs.back().last + runs.back().lastDuration; }
     std::uint64_t GetBytes() const { return bytes; }
+    std::uint64_t GetCount() const {
+        return runs.empty() ? 0 : total.count - runs.front().countBase - runs.front().begin;
+    }
     const std::vector<Run>& GetRuns() const { return runs; }
 
     // The first chunk after `timePoint`.

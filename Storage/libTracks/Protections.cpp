@@ -79,6 +79,17 @@ bool Protections::Holds(std::int64_t timePoint, std::int64_t duration) const {
     return candidate != merged.end() && candidate->begin < EndOf(timePoint, duration);
 }
 
+std::uint64_t Protections::GetCovered(std::uint64_t begin, std::uint64_t end) const {
+    std::uint64_t covered = 0;
+    for (auto interval = std::partition_point(
+             merged.begin(), merged.end(),
+             [begin](const Interval& candidate) { return candidate.end <= begin; });
+         interval != merged.end() && interval->begin < end; ++interval) {
+        covered += std::min(interval->end, end) - std::max(interval->begin, begin);
+    }
+    return covered;
+}
+
 std::string Protections::Encode(std::int64_t track, const Stretch& stretch) {
     std::string bytes;
     FieldWriter fields(bytes);

@@ -28,6 +28,9 @@ class Protections {
     // Whether a chunk is held: whether it intersects a protected stretch.
     bool Holds(std::int64_t timePoint, std::int64_t duration) const;
 
+    // How much of [begin, end) protected stretches cover, in nanoseconds.
+    std::uint64_t GetCovered(std::uint64_t begin, std::uint64_t end) const;
+
     // Behind the last time point that a stretch or a chunk covers; both arguments are >= 0.
     // Unsigned, since it may lie behind the largest time point.
     static std::uint64_t EndOf(std::int64_t timePoint, std::int64_t duration);

@@ -104,6 +104,7 @@ void Recycler::CopyToHeld(const FoundChunk& chunk) {
 }
 
 void Recycler::GiveUp(const FoundChunk& chunk, const std::exception& error) {
+    state.damaged.Note(chunk);
     context.options.log("Track " + std::to_string(context.track) + ": the protected chunk at " +
                         std::to_string(chunk.entry.timePoint) +
                         " is damaged and is lost to recycling: " + error.what());
@@ -187,6 +188,8 @@ void Recycler::MoveFrontLocked(const RecyclePlan& plan) {
         state.index.held.Append(passed->segment, passed->index, passed->entry,
                                 passed->durationBefore);
     }
+    state.recycledChunks +=
+        plan.front.count - static_cast<std::uint64_t>(passed - logs.pending.begin());
     logs.pending.erase(logs.pending.begin(), passed);
 }
 

@@ -53,6 +53,10 @@ void Storage::Stop() {
     core->Stop();
 }
 
+StorageStatus Storage::GetStatus() const {
+    return core->GetStatus();
+}
+
 std::unique_ptr<BrantelStorageApi::ITrackStorage> Storage::MakeTrackStorage() {
     return std::make_unique<TrackStorage>(*core);
 }

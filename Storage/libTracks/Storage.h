@@ -6,6 +6,7 @@
 #include <libProtocolX/rpc/ITrackWriterFactory.h>
 #include <libTracks/ClientConnection.h>
 #include <libTracks/StorageOptions.h>
+#include <libTracks/StorageStatus.h>
 
 #include <memory>
 #include <string>
@@ -37,6 +38,10 @@ class Storage {
         const ClientConnection& connection);
     std::unique_ptr<BrantelStorageApi::ITrackWriterFactory> MakeWriterFactory(
         const ClientConnection& connection);
+
+    // What there is and what goes on. Waits for nobody longer than a moment; costs time and memory
+    // for each track and each worker.
+    StorageStatus GetStatus() const;
 
   private:
     std::unique_ptr<StorageCore> core;  // constant after construction

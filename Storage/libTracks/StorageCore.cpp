@@ -159,6 +159,33 @@ void StorageCore::Stop() {
     }
 }
 
+StorageStatus StorageCore::GetStatus() {
+    StorageStatus status;
+    std::map<std::int64_t, std::int64_t> lastOf;  // time points by track
+    for (const auto& track : tracks.List()) {
+        status.tracks.push_back(track->GetStatus());
+        lastOf[track->GetId()] = status.tracks.back().last;
+    }
+    status.workers = workers.GetStatus();
+    for (WorkerStatus& worker : status.workers) {
+        const auto last = lastOf.find(worker.track);
+        if (worker.position >= 0 && last != lastOf.end() && last->second >= 0) {
+            worker.lag = std::max<std::int64_t>(0, last->second - worker.position);
+        }
+    }
+    status.commands = commands.GetStatus(status.commandCounts);
+    try {
+        status.space = engine.GetSpace();
+        status.remainingSpace = commands.GetRemainingSpace();
+    } catch (const Engine::EngineError&) {
+        // That it is missing tells those who watch; everything else is still worth knowing.
+        status.remainingSpace.reset();
+    }
+    status.engine = engine.GetCounters();
+    status.damagedChunks = tracks.CountDamagedChunks();
+    return status;
+}
+
 std::shared_ptr<Track> StorageCore::GetTrack(std::int64_t id) {
     std::shared_ptr<Track> track = tracks.Get(id);
     track->CheckUsable();

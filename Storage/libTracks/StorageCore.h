@@ -4,6 +4,7 @@
 #include "IdSource.h"
 #include "Protections.h"
 #include "StorageOptions.h"
+#include "StorageStatus.h"
 #include "TrackCommands.h"
 #include "TrackGeometry.h"
 #include "TrackRecord.h"
@@ -33,6 +34,7 @@ class StorageCore {
     const std::atomic<bool>& IsStopping() const { return isStopping; }
     // Throws unless the track exists and can be used.
     std::shared_ptr<Track> GetTrack(std::int64_t id);
+    StorageStatus GetStatus();
 
     const StorageOptions options;
     const TrackGeometry geometry;

@@ -103,11 +103,13 @@ void Track::CloseWorker(bool isWriter) noexcept {
     --state.openWorkers;
 }
 
-void Track::ThrowDamaged(const FoundChunk& found, const std::string& text) const {
+void Track::ThrowDamaged(const FoundChunk& found, const std::string& text) {
     const std::string what = "the chunk at " + std::to_string(found.entry.timePoint) +
                              " is damaged, in " + context.engine.Describe(found.segment) +
                              " at offset " + std::to_string(found.entry.offset) + ": " + text;
-    context.options.log("Track " + std::to_string(context.track) + ": " + what);
+    if (state.damaged.Note(found)) {
+        context.options.log("Track " + std::to_string(context.track) + ": " + what);
+    }
     throw TrackError(context.track, what);
 }
 
@@ -225,6 +227,38 @@ void Track::Describe(Protocol::TrackInfo& info) {
     info.mutable_tpout()->set_nanoseconds(static_cast<std::uint64_t>(state.index.GetEnd()));
     info.set_size(state.index.GetBytes());
     info.set_capacity(state.capacity);
+}
+
+TrackStatus Track::GetStatus() {
+    TrackStatus status;
+    status.id = context.track;
+    status.damagedChunks = state.damaged.Count();
+    const std::lock_guard lock(state.mutex);
+    switch (state.phase) {
+        case TrackRecord::Phase::Creating: status.state = TrackStatus::State::Creating; break;
+        case TrackRecord::Phase::Deleting: status.state = TrackStatus::State::Deleting; break;
+        case TrackRecord::Phase::Ready: status.state = TrackStatus::State::Ready; break;
+    }
+    if (!state.failure.empty()) {
+        status.state = TrackStatus::State::Failed;
+        status.failure = state.failure;
+    }
+    status.capacity = state.capacity;
+    status.used = state.index.GetBytes();
+    status.held = state.GetHeldBytesLocked();
+    status.begin = state.index.GetBeginning();
+    status.last = state.index.GetLast();
+    status.end = state.index.GetEnd();
+    status.chunks = state.index.held.GetCount() + state.index.ring.GetCount();
+    status.protections = state.protections.GetAll().size();
+    status.readers = state.openWorkers - (state.hasWriter ? 1 : 0);
+    status.hasWriter = state.hasWriter;
+    status.durability = state.settings.durability;
+    status.isLoop = state.settings.retention == TrackSettings::Retention::Loop;
+    status.appendedChunks = state.appendedChunks;
+    status.appendedBytes = state.appendedBytes;
+    status.recycledChunks = state.recycledChunks;
+    return status;
 }
 
 bool Track::Wait(std::int64_t timePoint, int timeoutMilliseconds,

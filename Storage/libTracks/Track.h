@@ -1,5 +1,6 @@
 #pragma once
 
+#include "StorageStatus.h"
 #include "TrackChanges.h"
 #include "TrackContext.h"
 #include "TrackError.h"
@@ -73,6 +74,8 @@ class Track {
     // copied elsewhere.
     bool Serves(const FoundChunk& chunk);
     void Describe(Protocol::TrackInfo& info);
+    TrackStatus GetStatus();
+    std::uint64_t CountDamagedChunks() const { return state.damaged.Count(); }
 
     // Waits for a chunk after `timePoint`. Throws when `isGone` says so or the server stops.
     bool Wait(std::int64_t timePoint, int timeoutMilliseconds, const std::function<bool()>& isGone,
@@ -117,7 +120,7 @@ class Track {
     }
     template <typename Look>
     auto Ask(Look look);
-    void ThrowDamaged(const FoundChunk& found, const std::string& text) const;
+    [[noreturn]] void ThrowDamaged(const FoundChunk& found, const std::string& text);
     void LoadProperties();
     Properties CopyProperties();
     TrackSettings MakeSettings(const Properties& properties) const;

@@ -53,7 +53,7 @@ void TrackChanges::Append(const EncodedChunk& chunk) {
     }
     ReserveAppend();
     logs.ring.Append(entry, chunk.GetParts(), durability);
-    const bool isSegmentEmptied = PublishAppend(plan, entry);
+    const bool isSegmentEmptied = PublishAppend(plan, entry, chunk.GetPayloadBytes());
     context.engine.Notify(context.track, entry.timePoint);
     if (isSegmentEmptied) {
         recycler.TryRemoveEmptied();
@@ -109,7 +109,8 @@ void TrackChanges::ReserveAppend() {
     state.index.ring.GetOpenTable()->ReserveOne();
 }
 
-bool TrackChanges::PublishAppend(const RecyclePlan& plan, const Engine::ChunkEntry& entry) {
+bool TrackChanges::PublishAppend(const RecyclePlan& plan, const Engine::ChunkEntry& entry,
+                                 std::uint64_t payload) {
     const std::lock_guard lock(state.mutex);
     recycler.MoveFrontLocked(plan);
     EntryTable& table = *state.index.ring.GetOpenTable();
@@ -119,6 +120,8 @@ bool TrackChanges::PublishAppend(const RecyclePlan& plan, const Engine::ChunkEnt
     state.index.ring.Append(logs.ring.GetTail(), static_cast<std::uint32_t>(index), entry,
                             durationBefore);
     ++logs.nextOrdinal;
+    ++state.appendedChunks;
+    state.appendedBytes += payload;
     return logs.ring.GetSegments().front() != state.index.ring.GetRuns().front().segment;
 }
 

@@ -49,7 +49,8 @@ class TrackChanges {
                            Engine::Durability& durability);
     void CheckAppendLocked(const EncodedChunk& chunk, std::uint64_t cost) const;
     void ReserveAppend();
-    bool PublishAppend(const RecyclePlan& plan, const Engine::ChunkEntry& entry);
+    bool PublishAppend(const RecyclePlan& plan, const Engine::ChunkEntry& entry,
+                       std::uint64_t payload);
     std::vector<Log::Run> HeldRunsWithout(const Protections::Stretch& ended,
                                           const Protections& rest);
 

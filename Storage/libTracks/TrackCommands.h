@@ -55,6 +55,7 @@ class TrackCommands {
         log.Describe(commandId, info);
     }
     void ListOngoing(Protocol::Ids& commandIds) { log.ListOngoing(commandIds); }
+    std::vector<CommandStatus> GetStatus(CommandCounts& counts) { return log.GetStatus(counts); }
 
   private:
     // Commands that can wait at the same time.

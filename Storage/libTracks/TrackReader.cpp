@@ -6,21 +6,25 @@
 
 namespace Brantel::Tracks {
 
-namespace {
+TrackReader::TrackReader(StorageCore& core, const ClientConnection& connection,
+                         std::int64_t trackId)
+    : core(core), connection(connection), use(core, connection, trackId, false) {}
 
-// Fills a time point's answer; -1: there is none.
-void Answer(std::int64_t found, Protocol::TimePoint& timePoint, bool& result) {
+void TrackReader::Answer(std::int64_t found, Protocol::TimePoint& timePoint, bool& result) {
     result = found >= 0;
+    use.Count(0);
     if (result) {
+        use.MoveTo(found);
         ToMessage(found, timePoint);
     }
 }
 
-}  // namespace
-
-TrackReader::TrackReader(StorageCore& core, const ClientConnection& connection,
-                         std::int64_t trackId)
-    : core(core), connection(connection), use(core, connection, trackId, false) {}
+void TrackReader::CountChunk(const Protocol::Chunk& chunk, bool isFound, std::uint64_t bytes) {
+    use.Count(bytes);
+    if (isFound) {
+        use.MoveTo(FromMessage(chunk.timecode()));
+    }
+}
 
 void TrackReader::GetTrackId(long& result) {
     result = use.GetTrack().GetId();
@@ -40,7 +44,7 @@ void TrackReader::GetChunk(const Protocol::TimePoint& timecode, const Protocol::
                            Protocol::Chunk& chunk, bool& result) {
     std::uint64_t bytes = 0;
     result = use.GetTrack().GetChunk(FromMessage(timecode), keys, chunk, bytes);
-    use.Count(bytes);
+    CountChunk(chunk, result, bytes);
 }
 
 void TrackReader::GetPreviousChunk(const Protocol::TimePoint& timecode,
@@ -48,19 +52,21 @@ void TrackReader::GetPreviousChunk(const Protocol::TimePoint& timecode,
                                    bool& result) {
     std::uint64_t bytes = 0;
     result = use.GetTrack().GetPreviousChunk(FromMessage(timecode), keys, chunk, bytes);
-    use.Count(bytes);
+    CountChunk(chunk, result, bytes);
 }
 
 void TrackReader::GetNextChunk(const Protocol::TimePoint& timecode, const Protocol::KeyList& keys,
                                Protocol::Chunk& chunk, bool& result) {
     std::uint64_t bytes = 0;
     result = use.GetTrack().GetNextChunk(FromMessage(timecode), keys, chunk, bytes);
-    use.Count(bytes);
+    CountChunk(chunk, result, bytes);
 }
 
 void TrackReader::Wait(const Protocol::TimePoint& timecode, const int& timeout, bool& result) {
+    use.Count(0);
     result =
         use.GetTrack().Wait(FromMessage(timecode), timeout, connection.isGone, core.IsStopping());
+    use.Count(0);
 }
 
 }  // namespace Brantel::Tracks

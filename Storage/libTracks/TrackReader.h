@@ -29,6 +29,10 @@ class TrackReader : public BrantelStorageApi::ITrackReader {
     void Wait(const Protocol::TimePoint& timecode, const int& timeout, bool& result) override;
 
   private:
+    // Fills a time point's answer; -1: there is none.
+    void Answer(std::int64_t found, Protocol::TimePoint& timePoint, bool& result);
+    void CountChunk(const Protocol::Chunk& chunk, bool isFound, std::uint64_t bytes);
+
     StorageCore& core;
     const ClientConnection connection;
     TrackUse use;

@@ -38,7 +38,10 @@ bool TrackRegistry::Insert(const TrackPointer& track) {
 
 void TrackRegistry::Erase(std::int64_t id) {
     const std::lock_guard lock(mutex);
-    tracks.erase(id);
+    if (const auto found = tracks.find(id); found != tracks.end()) {
+        erasedDamagedChunks += found->second->CountDamagedChunks();
+        tracks.erase(found);
+    }
 }
 
 std::vector<TrackRegistry::TrackPointer> TrackRegistry::List() {
@@ -49,6 +52,15 @@ std::vector<TrackRegistry::TrackPointer> TrackRegistry::List() {
         list.push_back(track);
     }
     return list;
+}
+
+std::uint64_t TrackRegistry::CountDamagedChunks() {
+    const std::lock_guard lock(mutex);
+    std::uint64_t count = erasedDamagedChunks;
+    for (const auto& [id, track] : tracks) {
+        count += track->CountDamagedChunks();
+    }
+    return count;
 }
 
 std::int64_t TrackRegistry::GetSmallestFreeId() {

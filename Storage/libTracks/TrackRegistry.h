@@ -40,6 +40,8 @@ class TrackRegistry {
     // In order of their identifiers.
     std::vector<TrackPointer> List();
     std::int64_t GetSmallestFreeId();
+    // Of all tracks, those that were erased included.
+    std::uint64_t CountDamagedChunks();
 
   private:
     Engine::IEngine& engine;
@@ -51,6 +53,7 @@ class TrackRegistry {
     // guarded by mutex
     std::uint64_t instances = 0;
     std::map<std::int64_t, TrackPointer> tracks;
+    std::uint64_t erasedDamagedChunks = 0;  // of tracks that were erased
 };
 
 }  // namespace Brantel::Tracks

@@ -2,6 +2,7 @@
 
 #include "TrackError.h"
 
+#include <algorithm>
 #include <stdexcept>
 
 namespace Brantel::Tracks {
@@ -16,6 +17,20 @@ void TrackState::CheckUsableLocked(Engine::TrackId track) const {
     if (!failure.empty()) {
         throw TrackError(track, "it can't be used: " + failure);
     }
+}
+
+std::uint64_t TrackState::GetHeldBytesLocked() const {
+    std::uint64_t bytes = index.held.GetBytes();
+    if (protections.IsEmpty()) {
+        return bytes;
+    }
+    for (const Log::Run& run : index.ring.GetRuns()) {
+        const auto first = static_cast<std::uint64_t>(run.first);
+        const double part = static_cast<double>(protections.GetCovered(first, run.reach)) /
+                            static_cast<double>(std::max<std::uint64_t>(run.reach - first, 1));
+        bytes += static_cast<std::uint64_t>(part * static_cast<double>(run.bytes));
+    }
+    return bytes;
 }
 
 }  // namespace Brantel::Tracks

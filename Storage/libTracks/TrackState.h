@@ -1,5 +1,6 @@
 #pragma once
 
+#include "DamagedChunks.h"
 #include "Protections.h"
 #include "TableSet.h"
 #include "TrackContext.h"
@@ -41,6 +42,10 @@ struct TrackState {
     // Throws unless the track can be used: "Track 7 is being created" and the like. Under the lock.
     void CheckUsableLocked(Engine::TrackId track) const;
 
+    // Bytes that protections keep from being recycled, as TrackStatus says. Under the lock.
+    std::uint64_t GetHeldBytesLocked() const;
+
+    DamagedChunks damaged;  // synchronised by itself
     std::mutex mutex;
     std::condition_variable appended;  // a chunk was appended, or whoever waits should look up
     // guarded by mutex
@@ -53,6 +58,10 @@ struct TrackState {
     std::uint64_t capacity = 0;
     std::uint64_t openWorkers = 0;
     bool hasWriter = false;
+    // Since the start.
+    std::uint64_t appendedChunks = 0;
+    std::uint64_t appendedBytes = 0;
+    std::uint64_t recycledChunks = 0;
 };
 
 }  // namespace Brantel::Tracks

@@ -22,8 +22,10 @@ class TrackUse {
     TrackUse& operator=(const TrackUse&) = delete;
 
     Track& GetTrack() { return *track; }
-    // Payload that was read or written.
+    // A call, and the payload that it has read or written.
     void Count(std::uint64_t bytes) { worker->Count(bytes); }
+    // The chunk that was read, found or written.
+    void MoveTo(std::int64_t timePoint) { worker->MoveTo(timePoint); }
 
   private:
     const bool isWriter;

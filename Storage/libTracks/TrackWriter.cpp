@@ -12,6 +12,7 @@ void TrackWriter::Append(const Protocol::Chunk& chunk) {
     encoded.Encode(use.GetTrack().GetId(), chunk);
     use.GetTrack().Append(encoded);
     use.Count(encoded.GetPayloadBytes());
+    use.MoveTo(encoded.GetTimePoint());
 }
 
 void TrackWriter::GetTrackId(long& result) {

@@ -1,5 +1,6 @@
 #include "Workers.h"
 
+#include <algorithm>
 #include <stdexcept>
 #include <utility>
 
@@ -17,7 +18,8 @@ Workers::Worker::Worker(Workers& workers, Description description)
           }
           return ++workers.lastId;
       }()),
-      throughput(workers.clock()) {
+      throughput(workers.clock()),
+      lastCall(workers.clock().time_since_epoch().count()) {
     const std::lock_guard lock(workers.mutex);
     workers.open.emplace(id, this);
 }
@@ -25,6 +27,12 @@ Workers::Worker::Worker(Workers& workers, Description description)
 Workers::Worker::~Worker() {
     const std::lock_guard lock(workers.mutex);
     workers.open.erase(id);
+}
+
+void Workers::Worker::Count(std::uint64_t bytes) {
+    const auto now = workers.clock();
+    lastCall.store(now.time_since_epoch().count(), std::memory_order_relaxed);
+    throughput.Add(now, bytes);
 }
 
 std::unique_ptr<Workers::Worker> Workers::Open(const Description& description) {
@@ -57,6 +65,28 @@ void Workers::Describe(const Protocol::Ids& workerIds, Protocol::WorkerInfos& in
         info.set_throughput(worker.throughput.GetBytesPerSecond(now));
         info.set_clientipv4address(worker.description.clientIpV4Address);
     }
+}
+
+std::vector<WorkerStatus> Workers::GetStatus() {
+    std::vector<WorkerStatus> list;
+    const auto now = clock();
+    const std::lock_guard lock(mutex);
+    list.reserve(open.size());
+    for (const auto& [id, worker] : open) {
+        const Throughput::TimePoint lastCall(
+            Throughput::TimePoint::duration(worker->lastCall.load(std::memory_order_relaxed)));
+        WorkerStatus& status = list.emplace_back();
+        status.id = id;
+        status.isWriter = worker->description.type == Protocol::WorkerInfo::WRITER;
+        status.track = worker->description.trackId;
+        status.connection = worker->description.connectionId;
+        status.clientIpV4Address = worker->description.clientIpV4Address;
+        status.bytesPerSecond = worker->throughput.GetBytesPerSecond(now);
+        status.idle =
+            std::max(std::chrono::nanoseconds(0), std::chrono::nanoseconds(now - lastCall));
+        status.position = worker->position.load(std::memory_order_relaxed);
+    }
+    return list;
 }
 
 }  // namespace Brantel::Tracks

@@ -1,9 +1,11 @@
 #pragma once
 
+#include "StorageStatus.h"
 #include "Throughput.h"
 
 #include <CommonMessages.pb.h>
 
+#include <atomic>
 #include <chrono>
 #include <cstddef>
 #include <cstdint>
@@ -12,6 +14,7 @@
 #include <memory>
 #include <mutex>
 #include <string>
+#include <vector>
 
 namespace Brantel::Tracks {
 
@@ -35,8 +38,12 @@ class Workers {
         Worker(const Worker&) = delete;
         Worker& operator=(const Worker&) = delete;
 
-        // Payload that it has read or written. By one thread at a time.
-        void Count(std::uint64_t bytes) { throughput.Add(workers.clock(), bytes); }
+        // Both by one thread at a time. A call, and the payload that it has read or written.
+        void Count(std::uint64_t bytes);
+        // The chunk that it has come to.
+        void MoveTo(std::int64_t timePoint) {
+            position.store(timePoint, std::memory_order_relaxed);
+        }
 
       private:
         friend class Workers;
@@ -45,6 +52,8 @@ class Workers {
         const Description description;
         const std::int64_t id;
         Throughput throughput;
+        std::atomic<Throughput::TimePoint::rep> lastCall;  // by the clock
+        std::atomic<std::int64_t> position = -1;
     };
 
     Workers(Clock clock, std::size_t limit) : clock(std::move(clock)), limit(limit) {}
@@ -55,6 +64,8 @@ class Workers {
     void List(Protocol::Ids& workerIds, Protocol::Ids& trackIds);
     // One record for each identifier, in their order; type NONE where nobody has it.
     void Describe(const Protocol::Ids& workerIds, Protocol::WorkerInfos& infos);
+    // All of them, but for their lag.
+    std::vector<WorkerStatus> GetStatus();
 
   private:
     const Clock clock;
