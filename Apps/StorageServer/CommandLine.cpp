@@ -183,6 +183,10 @@ CommandLine ParseServer(const std::vector<std::string>& arguments,
 
 }  // namespace
 
+std::string CommandLine::Version() {
+    return BRANTEL_VERSION;
+}
+
 CommandLine CommandLine::Parse(const std::vector<std::string>& arguments,
                                const std::vector<EngineName>& engines,
                                const Surroundings& surroundings) {

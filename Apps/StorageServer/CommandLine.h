@@ -31,6 +31,9 @@ struct CommandLine {
     std::string text;
     int exitCode = 0;
 
+    // Of this program: "2.1.5".
+    static std::string Version();
+
     // Of a program whose arguments are wrong.
     static constexpr int misused = 2;
     // Of a program whose environment or file of settings is wrong.

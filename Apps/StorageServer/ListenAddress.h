@@ -20,6 +20,9 @@ struct ListenAddress {
     static ListenAddress Parse(const std::string& text);
     // The reverse of it.
     std::string Text() const;
+    bool IsDefaultHttp() const {
+        return kind == Kind::Tcp && host == "127.0.0.1" && port == defaultHttpPort;
+    }
 
     Kind kind = Kind::Unix;
     // Of a Unix-domain socket.

@@ -5,6 +5,8 @@
 #include "CommandLine.h"
 #include "DefaultSocket.h"
 #include "DescriptorLimit.h"
+#include "HttpServer.h"
+#include "Monitor.h"
 #include "ServerLog.h"
 #include "ServerSignals.h"
 #include "SettingsReload.h"
@@ -116,20 +118,51 @@ ServerOptions Complete(ServerOptions options) {
     return options;
 }
 
+using HttpPointer = std::unique_ptr<Brantel::Server::HttpServer>;
+
+// Null when there is none. A second server on a machine need not be told to use another port than
+// the usual one: it does without.
+HttpPointer ServeHttp(const ServerOptions& options, Brantel::Server::Monitor& monitor,
+                      ServerLog& log) {
+    if (!options.http) {
+        return nullptr;
+    }
+    try {
+        auto http = std::make_unique<Brantel::Server::HttpServer>(
+            *options.http, [&monitor](const std::string& path) { return monitor.Answer(path); });
+        log.Say(LogLevel::Info, "Health and metrics: http://" + http->GetAddress() + "/");
+        return http;
+    } catch (const std::runtime_error& error) {
+        if (!options.http->IsDefaultHttp()) {
+            throw;
+        }
+        log.Say(LogLevel::Warning,
+                std::string(error.what()) + "; there are no health and metrics");
+        return nullptr;
+    }
+}
+
 void Serve(const Brantel::Server::Configuration& configuration, const ServerOptions& chosen,
            const Brantel::Server::ServerSignals& signals, ServerLog& log) {
+    using Brantel::Server::Monitor;
     const ServerOptions options = Complete(chosen);
     Brantel::Server::Announcement announcement(options.readyDescriptor, options.addressFile);
     const std::string shortage = Brantel::Server::RaiseDescriptorLimit(options.limits.connections);
     if (!shortage.empty()) {
         log.Say(LogLevel::Warning, shortage);
     }
+    Monitor monitor(Brantel::Server::CommandLine::Version());
+    // First, so that it can be asked how things are while the store is opened.
+    const HttpPointer http = ServeHttp(options, monitor, log);
     const EnginePointer engine = MakeEngine(options, log);
-    Brantel::Server::StorageServer server(*engine, options, log, {&log});
+    Brantel::Server::StorageServer server(*engine, options, log,
+                                          {&log, &monitor.GetOperations()});
+    const Monitor::Shown shown = monitor.Show([&server] { return server.GetStatus(); });
     Brantel::Server::SettingsReload reload(
         configuration, log, chosen,
         [&server](const ServerOptions& changed) { server.SetAccess(changed.access); });
     server.Start();
+    monitor.SetPhase(Monitor::Phase::Ready);
     announcement.Announce(server.Addresses());
     for (const std::string& address : server.Addresses()) {
         log.Say(LogLevel::Info, "Listening on " + address);
@@ -137,6 +170,7 @@ void Serve(const Brantel::Server::Configuration& configuration, const ServerOpti
     while (signals.Wait() == SIGHUP) {
         reload.Run();
     }
+    monitor.SetPhase(Monitor::Phase::Stopping);
     log.Say(LogLevel::Info, "Stopping");
     server.Stop();
 }

@@ -126,6 +126,17 @@ void StorageServer::Listen(const ListenAddress& address, const ServerOptions& op
     }
 }
 
+ServedStatus StorageServer::GetStatus() const {
+    ServedStatus status;
+    status.addresses = addresses;
+    for (const Refused& refused : RefusedByLimit()) {
+        status.refusals.push_back({refused.limit, refused.count});
+    }
+    status.connections = listener.Counters();
+    status.storage = storage.GetStatus();
+    return status;
+}
+
 void StorageServer::Start() {
     listener.Start();
 }

@@ -6,6 +6,7 @@
 #include "ServerLimits.h"
 #include "ServerLog.h"
 #include "ServerOptions.h"
+#include "ServerStatus.h"
 
 #include <libEngine/IEngine.h>
 #include <libServices/FileDescriptorServiceConnection.h>
@@ -43,6 +44,9 @@ class StorageServer {
     // Where it listens, in the form of the options: "unix:/run/storage.sock", "tcp:127.0.0.1:4711",
     // with the ports really taken. An option whose host has several addresses gives as many.
     const std::vector<std::string>& Addresses() const { return addresses; }
+
+    // What there is and what goes on, until Stop and after it.
+    ServedStatus GetStatus() const;
 
     // Begins to serve. Throws std::runtime_error.
     void Start();

@@ -62,6 +62,9 @@ ServerProcess::ServerProcess(const std::string& socketPath, const std::vector<st
     if (std::find(options.begin(), options.end(), "--tcp-role") == options.end()) {
         command.insert(command.end(), {"--tcp-role", "admin"});
     }
+    if (std::find(options.begin(), options.end(), "--http") == options.end()) {
+        command.insert(command.end(), {"--http", "off"});
+    }
     command.insert(command.end(), options.begin(), options.end());
     process = std::make_unique<ProgramRun>(
         command, std::vector<std::pair<std::string, std::string>>{}, ends[1]);
