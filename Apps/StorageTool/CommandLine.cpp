@@ -8,6 +8,7 @@
 #include "Verbs/PropVerb.h"
 #include "Verbs/ProtectVerb.h"
 #include "Verbs/StreamVerbs.h"
+#include "Verbs/TopVerb.h"
 #include "Verbs/TrackVerb.h"
 #include "Verbs/WorkerVerb.h"
 
@@ -66,6 +67,7 @@ void CommandLine::DeclareCommonOptions() {
 void CommandLine::DeclareVerbs() {
     DeclareLs(*verbs);
     DeclareInfo(*verbs);
+    DeclareTop(*verbs);
     DeclareTrack(*verbs);
     DeclareProp(*verbs);
     DeclareProtect(*verbs);

@@ -2,6 +2,7 @@
 
 #include "Context.h"
 #include "JsonObject.h"
+#include "WorkerList.h"
 
 #include <libTime/TimePoint.h>
 
@@ -26,13 +27,7 @@ struct Surroundings {
 Surroundings ReadSurroundings(StorageClientX& client) {
     Surroundings result;
     result.protections = client.ListProtections();
-    std::vector<long> ids;
-    for (const auto& [worker, track] : client.GetWorkerIds()) {
-        ids.push_back(worker);
-    }
-    if (!ids.empty()) {
-        result.workers = client.GetWorkerInfos(ids);
-    }
+    result.workers = WorkerList::Read(client);
     return result;
 }
 

@@ -5,43 +5,23 @@
 #include "SizeText.h"
 #include "Table.h"
 #include "VerbList.h"
-#include "Verbs/Arguments.h"
+#include "WorkerList.h"
+
+#include <CLI/CLI.hpp>
 
 #include <vector>
 
 namespace Brantel::Tool {
 
 using ProtocolX::StorageClientX;
-using Worker = StorageClientX::WorkerInfo;
+using Worker = WorkerList::Worker;
 
 namespace {
-
-// A worker that ends between the two questions is of no type.
-std::vector<Worker> Read(StorageClientX& client) {
-    std::vector<long> ids;
-    for (const auto& [worker, track] : client.GetWorkerIds()) {
-        ids.push_back(worker);
-    }
-    std::vector<Worker> workers;
-    if (ids.empty()) {
-        return workers;
-    }
-    for (const Worker& worker : client.GetWorkerInfos(ids)) {
-        if (worker.type != StorageClientX::NONE) {
-            workers.push_back(worker);
-        }
-    }
-    return workers;
-}
-
-std::string TypeOf(const Worker& worker) {
-    return worker.type == StorageClientX::WRITER ? "writer" : "reader";
-}
 
 void PrintJson(Context& context, const Worker& worker) {
     JsonObject object;
     object.Add("worker", worker.workerId)
-        .Add("type", std::string_view(TypeOf(worker)))
+        .Add("type", std::string_view(WorkerList::TypeOf(worker)))
         .Add("track", worker.trackId)
         .Add("connection", worker.connectionId)
         .Add("bytesPerSecond", worker.throughput)
@@ -51,7 +31,7 @@ void PrintJson(Context& context, const Worker& worker) {
 
 int List(Context& context) {
     const std::vector<Worker> workers =
-        context.Ask([](StorageClientX& client) { return Read(client); });
+        context.Ask([](StorageClientX& client) { return WorkerList::Read(client); });
     using Align = Table::Align;
     Table table({{"worker", Align::Right},
                  {"type"},
@@ -63,7 +43,7 @@ int List(Context& context) {
         if (context.Style().json) {
             PrintJson(context, worker);
         } else {
-            table.AddRow({std::to_string(worker.workerId), TypeOf(worker),
+            table.AddRow({std::to_string(worker.workerId), WorkerList::TypeOf(worker),
                           std::to_string(worker.trackId), std::to_string(worker.connectionId),
                           SizeText::PrintRate(static_cast<double>(worker.throughput)),
                           worker.clientIpV4Address.empty() ? "-" : worker.clientIpV4Address});
