@@ -2,6 +2,7 @@
 
 #include "ExitCodes.h"
 #include "Verbs/CommandVerb.h"
+#include "Verbs/CompletionVerb.h"
 #include "Verbs/InfoVerb.h"
 #include "Verbs/LsVerb.h"
 #include "Verbs/PingVerb.h"
@@ -75,6 +76,7 @@ void CommandLine::DeclareVerbs() {
     DeclareCommand(*verbs);
     DeclarePing(*verbs);
     DeclareStreams(*verbs);
+    DeclareCompletion(*verbs);
 }
 
 CommandLine::Answer CommandLine::Parse(const std::vector<std::string>& arguments) {

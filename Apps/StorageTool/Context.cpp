@@ -48,13 +48,21 @@ std::string ReadAnswer(const Interrupts& interrupts) {
 
 Context::Context(const CommonOptions& options, Output& output)
     : style(options.Style(output.IsTerminal())),
-      address(ServerAddress::Choose(options.server, Variable("BRANTEL_SERVER"))),
+      server(options.server),
       timeout(options.Timeout()),
       output(output),
-      interrupts(timeout, "The server at " + address.text) {}
+      interrupts(timeout) {}
 
 Context::~Context() {
     Disconnect();
+}
+
+const ServerAddress& Context::Address() {
+    if (!address) {
+        address = ServerAddress::Choose(server, Variable("BRANTEL_SERVER"));
+        interrupts.SetName("The server at " + address->text);
+    }
+    return *address;
 }
 
 StorageClientX& Context::Client() {
@@ -65,10 +73,11 @@ StorageClientX& Context::Client() {
 }
 
 std::unique_ptr<StorageClientX> Context::Connect() {
+    const ServerAddress& where = Address();
     const Interrupts::Call call(interrupts);
     auto made = std::make_unique<StorageClientX>();
-    address.Connect(*made, ConnectMilliseconds());
-    Detail("Connected to " + address.text);
+    where.Connect(*made, ConnectMilliseconds());
+    Detail("Connected to " + where.text);
     return made;
 }
 

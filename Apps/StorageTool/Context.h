@@ -10,6 +10,7 @@
 
 #include <chrono>
 #include <memory>
+#include <optional>
 #include <string>
 #include <utility>
 
@@ -28,7 +29,8 @@ class Context {
     const OutputStyle& Style() const { return style; }
     Output& Out() { return output; }
     Interrupts& Ends() { return interrupts; }
-    const ServerAddress& Address() const { return address; }
+    // What the options and the environment say; only verbs that need a server look. Throws Misuse.
+    const ServerAddress& Address();
 
     // The verb's connection, made when it is first asked for. Throws std::runtime_error when
     // nobody answers.
@@ -72,7 +74,8 @@ class Context {
     unsigned int ConnectMilliseconds() const;
 
     const OutputStyle style;
-    const ServerAddress address;
+    const std::string server;
+    std::optional<ServerAddress> address;
     const std::chrono::nanoseconds timeout;
     Output& output;
     Interrupts interrupts;

@@ -58,8 +58,7 @@ void Complain(const std::string& text) {
 
 }  // namespace
 
-Interrupts::Interrupts(std::chrono::nanoseconds callLimit, std::string name)
-    : callLimit(callLimit), name(std::move(name)) {
+Interrupts::Interrupts(std::chrono::nanoseconds callLimit) : callLimit(callLimit) {
     const sigset_t set = SetOfSignals();
     pthread_sigmask(SIG_BLOCK, &set, nullptr);
     signalDescriptor = signalfd(-1, &set, SFD_CLOEXEC);
@@ -101,6 +100,11 @@ Interrupts::Call::Call(Interrupts& interrupts) : interrupts(interrupts) {
 Interrupts::Call::~Call() {
     const std::lock_guard guard(interrupts.mutex);
     interrupts.calls.erase(entry);
+}
+
+void Interrupts::SetName(const std::string& callee) {
+    const std::lock_guard guard(mutex);
+    name = callee;
 }
 
 void Interrupts::SetLastWords(std::function<std::string()> words) {

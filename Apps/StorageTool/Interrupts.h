@@ -22,9 +22,8 @@ class Interrupts {
     using Clock = std::chrono::steady_clock;
     static constexpr std::chrono::seconds grace{3};
 
-    // `callLimit`: how long a call may take; 0: without limit. `name`: of what is called, for the
-    // message when it takes longer.
-    Interrupts(std::chrono::nanoseconds callLimit, std::string name);
+    // `callLimit`: how long a call may take; 0: without limit.
+    explicit Interrupts(std::chrono::nanoseconds callLimit);
     Interrupts(const Interrupts&) = delete;
     Interrupts& operator=(const Interrupts&) = delete;
     ~Interrupts();
@@ -48,6 +47,8 @@ class Interrupts {
         std::list<Clock::time_point>::iterator entry;
     };
 
+    // Of what is called, for the message when it takes too long.
+    void SetName(const std::string& callee);
     // What is said when the process ends with a call under way: how far the work got. Called on
     // the thread of this object; may be empty.
     void SetLastWords(std::function<std::string()> words);
@@ -61,7 +62,6 @@ class Interrupts {
     [[noreturn]] void EndNow(const std::string& reason);
 
     const std::chrono::nanoseconds callLimit;
-    const std::string name;
     int signalDescriptor = -1;
     int requestDescriptor = -1;
     int endDescriptor = -1;
@@ -70,6 +70,7 @@ class Interrupts {
 
     // Guards what follows.
     std::mutex mutex;
+    std::string name = "The server";
     Clock::time_point requestTime;
     std::list<Clock::time_point> calls;
     std::function<std::string()> lastWords;

@@ -118,7 +118,7 @@ std::string Count(std::size_t number, const char* thing) {
     return std::to_string(number) + " " + thing + (number == 1 ? "" : "s");
 }
 
-std::vector<std::string> Compose(const Context& context, const Snapshot& snapshot,
+std::vector<std::string> Compose(Context& context, const Snapshot& snapshot,
                                  const Terminal::Size& size) {
     const auto width = static_cast<std::size_t>(size.columns);
     const std::string title = "brantel top  " + Terminal::Printable(context.Address().text) + "  " +
