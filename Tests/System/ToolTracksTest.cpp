@@ -401,9 +401,9 @@ TEST_F(ToolWorkerTest, NobodyIsSaidInWords) {
     EXPECT_THAT(RefusalOf({"worker", "ls", "more"}, 2), HasSubstr("Try: brantel worker ls --help"));
 }
 
-using ToolCommandTest = ToolTracksTest;
+using ToolFinishedCommandTest = ToolTracksTest;
 
-TEST_F(ToolCommandTest, AFinishedCommandIsWatchedToItsEnd) {
+TEST_F(ToolFinishedCommandTest, AFinishedCommandIsWatchedToItsEnd) {
     StorageClientX::TrackParameters wanted;
     wanted.size = 1 << 20;
     const std::string id = std::to_string(client->CreateTrack(wanted).commandId);
@@ -412,12 +412,12 @@ TEST_F(ToolCommandTest, AFinishedCommandIsWatchedToItsEnd) {
               "{\"command\":" + id + ",\"state\":\"finished\"}\n");
 }
 
-TEST_F(ToolCommandTest, AnUnknownCommandIsAFailure) {
+TEST_F(ToolFinishedCommandTest, AnUnknownCommandIsAFailure) {
     EXPECT_EQ(RefusalOf({"command", "watch", "99"}), "brantel: Command 99 does not exist\n");
     EXPECT_THAT(RefusalOf({"command", "watch", "x"}, 2), HasSubstr("x is not a whole number"));
 }
 
-TEST_F(ToolCommandTest, NothingUnderWayIsSaidInWords) {
+TEST_F(ToolFinishedCommandTest, NothingUnderWayIsSaidInWords) {
     EXPECT_EQ(Run({"command", "ls"}).Errors(), "The server works on no command\n");
     EXPECT_EQ(Run({"command", "watch"}).Errors(), "The server works on no command\n");
 }
