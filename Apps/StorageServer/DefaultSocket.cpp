@@ -24,7 +24,9 @@ void DefaultSocket::MakeFolder(const ListenAddress& address) {
     const std::string folder = std::filesystem::path(address.path).parent_path().string();
     if (mkdir(folder.c_str(), entered) != 0 && errno != EEXIST) {
         throw std::system_error(errno, std::generic_category(),
-                                folder + ": making the folder of the socket failed");
+                                folder +
+                                    ": making the folder of the socket failed (--listen chooses "
+                                    "another place)");
     }
 }
 

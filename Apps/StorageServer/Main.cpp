@@ -9,9 +9,11 @@
 #include "Monitor.h"
 #include "ServerLog.h"
 #include "ServerSignals.h"
+#include "ServiceManager.h"
 #include "SettingsReload.h"
 #include "StorageServer.h"
 #include "StoreJob.h"
+#include "Supervision.h"
 #include "Surroundings.h"
 
 #include <libEngine/IEngine.h>
@@ -28,8 +30,8 @@
 #include <csignal>
 #include <cstdint>
 #include <cstdio>
-#include <cstdlib>
 #include <exception>
+#include <filesystem>
 #include <memory>
 #include <stdexcept>
 #include <string>
@@ -41,6 +43,7 @@ using Brantel::Server::ServerOptions;
 
 using Brantel::Server::LogLevel;
 using Brantel::Server::ServerLog;
+using Brantel::Server::ServiceManager;
 
 void Print(const std::string& line) {
     std::fprintf(stderr, "brantel-storaged: %s\n", line.c_str());
@@ -107,13 +110,20 @@ void OpenStandardDescriptors() {
     }
 }
 
-// Where to listen, when the options leave it open.
+// Where to listen and where to keep the tracks, when nobody has said so.
 ServerOptions Complete(ServerOptions options) {
-    if (options.listen.empty()) {
-        const char* const runtimeFolder = std::getenv("XDG_RUNTIME_DIR");
-        options.listen = {Brantel::Server::DefaultSocket::Find(
-            geteuid() == 0, runtimeFolder == nullptr ? "" : runtimeFolder)};
-        Brantel::Server::DefaultSocket::MakeFolder(options.listen.front());
+    using Brantel::Server::DefaultSocket;
+    const auto surroundings = Brantel::Server::Surroundings::OfProcess();
+    options.passedSockets = Brantel::Server::ServiceManager::TakeSockets();
+    if (options.listen.empty() && options.passedSockets.empty()) {
+        options.listen = {DefaultSocket::Find(surroundings.isRoot,
+                                              surroundings.Find("XDG_RUNTIME_DIR").value_or(""))};
+        DefaultSocket::MakeFolder(options.listen.front());
+    }
+    if (!options.dataFolder.empty() && options.dataFolder == surroundings.DataFolder()) {
+        // The engine makes the last folder alone, so that a slip of the pen makes no tree.
+        std::filesystem::create_directories(
+            std::filesystem::path(options.dataFolder).parent_path());
     }
     return options;
 }
@@ -136,16 +146,35 @@ HttpPointer ServeHttp(const ServerOptions& options, Brantel::Server::Monitor& mo
         if (!options.http->IsDefaultHttp()) {
             throw;
         }
-        log.Say(LogLevel::Warning,
-                std::string(error.what()) + "; there are no health and metrics");
+        log.Say(LogLevel::Warning, std::string(error.what()) + "; there are no health and metrics");
         return nullptr;
     }
 }
 
+std::string ServingStatus(const Brantel::Server::StorageServer& server) {
+    const std::uint64_t connections = server.Counters().active;
+    std::string text = "Serving " + std::to_string(connections) +
+                       (connections == 1 ? " connection on " : " connections on ");
+    for (const std::string& address : server.Addresses()) {
+        text += (address == server.Addresses().front() ? "" : ", ") + address;
+    }
+    return text;
+}
+
+// Returns when the end is asked for.
+void Heed(const Brantel::Server::ServerSignals& signals, Brantel::Server::SettingsReload& reload,
+          const Brantel::Server::StorageServer& server) {
+    while (signals.Wait() == SIGHUP) {
+        ServiceManager::TellReloading();
+        reload.Run();
+        ServiceManager::TellReady(ServingStatus(server));
+    }
+}
+
 void Serve(const Brantel::Server::Configuration& configuration, const ServerOptions& chosen,
-           const Brantel::Server::ServerSignals& signals, ServerLog& log) {
+           const ServerOptions& options, const Brantel::Server::ServerSignals& signals,
+           ServerLog& log) {
     using Brantel::Server::Monitor;
-    const ServerOptions options = Complete(chosen);
     Brantel::Server::Announcement announcement(options.readyDescriptor, options.addressFile);
     const std::string shortage = Brantel::Server::RaiseDescriptorLimit(options.limits.connections);
     if (!shortage.empty()) {
@@ -154,9 +183,9 @@ void Serve(const Brantel::Server::Configuration& configuration, const ServerOpti
     Monitor monitor(Brantel::Server::CommandLine::Version());
     // First, so that it can be asked how things are while the store is opened.
     const HttpPointer http = ServeHttp(options, monitor, log);
+    ServiceManager::TellStatus("Opening the tracks, recovering what an earlier run left");
     const EnginePointer engine = MakeEngine(options, log);
-    Brantel::Server::StorageServer server(*engine, options, log,
-                                          {&log, &monitor.GetOperations()});
+    Brantel::Server::StorageServer server(*engine, options, log, {&log, &monitor.GetOperations()});
     const Monitor::Shown shown = monitor.Show([&server] { return server.GetStatus(); });
     Brantel::Server::SettingsReload reload(
         configuration, log, chosen,
@@ -167,10 +196,13 @@ void Serve(const Brantel::Server::Configuration& configuration, const ServerOpti
     for (const std::string& address : server.Addresses()) {
         log.Say(LogLevel::Info, "Listening on " + address);
     }
-    while (signals.Wait() == SIGHUP) {
-        reload.Run();
-    }
+    ServiceManager::TellReady(ServingStatus(server));
+    const Brantel::Server::Supervision supervision(
+        log, {[&server] { server.AskStorage(); }, [&server] { return ServingStatus(server); }},
+        ServiceManager::AliveInterval());
+    Heed(signals, reload, server);
     monitor.SetPhase(Monitor::Phase::Stopping);
+    ServiceManager::TellStopping();
     log.Say(LogLevel::Info, "Stopping");
     server.Stop();
 }
@@ -178,9 +210,10 @@ void Serve(const Brantel::Server::Configuration& configuration, const ServerOpti
 // Returns the exit code.
 int Run(const Brantel::Server::Configuration& configuration, const ServerOptions& options) {
     const Brantel::Server::ServerSignals signals;
+    const ServerOptions completed = Complete(options);
     ServerLog log(options.log);
     try {
-        Serve(configuration, options, signals, log);
+        Serve(configuration, options, completed, signals, log);
         log.Say(LogLevel::Info, "Stopped");
         return 0;
     } catch (const std::exception& error) {

@@ -52,7 +52,8 @@ bool IsAudited(const OperationRecord& record) {
 // The storage's own words may quote what a client wanted to have written.
 bool MayQuote(const OperationRecord& record) {
     return record.outcome == OperationRecord::Outcome::Failed &&
-           record.operation.find("TrackProperties") != std::string_view::npos;
+           (record.operation == "SetTrackProperties" ||
+            record.operation == "RemoveTrackProperties");
 }
 
 LogEvent EventOf(const OperationRecord& record, LogLevel level) {

@@ -51,6 +51,9 @@ struct ServerOptions {
     LogOptions log;
     // A file that gets the addresses, one a line, once the server serves; empty: none.
     std::string addressFile;
+    // Descriptors of sockets that listen already, which whoever started the server passed; the
+    // server takes them over.
+    std::vector<int> passedSockets;
     // A descriptor that gets the addresses and is then closed, once the server serves; -1: none.
     int readyDescriptor = -1;
 

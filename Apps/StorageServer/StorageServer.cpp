@@ -7,8 +7,10 @@
 
 #include <libTracks/ClientConnection.h>
 
+#include <sys/socket.h>
 #include <unistd.h>
 
+#include <algorithm>
 #include <chrono>
 #include <cstdint>
 #include <stdexcept>
@@ -43,6 +45,9 @@ StorageServer::StorageServer(Engine::IEngine& engine, const ServerOptions& optio
       listener([this](Services::FileDescriptorServiceConnection& connection,
                       const Services::PeerAddress& peer) { return MakeService(connection, peer); },
                MakeListenerOptions(options, log)) {
+    for (const int socket : options.passedSockets) {
+        ListenPassed(socket, options);
+    }
     for (const ListenAddress& address : options.listen) {
         Listen(address, options);
     }
@@ -108,14 +113,44 @@ AccessRules StorageServer::Access() const {
 
 void StorageServer::Listen(const ListenAddress& address, const ServerOptions& options) {
     const bool isUnix = address.kind == ListenAddress::Kind::Unix;
-    const std::size_t before = listener.Addresses().size();
-    if (isUnix) {
-        listener.ListenUnix(address.path, options.socketMode);
-    } else {
-        listener.ListenTcp(address.host, address.port);
+    const auto known = std::find(addresses.begin(), addresses.end(), address.Text());
+    if (isUnix && known != addresses.end()) {
+        // The socket of this address was passed.
+        return;
     }
+    try {
+        if (isUnix) {
+            listener.ListenUnix(address.path, options.socketMode);
+        } else {
+            listener.ListenTcp(address.host, address.port);
+        }
+    } catch (const std::runtime_error& error) {
+        throw std::runtime_error(std::string(error.what()) +
+                                 "; end what is there, mend the address, or choose another one by "
+                                 "--listen");
+    }
+    NoteAddresses(isUnix, options);
+}
+
+void StorageServer::ListenPassed(int socket, const ServerOptions& options) {
+    int domain = 0;
+    socklen_t size = sizeof(domain);
+    const bool isUnix =
+        getsockopt(socket, SOL_SOCKET, SO_DOMAIN, &domain, &size) == 0 && domain == AF_UNIX;
+    try {
+        listener.ListenDescriptor(socket);
+    } catch (const std::runtime_error& error) {
+        throw std::runtime_error(std::string(error.what()) +
+                                 "; whoever starts the server passes it stream sockets that listen "
+                                 "(ListenStream=), and no others");
+    }
+    NoteAddresses(isUnix, options);
+}
+
+// Of the listener's addresses those that came last.
+void StorageServer::NoteAddresses(bool isUnix, const ServerOptions& options) {
     const std::vector<std::string> all = listener.Addresses();
-    for (std::size_t i = before; i < all.size(); ++i) {
+    for (std::size_t i = addresses.size(); i < all.size(); ++i) {
         const std::string text = (isUnix ? "unix:" : "tcp:") + all.at(i);
         if (!isUnix && !options.listensInsecurely && !IsLoopback(all.at(i))) {
             throw std::runtime_error("Address " + text +
@@ -124,6 +159,14 @@ void StorageServer::Listen(const ListenAddress& address, const ServerOptions& op
         }
         addresses.push_back(text);
     }
+}
+
+void StorageServer::AskStorage() {
+    const std::unique_ptr<BrantelStorageApi::ITrackStorage> tracks = storage.MakeTrackStorage();
+    Protocol::TrackList list;
+    tracks->ListTracks(list);
+    long space = 0;
+    tracks->GetRemainingSpace(space);
 }
 
 ServedStatus StorageServer::GetStatus() const {

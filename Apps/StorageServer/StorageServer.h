@@ -32,8 +32,7 @@ class StorageServer {
 
     // Opens what the engine (borrowed) holds and takes the addresses of the options, at which
     // clients then wait to be served. The log, and the observers, which are told of every call, are
-    // borrowed.
-    // Throws std::runtime_error that names what could not be done.
+    // borrowed. Throws std::runtime_error that names what could not be done.
     StorageServer(Engine::IEngine& engine, const ServerOptions& options, ServerLog& log,
                   ClientSession::Observers observers = {});
     // Stops.
@@ -44,6 +43,10 @@ class StorageServer {
     // Where it listens, in the form of the options: "unix:/run/storage.sock", "tcp:127.0.0.1:4711",
     // with the ports really taken. An option whose host has several addresses gives as many.
     const std::vector<std::string>& Addresses() const { return addresses; }
+
+    // Asks the storage for what it must know at once, to see that it answers. Throws what it
+    // throws.
+    void AskStorage();
 
     // What there is and what goes on, until Stop and after it.
     ServedStatus GetStatus() const;
@@ -77,6 +80,8 @@ class StorageServer {
     std::unique_ptr<Services::IServiceHandler> MakeService(
         Services::FileDescriptorServiceConnection& connection, const Services::PeerAddress& peer);
     void Listen(const ListenAddress& address, const ServerOptions& options);
+    void ListenPassed(int socket, const ServerOptions& options);
+    void NoteAddresses(bool isUnix, const ServerOptions& options);
 
     AccessRules Access() const;
 

@@ -19,13 +19,19 @@
 #include <sys/un.h>
 #include <unistd.h>
 
+#include <algorithm>
 #include <array>
+#include <atomic>
 #include <cerrno>
 #include <cstring>
 #include <filesystem>
 #include <list>
 #include <memory>
+#include <stdexcept>
+#include <string>
 #include <system_error>
+#include <thread>
+#include <vector>
 
 namespace Brantel::Tests {
 namespace {
@@ -78,6 +84,12 @@ class RawClient {
             int unread = -1;
             return ioctl(observed, SIOCOUTQ, &unread) == 0 && unread == 0;
         });
+    }
+
+    // Whether some of an answer is there to be taken.
+    bool IsAnswered() const {
+        char byte = 0;
+        return recv(observed, &byte, 1, MSG_PEEK | MSG_DONTWAIT) == 1;
     }
 
     FileDescriptorServiceConnection& Connection() const { return *connection; }
@@ -165,6 +177,80 @@ TEST_F(ServerEndTest, NothingButAStopSignalEndsIt) {
     server.Process().Signal(SIGPIPE);
     server.Process().Signal(SIGHUP);
     EXPECT_EQ(CreateTrack(*server.ConnectOverUnix()), 1);
+}
+
+TEST_F(ServerEndTest, ASecondStopSignalIsHarmless) {
+    server.Process().Signal(SIGTERM);
+    server.Process().Signal(SIGTERM);
+    server.Process().Signal(SIGINT);
+    EXPECT_EQ(server.Process().Wait(ServerProcess::endLimit), 0) << server.Process().Errors();
+}
+
+TEST_F(ServerEndTest, AStoppedClientInTheMiddleOfARequestDoesNotHoldItUp) {
+    const ProgramRun stopped({"/bin/bash", "-c",
+                              "exec 3<>/dev/tcp/127.0.0.1/" + std::to_string(server.Port()) +
+                                  "; printf '\\005\\010' >&3; echo sent; kill -STOP $$"});
+    ASSERT_TRUE(Eventually([&] { return stopped.Output() == "sent\n"; }));
+    EXPECT_EQ(server.Stop(), 0) << server.Process().Errors();
+}
+
+TEST_F(ServerEndTest, AClientThatTakesNoAnswerDoesNotHoldItUp) {
+    const auto client = server.ConnectOverUnix();
+    const long track = CreateTrack(*client, 256L << 20U);
+    AppendChunk(*client, track, 1, std::string(8'000'000, 'a'));
+    const RawClient greedy(server.SocketPath());
+    Request open;
+    open.set_operation(BrantelStorageApi::OPERATION_TrackReader_Constructor);
+    open.mutable_trackreader_constructor()->set_trackid(track);
+    ASSERT_TRUE(greedy.Call(open).is_success());
+    Request get;
+    get.set_operation(BrantelStorageApi::OPERATION_TrackReader_GetChunk);
+    get.mutable_trackreader_getchunk()->set_object_handle(1);
+    get.mutable_trackreader_getchunk()->mutable_timecode()->set_nanoseconds(1);
+    greedy.Connection().Send(get);
+    ASSERT_TRUE(Eventually([&] { return greedy.IsAnswered(); }));
+    EXPECT_EQ(server.Stop(), 0) << server.Process().Errors();
+}
+
+TEST_F(ServerEndTest, EveryAppendThatWasAnsweredUnderLoadIsThereAfterwards) {
+    constexpr int writers = 4;
+    static constexpr long enough = 25;
+    const auto options = ServerProcess::OnFolder(folder.File("store"));
+    std::array<std::atomic<long>, writers> answered{};
+    std::vector<std::thread> threads;
+    {
+        ServerProcess loaded(folder.File("loaded.sock"), options);
+        const auto client = loaded.ConnectOverUnix();
+        for (int i = 0; i < writers; ++i) {
+            const long track = CreateTrack(*client);
+            threads.emplace_back([&answered, &loaded, i, track] {
+                const auto own = i % 2 == 0 ? loaded.ConnectOverUnix() : loaded.ConnectOverTcp();
+                try {
+                    for (long time = 1;; ++time) {
+                        AppendChunk(*own, track, time, std::to_string(time));
+                        answered.at(static_cast<std::size_t>(i)) = time;
+                    }
+                } catch (const std::runtime_error&) {
+                    // The end of the server.
+                }
+            });
+        }
+        ASSERT_TRUE(Eventually([&answered] {
+            return std::all_of(answered.begin(), answered.end(),
+                               [](const std::atomic<long>& last) { return last >= enough; });
+        }));
+        EXPECT_EQ(loaded.Stop(), 0) << loaded.Process().Errors();
+        for (std::thread& thread : threads) {
+            thread.join();
+        }
+    }
+    const ServerProcess again(folder.File("loaded.sock"), options);
+    const auto client = again.ConnectOverUnix();
+    for (int i = 0; i < writers; ++i) {
+        const long last = answered.at(static_cast<std::size_t>(i));
+        EXPECT_EQ(ReadChunk(*client, i + 1, last), std::to_string(last));
+        EXPECT_EQ(ReadChunk(*client, i + 1, 1), "1");
+    }
 }
 
 }  // namespace

@@ -193,5 +193,35 @@ TEST_F(ServerStartTest, TheSocketHasTheModeThatWasAskedFor) {
     EXPECT_EQ(file.st_mode & 0777U, 0600U);
 }
 
+TEST_F(ServerStartTest, AnAuditFileThatCannotBeWrittenIsRefused) {
+    const std::string path = folder.File("nowhere/audit");
+    EXPECT_EQ(ErrorsOf({"--config", "", "--engine", "memory", "--audit-file", path, "--listen",
+                        "unix:" + socketPath},
+                       1),
+              "brantel-storaged: " + path +
+                  ": the file could not be opened for writing: No such file or directory\n");
+}
+
+TEST_F(ServerStartTest, TooFewDescriptorsAreAWarning) {
+    ProgramRun server({"/bin/bash", "-c",
+                       "ulimit -n 700; exec '" + ServerProcess::Program() +
+                           "' --config '' --engine memory --http off --listen 'unix:" + socketPath +
+                           "'"});
+    EXPECT_TRUE(Eventually([&] { return server.Output().ends_with("\n"); })) << server.Errors();
+    EXPECT_TRUE(Eventually([&] {
+        return server.Errors().find(
+                   " warning: The system allows 700 open files, too few for "
+                   "max-connections 4096") != std::string::npos;
+    })) << server.Errors();
+}
+
+TEST_F(ServerStartTest, ARefusedAddressSaysWhatToDo) {
+    const ServerProcess server(socketPath);
+    EXPECT_THAT(RefusalOf("unix:" + socketPath),
+                HasSubstr("Could not listen on " + socketPath +
+                          ": a server already answers there; end what is there, mend the address, "
+                          "or choose another one by --listen"));
+}
+
 }  // namespace
 }  // namespace Brantel::Tests

@@ -54,11 +54,10 @@ TEST_F(LogLineTest, ThePriorityOfTheJournalStandsForTimeAndLevel) {
 }
 
 TEST_F(LogLineTest, ACallIsShownWithWhoWhatTrackOutcomeAndDuration) {
-    EXPECT_EQ(
-        Plain(Denied()),
-        "2025-11-21T17:26:05.123Z warning: connection 7 from /run/s process 3 user 0: "
-        "ClearTrack of track 5 denied after 0.012 ms: Permission denied: ClearTrack needs "
-        "role admin\n");
+    EXPECT_EQ(Plain(Denied()),
+              "2025-11-21T17:26:05.123Z warning: connection 7 from /run/s process 3 user 0: "
+              "ClearTrack of track 5 denied after 0.012 ms: Permission denied: ClearTrack needs "
+              "role admin\n");
     LogEvent done = Denied();
     done.outcome = "done";
     done.text = "";

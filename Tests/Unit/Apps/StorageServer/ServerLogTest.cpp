@@ -95,8 +95,7 @@ TEST_F(ServerLogTest, TheLevelSaysWhatIsLogged) {
     options.level = LogLevel::Debug;
     log->Reload(options);
     log->OnOperation(Record("GetChunk", Kind::Read));
-    EXPECT_EQ(Logged(),
-              "<7>connection 7 from somebody: GetChunk of track 5 done after 0.000 ms\n");
+    EXPECT_EQ(Logged(), "<7>connection 7 from somebody: GetChunk of track 5 done after 0.000 ms\n");
 }
 
 TEST_F(ServerLogTest, WhatQuotesPropertiesIsLeftOut) {
