@@ -207,6 +207,7 @@ TEST_F(ServerEndTest, AClientThatTakesNoAnswerDoesNotHoldItUp) {
     get.set_operation(BrantelStorageApi::OPERATION_TrackReader_GetChunk);
     get.mutable_trackreader_getchunk()->set_object_handle(1);
     get.mutable_trackreader_getchunk()->mutable_timecode()->set_nanoseconds(1);
+    get.mutable_trackreader_getchunk()->mutable_keys();
     greedy.Connection().Send(get);
     ASSERT_TRUE(Eventually([&] { return greedy.IsAnswered(); }));
     EXPECT_EQ(server.Stop(), 0) << server.Process().Errors();
