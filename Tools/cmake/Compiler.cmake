@@ -45,3 +45,9 @@ if(BRANTEL_COVERAGE)
   add_compile_options(--coverage -O0 -g)
   add_link_options(--coverage)
 endif()
+
+# For folders that put many short texts together: optimising, g++ 12 takes an assignment of a short text for one of
+# overlapping memory.
+macro(brantel_allow_short_texts)
+  add_compile_options("$<$<AND:$<CXX_COMPILER_ID:GNU>,$<CONFIG:Release>>:-Wno-restrict>")
+endmacro()
