@@ -37,6 +37,8 @@ using google::protobuf::io::CodedOutputStream;
 
 // Together with the reader's buffer, 64 KiB.
 constexpr std::size_t scratchSize = std::size_t{16} * 1024;
+// What it begins with: thousands of connections that say little cost little.
+constexpr std::size_t firstScratchSize = 1024;
 constexpr std::size_t lengthSizeLimit = 5;
 // A message of at most this size takes its memory without asking for room.
 constexpr std::size_t roomless = std::size_t{64} * 1024;
@@ -172,11 +174,15 @@ bool FileDescriptorServiceConnection::Send(const Message& message) {
     if (broken.load(std::memory_order_relaxed)) {
         return true;
     }
-    if (!scratch) {
+    const std::size_t needed = size + lengthSizeLimit;
+    if (needed > scratchAllocated && scratchAllocated < scratchSize) {
+        scratchAllocated = 0;
+        const std::size_t next = needed <= firstScratchSize ? firstScratchSize : scratchSize;
         // Not value-initialised: pages that are never written are never touched.
-        scratch.reset(new unsigned char[scratchSize]);  // NOLINT(modernize-make-unique)
+        scratch.reset(new unsigned char[next]);  // NOLINT(modernize-make-unique)
+        scratchAllocated = next;
     }
-    if (size + lengthSizeLimit <= scratchSize) {
+    if (needed <= scratchSize) {
         SendSmall(message, size);
     } else {
         SendLarge(message, size);
@@ -279,6 +285,7 @@ bool FileDescriptorServiceConnection::ReceiveLarge(Message& message, std::size_t
     if (room != nullptr && size > roomless) {
         TakeRoom(size);
     }
+    reader->TakeWholeBuffer();
     reader->BeginMessage();
     ElementCount count(limits.elements, limits.depth);
     const bool isCounted = limits.elements < size || limits.depth < ConnectionLimits::highestDepth;
@@ -345,7 +352,10 @@ bool FileDescriptorServiceConnection::Receive(Message& message) {
     } catch (const std::exception& failure) {
         message.Clear();
         if (inStep) {
-            refused = failure.what();
+            // A connection that was lost before refused nothing.
+            if (lost.empty()) {
+                refused = failure.what();
+            }
             throw;
         }
         // Lost, or stopped half-way (no memory, say): what comes next can't be followed.

@@ -125,6 +125,7 @@ class FileDescriptorServiceConnection : public IServiceConnection {
     std::unique_ptr<TransferPace> sendPace;
     // Allocated on first use.
     std::unique_ptr<unsigned char[]> scratch;  // NOLINT(modernize-avoid-c-arrays)
+    std::size_t scratchAllocated = 0;
 };
 
 }  // namespace Brantel::Services

@@ -10,6 +10,7 @@
 #include <cerrno>
 #include <cstring>
 #include <system_error>
+#include <utility>
 
 namespace Brantel::Services {
 
@@ -35,20 +36,32 @@ inline std::size_t SocketReader::ReceiveSome(void* target, std::size_t size, Wai
     return static_cast<std::size_t>(result);
 }
 
-void SocketReader::ReceiveAtLeast(std::size_t size, Wait wait) {
-    if (!buffer) {
-        // Not value-initialised: pages that are never received into are never touched.
-        buffer.reset(new unsigned char[capacity]);  // NOLINT(modernize-make-unique)
+void SocketReader::Grow(std::size_t size) {
+    // Not value-initialised: pages that are never received into are never touched.
+    std::unique_ptr<unsigned char[]> grown(  // NOLINT(modernize-avoid-c-arrays)
+        new unsigned char[size]);            // NOLINT(modernize-make-unique)
+    if (Available() > 0) {
+        std::memcpy(grown.get(), Data(), Available());
     }
+    end -= begin;
+    begin = 0;
+    buffer = std::move(grown);
+    allocated = size;
+}
+
+void SocketReader::ReceiveAtLeast(std::size_t size, Wait wait) {
     if (begin == end) {
         begin = end = 0;
-    } else if (capacity - begin < size) {
+    }
+    if (allocated < size) {
+        Grow(size <= firstCapacity ? firstCapacity : capacity);
+    } else if (allocated - begin < size) {
         std::memmove(buffer.get(), Data(), Available());
         end -= begin;
         begin = 0;
     }
     do {
-        end += ReceiveSome(buffer.get() + end, capacity - end, wait);
+        end += ReceiveSome(buffer.get() + end, allocated - end, wait);
     } while (Available() < size);
 }
 

@@ -17,6 +17,8 @@ class SocketReader {
   public:
     // Enough for the frame length and the whole of a small message together.
     static constexpr std::size_t capacity = std::size_t{48} * 1024;
+    // What the buffer begins with: thousands of connections that say little cost little.
+    static constexpr std::size_t firstCapacity = 1024;
 
     // Both are borrowed and outlive the reader.
     SocketReader(const int& fd, SpinGovernor& governor) : fd(fd), governor(governor) {}
@@ -49,6 +51,13 @@ class SocketReader {
         }
     }
 
+    // Takes the whole buffer: a large message comes.
+    void TakeWholeBuffer() {
+        if (allocated < capacity) {
+            Grow(capacity);
+        }
+    }
+
     // Moves exactly `size` bytes to `target`, first from the buffer, then from the socket.
     void Read(char* target, std::size_t size);
 
@@ -62,6 +71,7 @@ class SocketReader {
   private:
     enum class Wait { BetweenMessages, InMessage };
 
+    void Grow(std::size_t size);
     void ReceiveAtLeast(std::size_t size, Wait wait);
     std::size_t ReceiveSome(void* target, std::size_t size, Wait wait);
     long Poll(void* target, std::size_t size);
@@ -75,6 +85,7 @@ class SocketReader {
     TransferPace pace;
     bool tooSlow = false;
     std::unique_ptr<unsigned char[]> buffer;  // NOLINT(modernize-avoid-c-arrays)
+    std::size_t allocated = 0;
     std::size_t begin = 0;
     std::size_t end = 0;
     std::uint64_t received = 0;

@@ -168,7 +168,7 @@ TEST_F(FileDescriptorServiceConnectionMemoryTest,
 }
 
 TEST_F(FileDescriptorServiceConnectionMemoryTest, NoMemoryToSendIsReportedAndNothingWritten) {
-    CountedMemory::Fail(10'000);
+    CountedMemory::Fail(1000);
     EXPECT_THROW(connection.Send(MessageOfSize(100)), std::bad_alloc);
     EXPECT_GT(CountedMemory::StopFailing(), 0U);
     EXPECT_FALSE(peer.HasInput());
