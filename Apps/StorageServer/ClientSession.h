@@ -39,7 +39,7 @@ class ClientSession {
     };
     using Observers = std::vector<IOperationObserver*>;
 
-    // The limits, the counters and the observers are borrowed.
+    // The counters and the observers are borrowed.
     ClientSession(std::uint64_t connectionId, std::string peer, Role role,
                   const ServerLimits& limits, RefusalCounters& refusals,
                   const Observers& observers);
@@ -92,7 +92,7 @@ class ClientSession {
     const std::uint64_t connectionId;
     const std::string peer;
     const Role role;
-    const ServerLimits& limits;
+    const ServerLimits limits;
     const Observers& observers;
     // Synchronised by themselves.
     RefusalCounters& refusals;

@@ -187,9 +187,11 @@ void Serve(const Brantel::Server::Configuration& configuration, const ServerOpti
     const EnginePointer engine = MakeEngine(options, log);
     Brantel::Server::StorageServer server(*engine, options, log, {&log, &monitor.GetOperations()});
     const Monitor::Shown shown = monitor.Show([&server] { return server.GetStatus(); });
-    Brantel::Server::SettingsReload reload(
-        configuration, log, chosen,
-        [&server](const ServerOptions& changed) { server.SetAccess(changed.access); });
+    Brantel::Server::SettingsReload reload(configuration, log, chosen,
+                                           [&server](const ServerOptions& changed) {
+                                               server.SetAccess(changed.access);
+                                               server.SetLimits(changed.limits);
+                                           });
     server.Start();
     monitor.SetPhase(Monitor::Phase::Ready);
     announcement.Announce(server.Addresses());

@@ -299,9 +299,12 @@ SettingTable::Section Limits() {
         };
         const Range range{limit.lowest, limit.highest};
         const bool isSize = std::string_view(limit.unit) == "BYTES";
-        section.settings.push_back(
-            isSize ? MakeSize(limit.name, limit.text, range, access)
-                   : MakeNumber(limit.name, limit.unit, limit.text, range, access));
+        Setting setting = isSize ? MakeSize(limit.name, limit.text, range, access)
+                                 : MakeNumber(limit.name, limit.unit, limit.text, range, access);
+        // The others are the listener's, whose options stay as they are.
+        setting.reloads = limit.value == &ServerLimits::workersPerConnection ||
+                          limit.value == &ServerLimits::idsPerRequest;
+        section.settings.push_back(std::move(setting));
     }
     return section;
 }

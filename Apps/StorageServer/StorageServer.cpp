@@ -38,10 +38,10 @@ bool IsLoopback(const std::string& address) {
 
 StorageServer::StorageServer(Engine::IEngine& engine, const ServerOptions& options, ServerLog& log,
                              ClientSession::Observers observers)
-    : limits(options.limits),
-      observers(std::move(observers)),
+    : observers(std::move(observers)),
       storage(engine, MakeStorageOptions(options, log)),
       access(options.access),
+      limits(options.limits),
       listener([this](Services::FileDescriptorServiceConnection& connection,
                       const Services::PeerAddress& peer) { return MakeService(connection, peer); },
                MakeListenerOptions(options, log)) {
@@ -81,9 +81,7 @@ std::unique_ptr<Services::IServiceHandler> StorageServer::MakeService(
     client.id = static_cast<std::int64_t>(peer.connectionId);
     client.clientIpV4Address = peer.ipV4;
     client.isGone = [&connection] { return connection.PeerGone(); };
-    const auto session = std::make_shared<ClientSession>(peer.connectionId, peer.text,
-                                                         Access().RoleOf(peer, geteuid()), limits,
-                                                         refusals, observers);
+    const auto session = MakeSession(peer);
     return std::make_unique<ClientHandler>(
         std::make_unique<GuardedStorage>(storage.MakeTrackStorage(), session),
         std::make_unique<GuardedReaderFactory>(storage.MakeReaderFactory(client), session),
@@ -101,14 +99,20 @@ std::vector<StorageServer::Refused> StorageServer::RefusedByLimit() const {
             {"max-ids", refusals.ids}};
 }
 
+std::shared_ptr<ClientSession> StorageServer::MakeSession(const Services::PeerAddress& peer) {
+    const std::lock_guard guard(reloadMutex);
+    return std::make_shared<ClientSession>(
+        peer.connectionId, peer.text, access.RoleOf(peer, geteuid()), limits, refusals, observers);
+}
+
 void StorageServer::SetAccess(const AccessRules& rules) {
-    const std::lock_guard guard(accessMutex);
+    const std::lock_guard guard(reloadMutex);
     access = rules;
 }
 
-AccessRules StorageServer::Access() const {
-    const std::lock_guard guard(accessMutex);
-    return access;
+void StorageServer::SetLimits(const ServerLimits& newLimits) {
+    const std::lock_guard guard(reloadMutex);
+    limits = newLimits;
 }
 
 void StorageServer::Listen(const ListenAddress& address, const ServerOptions& options) {

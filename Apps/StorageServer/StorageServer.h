@@ -66,8 +66,10 @@ class StorageServer {
     // Connections and what they have in flight. Any thread.
     Services::ServiceListenerCounters Counters() const { return listener.Counters(); }
 
-    // Who may do what on connections that are accepted from now on. Any thread.
+    // Who may do what, and what one client can take, on connections that are accepted from now on;
+    // of the limits those that no listener needs: max-workers and max-ids. Any thread.
     void SetAccess(const AccessRules& rules);
+    void SetLimits(const ServerLimits& limits);
 
     // Ends every call that waits, accepts no more, lets the calls that run answer for as long as
     // stopGrace, closes all connections and waits until the last call has ended. Not on a thread
@@ -79,21 +81,20 @@ class StorageServer {
                                                                 ServerLog& log);
     std::unique_ptr<Services::IServiceHandler> MakeService(
         Services::FileDescriptorServiceConnection& connection, const Services::PeerAddress& peer);
+    std::shared_ptr<ClientSession> MakeSession(const Services::PeerAddress& peer);
     void Listen(const ListenAddress& address, const ServerOptions& options);
     void ListenPassed(int socket, const ServerOptions& options);
     void NoteAddresses(bool isUnix, const ServerOptions& options);
 
-    AccessRules Access() const;
-
     // Constant after construction. The connections' objects work on them, and on the storage and
     // the counters, which are synchronised by themselves: all outlive the listener.
-    const ServerLimits limits;
     const ClientSession::Observers observers;
     RefusalCounters refusals;
     Tracks::Storage storage;
-    // Guards the access.
-    mutable std::mutex accessMutex;
+    // Guards what follows.
+    mutable std::mutex reloadMutex;
     AccessRules access;
+    ServerLimits limits;
     Services::ServiceListener listener;
     // Constant after construction.
     std::vector<std::string> addresses;

@@ -38,10 +38,12 @@ int ListenOn(const SocketAddress& address, OwnedDescriptor& result) {
     return error;
 }
 
+// Of a socket; every socket has the options that are asked for here.
 int IntegerOption(int fd, int option) {
     int value = -1;
     socklen_t size = sizeof(value);
-    return getsockopt(fd, SOL_SOCKET, option, &value, &size) == 0 ? value : -1;
+    getsockopt(fd, SOL_SOCKET, option, &value, &size);
+    return value;
 }
 
 // Why nobody can connect to the descriptor; empty: somebody can.

@@ -134,14 +134,18 @@ TEST_F(ServerLogTest, TheAuditHasAFileThatSighupOpensAnew) {
 }
 
 TEST_F(ServerLogTest, SighupTakesOverWhatItCanAndNamesTheRest) {
-    Write("log-level = 'info'\nmax-ids = 5\n");
+    Write("log-level = 'info'\nmax-depth = 9\nmax-workers = 1\n");
     ServerProcess server(socketPath, {"--config", file});
-    Write("log-level = 'debug'\nmax-ids = 6\n");
+    Write("log-level = 'debug'\nmax-depth = 10\nmax-workers = 2\n");
     server.Process().Signal(SIGHUP);
-    EXPECT_TRUE(Logs(server, "max-ids stays 5 until a restart, then it is 6"));
+    EXPECT_TRUE(Logs(server, "max-depth stays 9 until a restart, then it is 10"));
     EXPECT_THAT(Errors(server), HasSubstr("log-level is now \"debug\", was \"info\""));
-    server.ConnectOverUnix()->ListTracks();
+    const auto client = server.ConnectOverUnix();
+    const long track = CreateTrack(*client);
     EXPECT_TRUE(Logs(server, " debug: connection 1 from "));
+    client->GetTrackReader(track, 1);
+    client->GetTrackReader(track, 2);
+    EXPECT_THROW(client->GetTrackReader(track, 3), std::runtime_error);
 }
 
 TEST_F(ServerLogTest, SighupGivesNewConnectionsTheirNewRole) {

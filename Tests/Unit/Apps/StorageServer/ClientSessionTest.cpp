@@ -53,9 +53,11 @@ class ClientSessionTest : public testing::Test {
   protected:
     static constexpr long id = 7;
 
-    ClientSessionTest() {
+    static ServerLimits FewAllowed() {
+        ServerLimits limits;
         limits.workersPerConnection = 2;
         limits.idsPerRequest = 3;
+        return limits;
     }
     void BeRole(Role role) {
         session = std::make_shared<ClientSession>(5, "somebody", role, limits, refusals, observers);
@@ -91,7 +93,7 @@ class ClientSessionTest : public testing::Test {
     }
 
     Journal journal;
-    ServerLimits limits;
+    const ServerLimits limits = FewAllowed();
     RefusalCounters refusals;
     TellingObserver observer;
     ClientSession::Observers observers{&observer};
