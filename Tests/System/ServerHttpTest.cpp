@@ -14,6 +14,8 @@
 #include <gmock/gmock.h>
 #include <gtest/gtest.h>
 
+#include <fcntl.h>
+#include <signal.h>
 #include <unistd.h>
 
 #include <cstdint>
@@ -79,6 +81,51 @@ TEST_F(ServerHttpTest, AServerThatServesIsAliveAndReady) {
     Start();
     EXPECT_EQ(Get("/livez").status, 200);
     EXPECT_TRUE(Eventually([&] { return Get("/readyz").status == 200; }));
+}
+
+// Whoever else opens the file waits until this object ends: a lease of the system.
+class HeldFile {
+  public:
+    explicit HeldFile(const std::string& path)
+        : descriptor(open(path.c_str(), O_RDWR | O_CLOEXEC)) {
+        // The system says that somebody wants the file by a signal that would end the program.
+        signal(SIGIO, SIG_IGN);
+        isHeld = descriptor >= 0 && fcntl(descriptor, F_SETLEASE, F_WRLCK) == 0;
+    }
+    HeldFile(const HeldFile&) = delete;
+    HeldFile& operator=(const HeldFile&) = delete;
+    ~HeldFile() {
+        fcntl(descriptor, F_SETLEASE, F_UNLCK);
+        close(descriptor);
+    }
+    bool IsHeld() const { return isHeld; }
+
+  private:
+    const int descriptor;
+    bool isHeld = false;
+};
+
+TEST_F(ServerHttpTest, WhileTheStoreIsOpenedTheServerIsAliveAndNotReady) {
+    const std::vector<std::string> onFolder = ServerProcess::OnFolder(folder.File("data"));
+    Start(onFolder);
+    ASSERT_EQ(server->Stop(), 0);
+    auto held = std::make_unique<HeldFile>(folder.File("data/FORMAT"));
+    if (!held->IsHeld()) {
+        GTEST_SKIP() << "SKIPPED: the file system of the temporary folder has no leases";
+    }
+    std::vector<std::string> command = {ServerProcess::Program(), "--http", "127.0.0.1:0",
+                                        "--listen", "unix:" + folder.File("second.sock")};
+    command.insert(command.end(), onFolder.begin(), onFolder.end());
+    ProgramRun second(command);
+    ASSERT_TRUE(Eventually([&] { return (httpPort = PortIn(second.Errors())) != 0; }));
+    EXPECT_EQ(Get("/livez").status, 200);
+    EXPECT_EQ(Get("/readyz").status, 503);
+    EXPECT_EQ(Get("/readyz").body, "starting\n");
+    EXPECT_EQ(Metric("brantel_ready"), 0);
+    EXPECT_EQ(Metric("brantel_connections"), -1);
+    held.reset();
+    EXPECT_TRUE(Eventually([&] { return Get("/readyz").status == 200; }));
+    EXPECT_EQ(Metric("brantel_ready"), 1);
 }
 
 TEST_F(ServerHttpTest, ThePortIsGoneWithTheServer) {
