@@ -108,7 +108,8 @@ class InstallTest(unittest.TestCase):
         platform = self.temporary / "platform"
         protocol = self.temporary / "protocol"
         folder = self.temporary / "external"
-        call("cmake", "--install", build, "--prefix", platform, "--component", "Platform")
+        for component in ("Platform", "PlatformDevelopment"):
+            call("cmake", "--install", build, "--prefix", platform, "--component", component)
         self.assertFalse([*platform.rglob("*ProtocolX*")])
         call(
             "cmake", "-G", "Ninja", "-S", root, "-B", folder, f"-DCMAKE_CXX_COMPILER={compiler}",
@@ -116,7 +117,8 @@ class InstallTest(unittest.TestCase):
             f"-DCMAKE_PREFIX_PATH={platform}",
         )
         call("cmake", "--build", folder, "--target", "ProtocolX", "RpcLinkProof")
-        call("cmake", "--install", folder, "--prefix", protocol, "--component", "ProtocolX")
+        for component in ("ProtocolX", "ProtocolXDevelopment"):
+            call("cmake", "--install", folder, "--prefix", protocol, "--component", component)
         self.assertEqual([path.name for path in protocol.glob("lib/*.so")], ["libProtocolX.so"])
         self.assertFalse((protocol / "include/brantel/libTime").exists())
         program = self.buildByCMake("onExternal", f"-DCMAKE_PREFIX_PATH={protocol};{platform}")
