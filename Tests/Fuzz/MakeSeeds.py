@@ -330,8 +330,77 @@ def StoredBytesFuzz():
         yield bytes([6, 0, 0, segment, 1, 1, 1, 1, 1, 20]) + b"\x01\x01" + bytes(18) + b"\x04data\x01"
 
 
+# --- the tool ----------------------------------------------------------------------------------------------
+
+
+def segment(marker, content):
+    return b"\xff" + bytes([marker]) + (len(content) + 2).to_bytes(2, "big") + content
+
+
+def picture(text):
+    coded = text + b"\xff\x00" + text + b"\xff\xd0" + text + b"\xff\xd7\xff\x00"
+    return b"\xff\xd8" + segment(0xe0, b"JFIF") + segment(0xda, b"scan") + coded + b"\xff\xd9"
+
+
+def MjpegSplitterFuzz():
+    withThumbnail = b"\xff\xd8" + segment(0xe1, picture(b"small")) + segment(0xda, b"") + b"x\xff\xff\xd9"
+    progressive = (b"\xff\xd8" + segment(0xc2, b"frame") + segment(0xda, b"one") + b"abc" + segment(0xc4, b"tables")
+                   + segment(0xda, b"two") + b"def\xff\xd9")
+    movie = picture(b"one") + withThumbnail + progressive + picture(b"")
+    for limit in (5, 255):
+        for part in (0, 6, 255):
+            yield bytes([limit, part]) + movie
+    yield b"\xff\x02" + movie[:-1]
+    yield b"\xff\x02" + movie + b"\x00"
+    yield b"\xff\x02\xff\xd8\xff\xe0\x00\x01"
+    yield b"\xff\x02\xff\xd8\xff\xd8"
+    yield b"\xff\x02\xff\xd8\xff\x01\xff\xd0\xff\x02"
+
+
+def number(value, size=8):
+    return (value % (1 << 8 * size)).to_bytes(size, "little")
+
+
+def chunkRecord(time, text):
+    """A chunk record with one property and one data block."""
+    entry = number(1) + b"k" + number(len(text)) + text
+    content = number(1) + number(time) + number(10) + number(1) + entry + number(1) + entry
+    return number(8 + len(content)) + content
+
+
+def exportFile(times, head=b"\x01", entries=None, tail=b""):
+    """An export file without checksums, which the target makes right."""
+    header = b"BRTRKEXP" + number(1, 4) + number(58, 4) + number(7) + number(4096) + number(1) + number(1, 4) + b"a"
+    header += number(1, 4) + b"b" + bytes(8)
+    body, places = header, []
+    for time in times:
+        record = chunkRecord(time, b"data %d" % time)
+        places.append((time, len(body)))
+        body += bytes(8) + b"CREC" + bytes(4) + number(len(record)) + record
+    index = len(body)
+    listed = places if entries is None else entries
+    body += bytes(8) + b"INDX" + bytes(4) + number(len(listed))
+    body += b"".join(number(time) + number(place) for time, place in listed)
+    trailer = b"BRTRKEND" + number(index) + number(len(listed)) + number(times[0] if times else -1)
+    return head + body + trailer + number(times[-1] if times else -1) + bytes(16) + tail
+
+
+def ExportReaderFuzz():
+    yield exportFile([])
+    yield exportFile([1, 2, 3])
+    yield exportFile([1, 2, 3], head=b"\x00")
+    yield exportFile([3, 2])
+    yield exportFile([1, 2], entries=[(1, 58)])
+    yield exportFile([1], tail=b"x")
+    for size in (30, 60, 80, 150, 240, 300):
+        yield exportFile([1, 2])[:size]
+    yield exportFile([1]).replace(b"CREC" + bytes(4) + number(82), b"CREC" + bytes(4) + number(1 << 40))
+    yield exportFile([1]).replace(number(1) + b"k", number(1 << 60) + b"k")
+
+
 targets = {target.__name__: target
-           for target in (ServeRequestFuzz, ResponseFuzz, FrameReaderFuzz, LocalStoreFuzz, StoredBytesFuzz)}
+           for target in (ServeRequestFuzz, ResponseFuzz, FrameReaderFuzz, LocalStoreFuzz, StoredBytesFuzz,
+                         MjpegSplitterFuzz, ExportReaderFuzz)}
 
 
 def main():

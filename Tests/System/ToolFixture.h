@@ -40,7 +40,9 @@ class ToolFixture : public testing::Test {
     }
 
     std::string Number() const { return std::to_string(track); }
-    ToolRun::Environment Where() const { return {{"BRANTEL_SERVER", "unix:" + socketPath}}; }
+    ToolRun::Environment Where() const {
+        return {{"BRANTEL_SERVER", "unix:" + socketPath}, {"LC_ALL", "C.UTF-8"}};
+    }
 
     // Runs the tool with these arguments.
     int Tool(const std::vector<std::string>& arguments) {

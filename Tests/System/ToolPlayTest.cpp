@@ -2,12 +2,16 @@
 
 #include "ToolFixture.h"
 
+#include <libProtocolX/IStorageWriterX.h>
+
 #include <gmock/gmock.h>
 #include <gtest/gtest.h>
 
+#include <chrono>
 #include <filesystem>
 #include <set>
 #include <string>
+#include <utility>
 #include <vector>
 
 namespace Brantel::Tests {

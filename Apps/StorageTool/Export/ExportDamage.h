@@ -23,4 +23,10 @@ class ExportDamage : public std::runtime_error {
     bool isCut;
 };
 
+// The beginning of a file is not that of an export file that this program can read.
+class ExportHeaderError : public std::runtime_error {
+  public:
+    using std::runtime_error::runtime_error;
+};
+
 }  // namespace Brantel::Tool

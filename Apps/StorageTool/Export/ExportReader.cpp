@@ -26,20 +26,25 @@ ExportReader ExportReader::WithoutHeader(DataFile file) {
 }
 
 void ExportReader::ReadHeader() {
-    std::size_t headerSize = 0;
     try {
-        headerSize = ExportFormat::HeaderSize(Window(0, ExportFormat::headerStartSize));
-    } catch (const std::runtime_error& error) {
-        throw std::runtime_error(file.Path() + ": " + error.what());
-    }
-    const std::string_view bytes = Window(0, headerSize);
-    try {
+        const std::size_t headerSize =
+            ExportFormat::HeaderSize(Window(0, ExportFormat::headerStartSize));
+        const std::string_view bytes = Window(0, headerSize);
         header = ExportFormat::DecodeHeader(bytes);
+        checksum.Add(bytes);
+        place = headerSize;
     } catch (const std::runtime_error& error) {
-        Fail(0, error.what());
+        throw ExportHeaderError(file.Path() + ": " + error.what());
     }
-    checksum.Add(bytes);
-    place = headerSize;
+}
+
+bool ExportReader::IsFinished(const DataFile& file) {
+    const std::uint64_t size = file.Size();
+    std::string bytes(ExportFormat::trailerSize, '\0');
+    ExportFormat::Trailer trailer;
+    return size >= bytes.size() &&
+           file.Read(size - bytes.size(), bytes.data(), bytes.size()) == bytes.size() &&
+           ExportFormat::DecodeTrailer(bytes, trailer);
 }
 
 std::string_view ExportReader::Window(std::uint64_t from, std::uint64_t count) {

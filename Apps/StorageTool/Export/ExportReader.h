@@ -17,8 +17,8 @@ namespace Brantel::Tool {
 // of one record, and 16 bytes for each one that went by. One thread.
 class ExportReader {
   public:
-    // Reads the header. Throws std::runtime_error when the file is no export file, ExportDamage
-    // when it is a damaged one.
+    // Reads the header. Throws ExportHeaderError when the file is no export file, or its header is
+    // damaged.
     explicit ExportReader(DataFile file);
 
     const ExportFormat::Header& Header() const { return header; }
@@ -45,7 +45,10 @@ class ExportReader {
     // Of all bytes before Place().
     const RunningChecksum& Checksum() const { return checksum; }
 
-    // Opens the file at this place whatever its header says: for what is left of a damaged one.
+    // Whether there is a trailer, so that the file was written to its end.
+    static bool IsFinished(const DataFile& file);
+
+    // Opens the file at its beginning whatever its header says: for what is left of a damaged one.
     static ExportReader WithoutHeader(DataFile file);
 
   private:

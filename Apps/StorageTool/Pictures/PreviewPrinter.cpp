@@ -13,7 +13,7 @@ std::string PreviewPrinter::Print(const ProtocolX::DataChunk& chunk) {
     const auto blocks = ChunkForms::Blocks(chunk);
     const ChunkForms::Block* const jpeg = ChunkForms::FindPicture(blocks);
     if (jpeg == nullptr) {
-        return "none of its data blocks is a JPEG picture";
+        return ChunkForms::noPicture;
     }
     std::string drawn;
     try {

@@ -52,4 +52,25 @@ std::string ChunkForms::Json(const DataChunk& chunk, const Context& context) {
     return object.Print();
 }
 
+std::string ChunkForms::Render(const std::string& format, const DataChunk& chunk,
+                               const Context& context, std::string& reason) {
+    if (format == "record") {
+        return Record(chunk, reason);
+    }
+    if (format == "json") {
+        return Json(chunk, context) + "\n";
+    }
+    const std::vector<Block> blocks = Blocks(chunk);
+    std::string bytes;
+    if (format == "mjpeg") {
+        const Block* const picture = FindPicture(blocks);
+        reason = picture == nullptr ? noPicture : "";
+        return picture == nullptr ? bytes : std::string(picture->bytes);
+    }
+    for (const Block& block : blocks) {
+        bytes += block.bytes;
+    }
+    return bytes;
+}
+
 }  // namespace Brantel::Tool

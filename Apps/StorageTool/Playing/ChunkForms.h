@@ -28,8 +28,15 @@ struct ChunkForms {
     // The chunk record. Empty, and why in `reason`, when there is none for this chunk.
     static std::string Record(const ProtocolX::DataChunk& chunk, std::string& reason);
 
-    // One JSON object: timePoint, duration, properties, data.
+    // One JSON object: timePoint, durationNanoseconds, properties, data.
     static std::string Json(const ProtocolX::DataChunk& chunk, const Context& context);
+
+    // Of the form raw (the data blocks one after the other), mjpeg (the picture), record or json
+    // (with the end of its line). Empty, and why in `reason`, when the chunk has no such form.
+    static std::string Render(const std::string& format, const ProtocolX::DataChunk& chunk,
+                              const Context& context, std::string& reason);
+
+    static constexpr const char* noPicture = "none of its data blocks is a JPEG picture";
 };
 
 }  // namespace Brantel::Tool

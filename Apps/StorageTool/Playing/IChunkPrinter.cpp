@@ -17,8 +17,6 @@ using ProtocolX::DataChunk;
 
 namespace {
 
-constexpr const char* noPicture = "none of its data blocks is a JPEG picture";
-
 // The data blocks one after the other, as they are.
 class RawPrinter : public IChunkPrinter {
   public:
@@ -44,7 +42,7 @@ class MjpegPrinter : public IChunkPrinter {
         const auto blocks = ChunkForms::Blocks(chunk);
         const ChunkForms::Block* const picture = ChunkForms::FindPicture(blocks);
         if (picture == nullptr) {
-            return noPicture;
+            return ChunkForms::noPicture;
         }
         context.Out().Write(picture->bytes);
         bytes += static_cast<std::int64_t>(picture->bytes.size());
@@ -110,7 +108,8 @@ class FolderPrinter : public IChunkPrinter {
         const auto blocks = ChunkForms::Blocks(chunk);
         if (format == "mjpeg") {
             const ChunkForms::Block* const picture = ChunkForms::FindPicture(blocks);
-            return picture == nullptr ? noPicture : Write(stem + ".jpg", picture->bytes);
+            return picture == nullptr ? ChunkForms::noPicture
+                                      : Write(stem + ".jpg", picture->bytes);
         }
         for (const ChunkForms::Block& block : blocks) {
             const std::string ending = ChunkForms::IsJpeg(block.bytes) ? ".jpg" : ".bin";

@@ -6,6 +6,7 @@
 #include "Playing/Playback.h"
 #include "SizeText.h"
 #include "VerbList.h"
+#include "Verbs/Arguments.h"
 
 #include <CLI/CLI.hpp>
 
@@ -37,7 +38,7 @@ int Play(Context& context, const PlayOptions& options) {
 }
 
 void DeclareOptions(CLI::App& verb, PlayOptions& options) {
-    verb.add_option("TRACK", options.track, "The track")->required();
+    Arguments::AddTrack(verb, options.track);
     verb.add_option("RANGE", options.range,
                     "Which part: A..B, A.., ..B, A+DURATION or [A_B). Default: all of it");
     verb.add_option("--format", options.format,

@@ -12,6 +12,7 @@
 #include "SizeText.h"
 #include "TimeText.h"
 #include "VerbList.h"
+#include "Verbs/Arguments.h"
 
 #include <CLI/CLI.hpp>
 
@@ -205,7 +206,7 @@ int Record(Context& context, const RecordOptions& options) {
 }
 
 void DeclareOptions(CLI::App& verb, RecordOptions& options) {
-    verb.add_option("TRACK", options.track, "The track")->required();
+    Arguments::AddTrack(verb, options.track);
     verb.add_option("FILE", options.files, "Files, or - for the standard input, the default");
     verb.add_option("--format", options.format,
                     "What the input is: mjpeg: JPEG pictures, one after the other; raw: bytes; "
