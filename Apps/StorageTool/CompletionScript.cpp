@@ -25,7 +25,7 @@ std::string Join(const std::vector<std::string>& words, std::string_view separat
 std::string Quoted(std::string_view text) {
     std::string result = "'";
     for (const char character : text) {
-        result += character == '\'' ? std::string("'\\''") : std::string(1, character);
+        result += character == '\'' ? std::string(R"('\'')") : std::string(1, character);
     }
     return result + "'";
 }
@@ -34,7 +34,7 @@ std::string Quoted(std::string_view text) {
 std::string QuotedForFish(std::string_view text) {
     std::string result = "'";
     for (const char character : text) {
-        result += character == '\'' || character == '\\' ? "\\" : "";
+        result += character == '\'' || character == '\\' ? R"(\)" : "";
         result += character;
     }
     return result + "'";
@@ -109,8 +109,8 @@ std::string BashCases(const VerbModel& root, bool values) {
             text += "        " + Quoted(verb->path) +
                     ")\n            words=" + Quoted(WordsOf(root, *verb)) + "\n";
             text += Takes(*verb, &Argument::IsTrack)
-                        ? "            [[ $cur == -* ]] || words+=\" $(" + std::string(listTracks) +
-                              ")\"\n"
+                        ? R"x(            [[ $cur == -* ]] || words+=" $()x" +
+                              std::string(listTracks) + ")\"\n"
                         : std::string();
             text += Takes(*verb, &Argument::IsFile) ? "            files=1\n" : "";
             text += "            ;;\n";
@@ -164,7 +164,7 @@ std::string ZshValues(const VerbModel& root) {
                 if (!option.choices.empty()) {
                     text += "compadd -- " + Join(option.choices, " ");
                 } else if (option.IsTrack()) {
-                    text += "compadd -- ${(f)\"$(" + std::string(listTracks) + ")\"}";
+                    text += R"x(compadd -- ${(f)"$()x" + std::string(listTracks) + R"x()"})x";
                 } else {
                     text += option.IsFile() ? "_files" : "_message " + Quoted(option.value);
                 }

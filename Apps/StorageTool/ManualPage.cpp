@@ -15,12 +15,12 @@ std::string Escape(std::string_view text) {
     bool atStart = true;
     for (const char character : text) {
         if (atStart && (character == '.' || character == '\'')) {
-            result += "\\&";
+            result += R"(\&)";
         }
         if (character == '\\') {
-            result += "\\e";
+            result += R"(\e)";
         } else if (character == '-') {
-            result += "\\-";
+            result += R"(\-)";
         } else {
             result += character;
         }
@@ -30,11 +30,11 @@ std::string Escape(std::string_view text) {
 }
 
 std::string Bold(std::string_view text) {
-    return "\\fB" + Escape(text) + "\\fR";
+    return R"(\fB)" + Escape(text) + R"(\fR)";
 }
 
 std::string Italic(std::string_view text) {
-    return "\\fI" + Escape(text) + "\\fR";
+    return R"(\fI)" + Escape(text) + R"(\fR)";
 }
 
 std::string Upper(std::string text) {
@@ -178,7 +178,7 @@ std::string ManualPage::NameOf(const VerbModel& verb) {
 std::string ManualPage::Of(const VerbModel& root, const VerbModel& verb, const std::string& version,
                            const std::string& date) {
     const std::string name = NameOf(verb);
-    std::string text = ".TH " + Escape(Upper(name)) + " 1 " + date + " \"Brantel " + version +
+    std::string text = ".TH " + Escape(Upper(name)) + " 1 " + date + R"( "Brantel )" + version +
                        "\" \"Brantel\"\n.SH NAME\n" + Escape(name) + " \\- " +
                        Escape(verb.description) + "\n.SH SYNOPSIS\n" + Synopsis(verb) +
                        "\n.SH DESCRIPTION\n" + Escape(verb.description) + ".\n";

@@ -7,6 +7,7 @@
 
 #include <unistd.h>
 
+#include <algorithm>
 #include <array>
 #include <cstdio>
 #include <utility>
@@ -89,7 +90,12 @@ std::string Progress::Describe(std::int64_t done, Clock::time_point now) const {
     const double perSecond = elapsed.count() > 0 ? static_cast<double>(done) / elapsed.count() : 0;
     std::string text = title + "  ";
     if (total > 0 && onTerminal) {
-        constexpr std::size_t columns = 20;
+        // What stands beside the bar takes about 65 columns, and is worth more.
+        constexpr int beside = 65;
+        constexpr int shortest = 5;
+        constexpr int longest = 20;
+        const auto columns = static_cast<std::size_t>(
+            std::clamp(Terminal::SizeOf(STDERR_FILENO).columns - beside, shortest, longest));
         text += "[" +
                 Table::Bar(static_cast<double>(done) / static_cast<double>(total), columns,
                            context.Style().unicode) +

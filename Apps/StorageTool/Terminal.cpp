@@ -38,10 +38,10 @@ std::size_t PrintableSize(std::string_view text) {
 
 std::string Escape(char byte) {
     if (byte == '\n') {
-        return "\\n";
+        return R"(\n)";
     }
     if (byte == '\t') {
-        return "\\t";
+        return R"(\t)";
     }
     constexpr std::string_view digits = "0123456789abcdef";
     const auto value = static_cast<unsigned char>(byte);

@@ -139,6 +139,32 @@ TEST_F(ToolBashTest, WithoutAServerOnlyTheTracksAreMissing) {
     EXPECT_THAT(Offers("brantel info ''"), AllOf(Contains("--json"), Not(Contains("1"))));
 }
 
+class ToolFishTest : public ToolCompletionTest {
+  protected:
+    void SetUp() override {
+        if (PathOf("fish").empty()) {
+            GTEST_SKIP() << "fish is not installed";
+        }
+    }
+    // What fish offers for the last word of this line, with the descriptions.
+    std::string Offers(const std::string& line) const {
+        ProgramRun run({PathOf("fish"), "-N", "-c",
+                        "source " + Script("fish") + "; complete -C '" + line + "'"},
+                       {{"HOME", folder.Path()}});
+        EXPECT_EQ(run.Wait(), 0);
+        EXPECT_EQ(run.Errors(), "");
+        return run.Output();
+    }
+};
+
+TEST_F(ToolFishTest, VerbsOptionsAndValuesAreOffered) {
+    EXPECT_EQ(Offers("brantel track c"),
+              "clear\tDrops all chunks of tracks that no protection holds\n"
+              "create\tMakes a track\n");
+    EXPECT_THAT(Offers("brantel track create --re"), StartsWith("--retention\t"));
+    EXPECT_EQ(Words(Offers("brantel completion ")), (std::set<std::string>{"bash", "fish", "zsh"}));
+}
+
 TEST(ToolCompletionMisuseTest, AnUnknownShellIsMisuse) {
     EXPECT_EQ(ToolRun({"completion", "tcsh"}).ExitCode(), 2);
     EXPECT_EQ(ToolRun({"completion"}).ExitCode(), 2);

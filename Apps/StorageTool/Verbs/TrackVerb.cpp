@@ -330,7 +330,7 @@ void DeclareCreate(VerbList& verbs, CLI::App& family) {
         ->required()
         ->type_name("");
     verb.add_option("--id", options->id, "Its number; by default the smallest that is free")
-        ->type_name("TRACK")
+        ->type_name("NUMBER")
         ->check(Arguments::Within(1, Arguments::highest));
     AddRate(verb, options->rate);
     verb.add_option("-p,--property", options->properties, "Give it a property, any number of times")
