@@ -13,7 +13,7 @@ namespace {
 
 // Whether the standard error leads to the journal, which then says so by device and file number.
 bool IsJournal() {
-    const char* const stream = std::getenv("JOURNAL_STREAM");  // NOLINT(concurrency-mt-unsafe)
+    const char* const stream = std::getenv("JOURNAL_STREAM");
     struct stat file {};
     if (stream == nullptr || fstat(STDERR_FILENO, &file) != 0) {
         return false;

@@ -19,7 +19,7 @@ Surroundings Surroundings::OfProcess() {
     const uid_t user = geteuid();
     result.isRoot = user == 0;
     // Before there are other threads.
-    const passwd* const entry = getpwuid(user);  // NOLINT(concurrency-mt-unsafe)
+    const passwd* const entry = getpwuid(user);
     result.user = entry == nullptr ? std::to_string(user) : entry->pw_name;
     result.settingsFile = "/etc/brantel/storage.toml";
     return result;
