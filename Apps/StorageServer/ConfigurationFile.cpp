@@ -133,8 +133,9 @@ std::map<std::string, ConfigurationFile::Value> ConfigurationFile::Read(
         const std::string written = TextOf(node);
         const std::optional<Setting::Texts> texts = TextsOf(node, setting->kind);
         if (!texts) {
-            throw std::runtime_error(Place(path, key.source()) + name + " = " + written +
-                                     ": must be " + NameOf(setting->kind));
+            std::string refusal = Place(path, key.source());
+            refusal.append(name).append(" = ").append(written);
+            throw std::runtime_error(refusal.append(": must be ").append(NameOf(setting->kind)));
         }
         values[name] = {*texts, static_cast<int>(key.source().begin.line), written};
     }

@@ -69,7 +69,7 @@ std::string OverTheLimit(const char* what, std::size_t size, std::size_t limit) 
 // How long a send or a receive that blocks may take. An answer that is there, or room for one, is
 // not looked for in a call of its own.
 void SetLongestWait(int fd, int milliseconds) {
-    constexpr int perSecond = 1000;
+    constexpr long perSecond = 1000;
     const timeval time{milliseconds / perSecond, (milliseconds % perSecond) * perSecond};
     for (const int option : {SO_RCVTIMEO, SO_SNDTIMEO}) {
         if (::setsockopt(fd, SOL_SOCKET, option, &time, sizeof(time)) != 0) {
