@@ -3,6 +3,8 @@
 #include "FieldWriter.h"
 #include "TrackError.h"
 
+#include <libEngine/ChunkLayout.h>
+
 #include <algorithm>
 #include <limits>
 
@@ -81,6 +83,7 @@ void EncodedChunk::Encode(std::int64_t track, const Protocol::Chunk& chunk) {
     }
 
     parts.clear();
+    firstSize = first.size();
     parts.emplace_back(first);
     bytes = first.size();
     for (const auto& block : blocks) {
@@ -88,6 +91,31 @@ void EncodedChunk::Encode(std::int64_t track, const Protocol::Chunk& chunk) {
         bytes += block.value().size();
         payloadBytes += block.value().size();
     }
+}
+
+bool EncodedChunk::AlignTo(std::uint64_t offset) {
+    constexpr std::size_t line = 64;
+    constexpr std::size_t large = std::size_t{64} << 10U;
+    Unalign();
+    std::uint64_t place = offset + Engine::ChunkLayout::HeadLength(parts.size(), firstSize);
+    for (std::size_t index = 1; index < parts.size(); ++index) {
+        if (parts[index].size() >= large) {
+            const auto address = reinterpret_cast<std::uintptr_t>(parts[index].data());
+            const std::size_t missing = (address - place) % line;
+            first.append(missing, '\0');
+            parts[0] = first;
+            bytes += missing;
+            return missing > 0;
+        }
+        place += parts[index].size();
+    }
+    return false;
+}
+
+void EncodedChunk::Unalign() {
+    bytes -= first.size() - firstSize;
+    first.resize(firstSize);
+    parts[0] = first;
 }
 
 }  // namespace Brantel::Tracks

@@ -71,7 +71,6 @@ EntryTable::EntryTable(const std::vector<ChunkEntry>& entries) {
         Add(entry);
     }
     bytes.shrink_to_fit();
-    times.shrink_to_fit();
     blocks.shrink_to_fit();
 }
 
@@ -126,22 +125,69 @@ void EntryTable::Cursor::Decode() {
     Apply(differences, entry);
 }
 
-std::size_t EntryTable::FindAfter(std::size_t begin, std::size_t end,
+// The last block of (first, last] that begins at or before the time point, or `first`.
+std::size_t EntryTable::FindBlock(std::size_t first, std::size_t last,
                                   std::int64_t timePoint) const {
-    if (begin >= end) {
-        return end;
+    const std::int64_t from = blocks[first].timePoint;
+    const std::int64_t to = blocks[last].timePoint;
+    if (first == last || timePoint <= from) {
+        return first;
     }
-    // The blocks that begin within (begin, end): in front of the first one after the time point
-    // lies what is looked for.
-    const auto from = times.begin() + static_cast<std::ptrdiff_t>(begin / blockSize + 1);
-    const auto to = times.begin() + static_cast<std::ptrdiff_t>((end - 1) / blockSize + 1);
-    const auto behind = std::upper_bound(from, to, timePoint);
-    const auto block = static_cast<std::size_t>(behind - times.begin()) - 1;
+    if (timePoint >= to) {
+        return last;
+    }
+    // `low` begins at or before it, `high` behind it. The first look is where it lies in a regular
+    // stream; from there in steps that double, until it is between two looks.
+    std::size_t low = first;
+    std::size_t high = last;
+    const auto distance = [from](std::int64_t time) {
+        return static_cast<double>(static_cast<std::uint64_t>(time) -
+                                   static_cast<std::uint64_t>(from));
+    };
+    const double share = distance(timePoint) / distance(to);
+    const std::size_t guess =
+        std::clamp(first + static_cast<std::size_t>(share * static_cast<double>(last - first)),
+                   first, last - 1);
+    const bool isBehind = blocks[guess].timePoint <= timePoint;
+    (isBehind ? low : high) = guess;
+    for (std::size_t stride = 1; low + stride < high; stride *= 2) {
+        const std::size_t look = isBehind ? low + stride : high - stride;
+        const bool isLow = blocks[look].timePoint <= timePoint;
+        (isLow ? low : high) = look;
+        if (isLow != isBehind) {
+            break;
+        }
+    }
+    while (high - low > 1) {
+        const std::size_t middle = low + (high - low) / 2;
+        (blocks[middle].timePoint <= timePoint ? low : high) = middle;
+    }
+    return low;
+}
+
+EntryTable::Cursor EntryTable::SeekAfter(std::size_t begin, std::size_t end,
+                                         std::int64_t timePoint) const {
+    const std::size_t block = FindBlock(begin / blockSize, (end - 1) / blockSize, timePoint);
     Cursor cursor(*this, std::max(begin, block * blockSize));
     while (cursor.GetIndex() < end && cursor.GetEntry().timePoint <= timePoint) {
         cursor.Next();
     }
-    return std::min(cursor.GetIndex(), end);
+    return cursor;
+}
+
+std::optional<ChunkEntry> EntryTable::FindUpTo(std::size_t begin, std::size_t end,
+                                               std::int64_t timePoint) const {
+    std::optional<ChunkEntry> found;
+    if (begin >= end) {
+        return found;
+    }
+    const std::size_t block = FindBlock(begin / blockSize, (end - 1) / blockSize, timePoint);
+    Cursor cursor(*this, std::max(begin, block * blockSize));
+    while (cursor.GetIndex() < end && cursor.GetEntry().timePoint <= timePoint) {
+        found = cursor.GetEntry();
+        cursor.Next();
+    }
+    return found;
 }
 
 void EntryTable::ReserveOne() {
@@ -151,9 +197,6 @@ void EntryTable::ReserveOne() {
         bytes.reserve(std::max(fewBytes, bytes.size() + bytes.size() / 2));
     }
     const std::size_t moreBlocks = std::max(fewBlocks, blocks.size() + blocks.size() / 2);
-    if (times.size() == times.capacity()) {
-        times.reserve(moreBlocks);
-    }
     if (blocks.size() == blocks.capacity()) {
         blocks.reserve(moreBlocks);
     }
@@ -162,8 +205,7 @@ void EntryTable::ReserveOne() {
 void EntryTable::Add(const ChunkEntry& entry) {
     ReserveOne();
     if (size % blockSize == 0) {
-        times.push_back(entry.timePoint);
-        blocks.push_back(Block{durationSum, bytes.size()});
+        blocks.push_back(Block{entry.timePoint, durationSum, bytes.size()});
         last = {};
     }
     const Differences differences = Compare(entry, last);

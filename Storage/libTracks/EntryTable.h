@@ -4,6 +4,7 @@
 
 #include <cstddef>
 #include <cstdint>
+#include <optional>
 #include <vector>
 
 namespace Brantel::Tracks {
@@ -12,8 +13,8 @@ namespace Brantel::Tracks {
 // That of an open segment is guarded by the track's state; that of a sealed one never changes.
 //
 // Entries are kept as what differs from what the one before lets expect, a few bytes for chunks of
-// a regular stream, in blocks that can be read each by itself. So a lookup is a binary search over
-// the blocks and a walk through one.
+// a regular stream, in blocks that can be read each by itself. So a lookup is a search over the
+// blocks, which begins where a regular stream has what is looked for, and a walk through one.
 class EntryTable {
   public:
     // Walks forwards. Good until the table changes.
@@ -51,7 +52,14 @@ class EntryTable {
 
     // The first index in [begin, end) whose time point is after `timePoint`; `end` when there is
     // none. The time points in [begin, end) increase.
-    std::size_t FindAfter(std::size_t begin, std::size_t end, std::int64_t timePoint) const;
+    std::size_t FindAfter(std::size_t begin, std::size_t end, std::int64_t timePoint) const {
+        return begin >= end ? end : SeekAfter(begin, end, timePoint).GetIndex();
+    }
+    // A cursor there; begin < end.
+    Cursor SeekAfter(std::size_t begin, std::size_t end, std::int64_t timePoint) const;
+    // The last entry in [begin, end) whose time point is not after `timePoint`, if one is.
+    std::optional<Engine::ChunkEntry> FindUpTo(std::size_t begin, std::size_t end,
+                                               std::int64_t timePoint) const;
 
     // Makes room, so that the next Add does not fail.
     void ReserveOne();
@@ -59,20 +67,22 @@ class EntryTable {
 
     // Memory taken, in bytes.
     std::size_t GetMemory() const {
-        return sizeof *this + bytes.capacity() + times.capacity() * sizeof(std::int64_t) +
-               blocks.capacity() * sizeof(Block);
+        return sizeof *this + bytes.capacity() + blocks.capacity() * sizeof(Block);
     }
 
   private:
     static constexpr std::size_t blockSize = 32;  // entries
 
     struct Block {
+        std::int64_t timePoint = 0;  // of its first entry
         std::uint64_t durationBefore = 0;
         std::size_t place = 0;  // in the bytes
     };
 
-    // Of the first entry of each block; on their own, so that a search touches little memory.
-    std::vector<std::int64_t> times;
+    std::size_t FindBlock(std::size_t begin, std::size_t end, std::int64_t timePoint) const;
+
+    // All of a block together: a large table is not in the processor's caches, and a lookup should
+    // wait for one line of it, not for several.
     std::vector<Block> blocks;
     std::vector<unsigned char> bytes;
     std::size_t size = 0;

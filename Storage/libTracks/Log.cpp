@@ -42,11 +42,11 @@ std::optional<FoundChunk> Log::FindAfter(std::int64_t timePoint, TableSet& table
     if (table == nullptr) {
         return std::nullopt;
     }
-    const std::size_t index = table->FindAfter(run->begin, run->end, timePoint);
-    if (index == run->end) {
+    const EntryTable::Cursor found = table->SeekAfter(run->begin, run->end, timePoint);
+    if (found.GetIndex() == run->end) {
         ThrowIndexDamaged(*run);
     }
-    return FoundChunk{{track, kind, run->segment}, table->GetEntry(index)};
+    return FoundChunk{{track, kind, run->segment}, found.GetEntry()};
 }
 
 std::optional<FoundChunk> Log::FindUpTo(std::int64_t timePoint, TableSet& tables) const {
@@ -60,11 +60,11 @@ std::optional<FoundChunk> Log::FindUpTo(std::int64_t timePoint, TableSet& tables
     if (table == nullptr) {
         return std::nullopt;
     }
-    const std::size_t behindIt = table->FindAfter(run.begin, run.end, timePoint);
-    if (behindIt == run.begin) {
+    const auto found = table->FindUpTo(run.begin, run.end, timePoint);
+    if (!found) {
         ThrowIndexDamaged(run);
     }
-    return FoundChunk{{track, kind, run.segment}, table->GetEntry(behindIt - 1)};
+    return FoundChunk{{track, kind, run.segment}, *found};
 }
 
 ChunkSums Log::SumBefore(std::int64_t timePoint, TableSet& tables) const {
@@ -77,10 +77,10 @@ ChunkSums Log::SumBefore(std::int64_t timePoint, TableSet& tables) const {
     if (table == nullptr) {
         return {};
     }
-    const std::size_t index = run->first >= timePoint
-                                  ? run->begin
-                                  : table->FindAfter(run->begin, run->end, timePoint - 1);
-    return {run->countBase + index, run->durationBase + table->GetDurationBefore(index)};
+    const EntryTable::Cursor place = run->first >= timePoint
+                                         ? EntryTable::Cursor(*table, run->begin)
+                                         : table->SeekAfter(run->begin, run->end, timePoint - 1);
+    return {run->countBase + place.GetIndex(), run->durationBase + place.GetDurationBefore()};
 }
 
 void Log::Open(std::uint64_t segment, std::shared_ptr<EntryTable> table) {

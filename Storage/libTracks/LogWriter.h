@@ -2,6 +2,7 @@
 
 #include "TrackContext.h"
 
+#include <libEngine/ChunkLayout.h>
 #include <libEngine/EngineTypes.h>
 
 #include <cstdint>
@@ -28,6 +29,10 @@ class LogWriter {
     bool HasTail() const { return tail != 0; }
     // 0: none.
     std::uint64_t GetTail() const { return tail; }
+    // Where the next chunk goes in the tail, or will go in the next one.
+    std::uint32_t GetEnd() const {
+        return tail == 0 ? Engine::ChunkLayout::segmentHeaderSize : end;
+    }
     // Chunks in the tail, readable or not.
     std::uint32_t GetTailCount() const { return count; }
 

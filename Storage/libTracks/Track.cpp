@@ -301,7 +301,7 @@ void Track::WakeWaiting() {
     state.appended.notify_all();
 }
 
-void Track::Append(const EncodedChunk& chunk) {
+void Track::Append(EncodedChunk& chunk) {
     Named([&] { changes.Append(chunk); });
 }
 

@@ -84,7 +84,8 @@ class Track {
 
     // ---- changes ----
 
-    void Append(const EncodedChunk& chunk);
+    // May change how the chunk is laid out, not what it says.
+    void Append(EncodedChunk& chunk);
     void Clear();
     void Protect(std::int64_t id, std::int64_t timePoint, std::int64_t duration);
     bool HasProtection(std::int64_t id);

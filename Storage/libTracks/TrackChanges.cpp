@@ -31,15 +31,27 @@ void TrackChanges::Load(const TrackRecord& record) {
     recycler.RemoveEmptied();
 }
 
-void TrackChanges::Append(const EncodedChunk& chunk) {
+// The length of the chunk at the end of the ring.
+std::uint64_t TrackChanges::LayOut(EncodedChunk& chunk) {
+    const auto length = [&chunk] {
+        return ChunkLayout::Length(chunk.GetParts().size(), chunk.GetBytes());
+    };
+    const std::uint64_t largest = TrackGeometry::LargestChunk(GetCapacity(), context.segmentSize);
+    if (chunk.AlignTo(logs.ring.GetEnd()) && ChunkLayout::Cost(length()) > largest) {
+        chunk.Unalign();
+    }
+    return length();
+}
+
+void TrackChanges::Append(EncodedChunk& chunk) {
     const std::lock_guard lock(gate);
-    const std::uint64_t length = ChunkLayout::Length(chunk.GetParts().size(), chunk.GetBytes());
-    const std::uint64_t cost = ChunkLayout::Cost(length);
     Engine::Durability durability;
-    RecyclePlan plan = PlanAppend(chunk, cost, durability);
+    std::uint64_t length = LayOut(chunk);
+    RecyclePlan plan = PlanAppend(chunk, ChunkLayout::Cost(length), durability);
     if (!logs.ring.Takes(length)) {
         recycler.MakeRingTail();
-        plan = PlanAppend(chunk, cost, durability);
+        length = LayOut(chunk);
+        plan = PlanAppend(chunk, ChunkLayout::Cost(length), durability);
     }
     recycler.Carry(plan);
 

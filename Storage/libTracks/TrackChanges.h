@@ -30,7 +30,7 @@ class TrackChanges {
     // At the start of a server: finds out what the track holds.
     void Load(const TrackRecord& record);
 
-    void Append(const EncodedChunk& chunk);
+    void Append(EncodedChunk& chunk);
     void Clear();
     void Protect(std::int64_t id, const Protections::Stretch& stretch);
     // False: there is no such protection.
@@ -45,6 +45,7 @@ class TrackChanges {
     void SetCapacity(std::uint64_t capacity, std::vector<Engine::RecordChange> changes);
 
   private:
+    std::uint64_t LayOut(EncodedChunk& chunk);
     RecyclePlan PlanAppend(const EncodedChunk& chunk, std::uint64_t cost,
                            Engine::Durability& durability);
     void CheckAppendLocked(const EncodedChunk& chunk, std::uint64_t cost) const;

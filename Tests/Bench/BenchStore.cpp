@@ -1,7 +1,5 @@
 #include "Bench/BenchStore.h"
 
-#include <sys/stat.h>
-#include <sys/sysmacros.h>
 #include <sys/wait.h>
 #include <unistd.h>
 
@@ -50,8 +48,8 @@ Protocol::TimePoint At(std::int64_t nanoseconds) {
 }
 
 BenchStore::BenchStore(const std::string& directory, Preparation preparation,
-                       const Tracks::StorageOptions& options)
-    : engine(MakeOptions(directory, preparation)),
+                       const Tracks::StorageOptions& options, Engine::IFileCalls* calls)
+    : engine(MakeOptions(directory, preparation), calls),
       tracks(engine, options),
       storage(tracks.MakeTrackStorage()) {}
 
@@ -152,24 +150,6 @@ double InKilledProcess(const std::function<double()>& work) {
 double PrivateMemory() {
     constexpr double kibi = 1024;
     return FieldOf("/proc/self/status", "RssAnon") * kibi;
-}
-
-double WrittenBytes(const std::string& folder) {
-    // Not what the process is told of its own: there the system counts whole folios, which it keeps
-    // in memory in one piece, although it writes the pages that have changed.
-    struct stat status {};
-    if (::stat(folder.c_str(), &status) != 0) {
-        return -1;
-    }
-    std::ifstream fields("/sys/dev/block/" + std::to_string(major(status.st_dev)) + ":" +
-                         std::to_string(minor(status.st_dev)) + "/stat");
-    constexpr int sectorsWritten = 7;
-    constexpr double sectorSize = 512;
-    double value = -1;
-    for (int field = 1; field <= sectorsWritten; ++field) {
-        fields >> value;
-    }
-    return fields ? value * sectorSize : -1;
 }
 
 }  // namespace Brantel::Bench

@@ -24,7 +24,7 @@ class BenchStore {
     using Preparation = Engine::LocalOptions::Preparation;
 
     BenchStore(const std::string& directory, Preparation preparation,
-               const Tracks::StorageOptions& options = {});
+               const Tracks::StorageOptions& options = {}, Engine::IFileCalls* calls = nullptr);
 
     // Makes a track with this `storage.durability` and waits until it is there.
     void Create(long track, std::uint64_t capacity, const std::string& durability);
@@ -68,8 +68,5 @@ double InKilledProcess(const std::function<double()>& work);
 
 // Memory of this process that lies in no file, in bytes.
 double PrivateMemory();
-// What was written so far to the disk that holds the folder, by everybody, in bytes: of use only
-// while nobody else writes. -1 where the system does not tell.
-double WrittenBytes(const std::string& folder);
 
 }  // namespace Brantel::Bench
