@@ -22,7 +22,7 @@ class RunTest(MadeUpTree.MadeUpTree):
             '#!/bin/bash\nhere=$(dirname "$0")/..\nname=$(basename "$0")\n'
             'echo "$name $*" >> "$here/calls"\n[[ ! -e "$here/fail-$name" ]]\n'
         )
-        for name in ("apt-get", "python3", "ninja"):
+        for name in ("apt-get", "python3", "ninja", "cpack"):
             self.command(name)
         self.command("dpkg-query", '[[ ${@: -1} == present ]] && echo installed || echo none\n')
         self.command("id", "echo 0\n")
@@ -103,6 +103,23 @@ class RunTest(MadeUpTree.MadeUpTree):
         code, _, err = self.run_("install", path=f"{self.tree}/bin")
         self.assertEqual(code, 1)
         self.assertIn("these packages are missing, and installing them needs root or sudo: absent other", err)
+
+    def testThePackagesAreMadeOfWhatIsInstalledAndListed(self):
+        self.command("cpack", "mkdir -p packages && touch packages/new.deb\n")
+        self.put("build/release/packages/old.deb")
+        code, out, _ = self.run_("package")
+        self.assertEqual((code, out), (0, "build/release/packages/new.deb\n"))
+        self.assertIn("cmake --build --preset release --target InstalledParts", self.calls())
+
+    def testPackagesThatCanNotBeMadeFailTheCommand(self):
+        self.put("fail-cpack")
+        self.assertEqual(self.run_("package")[0], 1)
+
+    def testTheSoakTakesMinutes(self):
+        self.put("build/release/Tests/System/Soak", '#!/bin/bash\necho "soak $*"\n', executable=True)
+        self.assertEqual(self.run_("soak", "2")[1], "soak 120\n")
+        self.assertEqual(self.run_("soak")[1], "soak 600\n")
+        self.assertEqual(self.run_("soak", "soon")[0], 2)
 
     def testWhatAptRefusesFailsTheCommand(self):
         self.put("fail-apt-get")
