@@ -1,6 +1,6 @@
 #pragma once
 
-#include "Pictures/JpegDecoder.h"
+#include <StorageTool/Pictures/JpegDecoder.h>
 
 #include <string>
 
