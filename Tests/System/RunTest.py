@@ -158,9 +158,10 @@ class RunTest(MadeUpTree.MadeUpTree):
         self.assertEqual((code, out.splitlines()[-1]), (1, "32 passed, 1 failed, 0 skipped"))
 
     def proofs(self, tests, failed=False):
-        for program in ("LocalEngineTest", "LocalEngineCrashTest"):
+        storage = ("LocalEngineTest", "LocalEngineCrashTest", "TracksCrashTest")
+        for program in (*(f"Unit/Storage/{name}" for name in storage), "System/SystemTest"):
             self.put(
-                f"build/release/Tests/Unit/Storage/{program}",
+                f"build/release/Tests/{program}",
                 f'#!/bin/bash\necho "${{BRANTEL_PROVE:-short}}" >> calls\nprintf \'{tests}\' > "${{2#*xml:}}"\nexit {int(failed)}\n',
                 executable=True,
             )
@@ -170,12 +171,12 @@ class RunTest(MadeUpTree.MadeUpTree):
         code, out, _ = self.run_("prove")
         self.assertEqual(code, 0)
         self.assertRegex(out, r"(?m)^loss of power on xfs +42  ok ")
-        self.assertEqual(self.calls().count("1"), 4)
+        self.assertEqual(self.calls().count("1"), 8)
 
     def testTheShortFormOfProveTriesAsOftenAsTheTests(self):
         self.proofs('<testsuite tests="2">\\n')
         self.assertEqual(self.run_("prove", "--short")[0], 0)
-        self.assertEqual(self.calls().count("short"), 4)
+        self.assertEqual(self.calls().count("short"), 8)
 
     def testAProofThatFailsFailsProve(self):
         self.proofs('<testsuite tests="2">\\n', failed=True)
@@ -192,7 +193,7 @@ class RunTest(MadeUpTree.MadeUpTree):
         code, out, _ = self.run_("prove")
         self.assertEqual(code, 0)
         self.assertRegex(out, r"(?m)^loss of power on ext4 +0  SKIPPED")
-        self.assertIn("4 of these proofs were SKIPPED", out)
+        self.assertIn("8 of these proofs were SKIPPED", out)
 
     def testFindingsOfLintFailTheRun(self):
         self.put("fail-python3")

@@ -2,6 +2,7 @@
 // everything that was answered is there as it was sent, nothing else is, and all of it in order.
 
 #include "ServerProcess.h"
+#include "Support/ProofSize.h"
 #include "Support/TemporaryFolder.h"
 
 #include <libProtocolX/DataChunk.h>
@@ -30,9 +31,8 @@ using Time::TimePoint;
 
 // BRANTEL_KILL_CYCLES makes it longer.
 int CountCycles() {
-    constexpr int inEveryRun = 100;
     const char* const wanted = std::getenv("BRANTEL_KILL_CYCLES");
-    return wanted == nullptr ? inEveryRun : std::atoi(wanted);
+    return wanted == nullptr ? static_cast<int>(ProofSize(100, 2000)) : std::atoi(wanted);
 }
 
 class ServerKillTest : public testing::Test {
@@ -130,6 +130,7 @@ TEST_F(ServerKillTest, WhatWasAnsweredIsThereAfterEveryKill) {
             FAIL() << "in cycle " << cycle;
         }
     }
+    RecordProperty("cycles", CountCycles());
 }
 
 TEST_F(ServerKillTest, ATrackThatWasBeingMadeIsThereOrNotAtAll) {

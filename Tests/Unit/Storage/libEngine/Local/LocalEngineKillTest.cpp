@@ -1,6 +1,7 @@
 #include "Support/ChildProcess.h"
 #include "Support/LocalStoreTest.h"
 #include "Support/LocalWorkload.h"
+#include "Support/ProofSize.h"
 
 #include <gtest/gtest.h>
 
@@ -40,11 +41,10 @@ class LocalEngineKillTest : public LocalStoreTest {
   protected:
     static constexpr std::uint64_t maxHeard = 16;
 
-    // How often the writer is killed in each test: as BRANTEL_KILL_CYCLES says.
+    // How often the writer is killed in each of the three tests.
     static int GetCycles() {
-        constexpr int usual = 70;
         const char* wanted = std::getenv("BRANTEL_KILL_CYCLES");
-        return wanted == nullptr ? usual : std::atoi(wanted);
+        return wanted == nullptr ? static_cast<int>(Tests::ProofSize(70, 700)) : std::atoi(wanted);
     }
 
     // A child that writes until it is killed, a random time after a random number of operations;
