@@ -13,18 +13,18 @@ bool ArrivalRoom::Take(std::uint64_t bytes, const std::function<bool()>& isOver,
         taken += bytes;
         return true;
     }
-    const auto waiter = waiters.emplace(waiters.end());
-    waiter->bytes = bytes;
-    while (!waiter->served) {
-        waiter->wake.wait_for(guard, pause);
-        if (!waiter->served && isOver()) {
-            waiters.erase(waiter);
+    Waiter waiter;
+    waiter.bytes = bytes;
+    waiters.push_back(&waiter);
+    while (!waiter.served) {
+        waiter.wake.wait_for(guard, pause);
+        if (!waiter.served && isOver()) {
+            waiters.remove(&waiter);
             // It may have been the one that the others could not pass.
             ServeWaiters();
             return false;
         }
     }
-    waiters.erase(waiter);
     return true;
 }
 
@@ -34,18 +34,13 @@ void ArrivalRoom::GiveBack(std::uint64_t bytes) noexcept {
     ServeWaiters();
 }
 
-// Those that have been served leave the list by themselves.
 void ArrivalRoom::ServeWaiters() noexcept {
-    for (Waiter& waiter : waiters) {
-        if (waiter.served) {
-            continue;
-        }
-        if (size - taken < waiter.bytes) {
-            return;
-        }
-        taken += waiter.bytes;
-        waiter.served = true;
-        waiter.wake.notify_one();
+    while (!waiters.empty() && size - taken >= waiters.front()->bytes) {
+        Waiter& first = *waiters.front();
+        waiters.pop_front();
+        taken += first.bytes;
+        first.served = true;
+        first.wake.notify_one();
     }
 }
 

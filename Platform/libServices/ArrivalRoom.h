@@ -38,9 +38,9 @@ class ArrivalRoom {
 
     const std::uint64_t size;
     mutable std::mutex mutex;
-    // Guarded by the mutex.
+    // Guarded by the mutex. Each waiter is the waiting thread's own.
     std::uint64_t taken = 0;
-    std::list<Waiter> waiters;
+    std::list<Waiter*> waiters;
 };
 
 }  // namespace Brantel::Services

@@ -19,14 +19,16 @@ namespace {
 thread_local const ConnectionThreads* ownerOfThisThread = nullptr;
 
 void DescribeUnixPeer(int connection, PeerAddress& peer) {
+    peer.text = SocketAddress::OfSocket(connection).Text();
     ucred process{};
     socklen_t size = sizeof(process);
-    if (getsockopt(connection, SOL_SOCKET, SO_PEERCRED, &process, &size) == 0) {
-        peer.user = process.uid;
-        peer.group = process.gid;
+    if (getsockopt(connection, SOL_SOCKET, SO_PEERCRED, &process, &size) != 0) {
+        peer.text += " unknown process";
+        return;
     }
-    peer.text = SocketAddress::OfSocket(connection).Text() + " process " +
-                std::to_string(process.pid) + " user " + std::to_string(process.uid);
+    peer.user = process.uid;
+    peer.group = process.gid;
+    peer.text += " process " + std::to_string(process.pid) + " user " + std::to_string(process.uid);
 }
 
 PeerAddress Describe(int connection, const SocketAddress& address, std::uint64_t connectionId) {
@@ -104,8 +106,7 @@ void ConnectionThreads::Serve(OwnedDescriptor socket, const SocketAddress& addre
         }
         one.emplace_back(peer);
         one.front().stream.emplace(socket.Release(), options.messageLimit, governor);
-        one.front().stream->SetLimits(options.limits, options.bytesInFlight > 0 ? &room : nullptr,
-                                      &counts);
+        one.front().stream->SetLimits(options.limits, &room, &counts);
         Start(one);
     } catch (const std::exception& error) {
         Refuse(peer, error.what());

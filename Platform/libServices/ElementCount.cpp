@@ -78,12 +78,12 @@ bool ElementCount::Add(const Descriptor& type, const unsigned char* data, std::s
 }
 
 bool ElementCount::AddText() {
-    tooMany = tooMany || ++elements > elementLimit;
+    tooMany = ++elements > elementLimit;
     return !IsOver();
 }
 
 bool ElementCount::AddPart(int depth) {
-    tooDeep = tooDeep || depth + 1 > depthLimit;
+    tooDeep = depth + 1 > depthLimit;
     return AddText();
 }
 

@@ -135,6 +135,12 @@ void FileDescriptorServiceConnection::SetLimits(const ConnectionLimits& newLimit
     }
 }
 
+void FileDescriptorServiceConnection::Count(std::atomic<std::uint64_t> LimitCounts::*what) {
+    if (counts != nullptr) {
+        ++(counts->*what);
+    }
+}
+
 void FileDescriptorServiceConnection::Close() {
     closed.store(true);
     broken.store(true);
@@ -218,8 +224,8 @@ void FileDescriptorServiceConnection::SendLarge(const Message& message, std::siz
 
 void FileDescriptorServiceConnection::NoteSendError(int error) {
     if (error != 0) {
-        if (error == TransferPace::tooSlow && counts != nullptr) {
-            ++counts->slowReceivers;
+        if (error == TransferPace::tooSlow) {
+            Count(&LimitCounts::slowReceivers);
         }
         sendError.store(error);
         broken.store(true);
@@ -250,9 +256,7 @@ inline std::size_t FileDescriptorServiceConnection::ReceiveLength() {
         }
     }
     if (size > messageLimit) {
-        if (counts != nullptr) {
-            ++counts->oversizedMessages;
-        }
+        Count(&LimitCounts::oversizedMessages);
         lost = OverTheLimit("Connection lost: message of ", size, messageLimit);
         throw SocketDisconnected(lost);
     }
@@ -288,7 +292,7 @@ bool FileDescriptorServiceConnection::ReceiveLarge(Message& message, std::size_t
     reader->TakeWholeBuffer();
     reader->BeginMessage();
     ElementCount count(limits.elements, limits.depth);
-    const bool isCounted = limits.elements < size || limits.depth < ConnectionLimits::highestDepth;
+    const bool isCounted = limits.elements != ConnectionLimits().elements;
     const bool valid =
         MessageReceiver(*reader, limits.depth, isCounted ? &count : nullptr).Receive(message, size);
     refusal = count.Reason();
@@ -299,8 +303,8 @@ void FileDescriptorServiceConnection::TakeRoom(std::size_t size) {
     bool waited = false;
     const bool isThere = room->Take(
         size, [this] { return broken.load() || PeerGone(); }, waited);
-    if (waited && counts != nullptr) {
-        ++counts->delayedMessages;
+    if (waited) {
+        Count(&LimitCounts::delayedMessages);
     }
     if (!isThere) {
         throw SocketDisconnected("Connection lost while a message waited for room");
@@ -317,9 +321,7 @@ void FileDescriptorServiceConnection::GiveRoomBack() noexcept {
 
 void FileDescriptorServiceConnection::ThrowInvalid(const Message& message, std::size_t size) {
     if (!refusal.empty()) {
-        if (counts != nullptr) {
-            ++counts->refusedMessages;
-        }
+        Count(&LimitCounts::refusedMessages);
         const std::string why = std::move(refusal);
         refusal.clear();
         throw MessageRefused("Message of " + std::to_string(size) + " bytes " + why);
@@ -366,8 +368,8 @@ bool FileDescriptorServiceConnection::Receive(Message& message) {
         } else if (lost.empty()) {
             lost = Describe(failure);
         }
-        if (reader->WasTooSlow() && counts != nullptr) {
-            ++counts->slowMessages;
+        if (reader->WasTooSlow()) {
+            Count(&LimitCounts::slowMessages);
         }
         throw SocketDisconnected(lost);
     }

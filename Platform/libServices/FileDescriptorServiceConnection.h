@@ -92,6 +92,7 @@ class FileDescriptorServiceConnection : public IServiceConnection {
     bool ReceiveBody(google::protobuf::Message& message, std::size_t size);
     bool ReceiveLarge(google::protobuf::Message& message, std::size_t size);
     void TakeRoom(std::size_t size);
+    void Count(std::atomic<std::uint64_t> LimitCounts::*what);
     void GiveRoomBack() noexcept;
     [[noreturn]] void ThrowInvalid(const google::protobuf::Message& message, std::size_t size);
     void SendSmall(const google::protobuf::Message& message, std::size_t size);

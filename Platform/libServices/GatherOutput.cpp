@@ -29,7 +29,11 @@ bool Drop(iovec*& parts, std::size_t& count, std::size_t size) {
 }  // namespace
 
 int SendParts(int fd, iovec* parts, std::size_t count, TransferPace& pace) {
-    while (count > 0) {
+    std::size_t sent = 0;
+    while (!Drop(parts, count, sent)) {
+        if (!pace.Keeps(sent)) {
+            return TransferPace::tooSlow;
+        }
         msghdr message{};
         message.msg_iov = parts;
         message.msg_iovlen = count;
@@ -40,13 +44,7 @@ int SendParts(int fd, iovec* parts, std::size_t count, TransferPace& pace) {
         } else if (result < 0 && errno != EINTR) {
             return errno;
         }
-        const auto sent = static_cast<std::size_t>(std::max<ssize_t>(result, 0));
-        if (Drop(parts, count, sent)) {
-            return 0;
-        }
-        if (!pace.Keeps(sent)) {
-            return TransferPace::tooSlow;
-        }
+        sent = static_cast<std::size_t>(std::max<ssize_t>(result, 0));
     }
     return 0;
 }

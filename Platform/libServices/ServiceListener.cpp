@@ -49,10 +49,8 @@ ServiceListenerOptions Checked(ServiceListenerOptions options) {
                ConnectionLimits::highestDepth);
     CheckRange("Rate", options.limits.bytesPerSecond, 0, std::uint64_t{1} << 40U);
     CheckRange("Grace", static_cast<std::uint64_t>(options.limits.grace.count()), 1, hour);
-    if (options.bytesInFlight > 0) {
-        CheckRange("Number of bytes in flight", options.bytesInFlight, options.messageLimit,
-                   UINT64_MAX);
-    }
+    CheckRange("Number of bytes in flight", options.bytesInFlight, options.messageLimit,
+               UINT64_MAX);
     CheckRange("Stop grace", static_cast<std::uint64_t>(options.stopGrace.count()), 0, hour);
     CheckRange("Accept pause", static_cast<std::uint64_t>(options.acceptPause.count()), 1, hour);
     return options;

@@ -10,6 +10,7 @@
 #include <cstddef>
 #include <cstdint>
 #include <functional>
+#include <limits>
 #include <memory>
 #include <mutex>
 #include <string>
@@ -47,9 +48,8 @@ struct ServiceListenerOptions {
     // What else each of them may take.
     ConnectionLimits limits;
     // Bytes of messages of more than 64 KiB that arrive and are served at once, over all
-    // connections, at least messageLimit; what does not fit waits, first come first served. 0: no
-    // limit.
-    std::uint64_t bytesInFlight = 0;
+    // connections, at least messageLimit; what does not fit waits, first come first served.
+    std::uint64_t bytesInFlight = std::numeric_limits<std::uint64_t>::max();
     // The stack of each connection's thread in bytes, 256 KiB to 1 MiB; memory is taken as it is
     // used.
     std::size_t stackSize = std::size_t{512} * 1024;

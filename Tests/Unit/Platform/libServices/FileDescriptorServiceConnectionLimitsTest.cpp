@@ -205,6 +205,47 @@ TEST_F(FileDescriptorServiceConnectionLimitsTest, TooManyElementsInAGroupAreRefu
     ExpectInStep();
 }
 
+TEST_F(FileDescriptorServiceConnectionLimitsTest, ALongTextOrPartThatIsOneTooManyIsRefused) {
+    LimitElements(40'000, 8);
+    for (int i = 0; i < 40'000; ++i) {
+        file.add_dependency();
+    }
+    FileDescriptorProto withPart = file;
+    file.add_dependency(std::string(100'000, 't'));
+    withPart.add_message_type()->set_name(std::string(100'000, 'p'));
+    std::thread writing([&] {
+        peer.Write(Frame(file));
+        peer.Write(Frame(withPart));
+    });
+    FileDescriptorProto got;
+    EXPECT_EQ(TextOfRefused(got),
+              "Message of 180004 bytes holds more elements than the limit of 40000");
+    EXPECT_EQ(TextOfRefused(got),
+              "Message of 180008 bytes holds more elements than the limit of 40000");
+    writing.join();
+    ExpectInStep();
+}
+
+TEST_F(FileDescriptorServiceConnectionLimitsTest, LongPartsThatNestTooDeepAreRefused) {
+    LimitElements(40'000, 3);
+    auto* part = file.add_message_type();
+    part = part->add_nested_type()->add_nested_type();
+    part->set_name(std::string(60'000, 'n'));
+    const FileDescriptorProto deepest = file;
+    part->add_nested_type()->set_name(std::string(60'000, 'n'));
+    std::thread writing([&] {
+        peer.Write(Frame(deepest));
+        peer.Write(Frame(file));
+    });
+    FileDescriptorProto got;
+    EXPECT_TRUE(connection.Receive(got));
+    EXPECT_EQ(got.ByteSizeLong(), deepest.ByteSizeLong());
+    EXPECT_EQ(TextOfRefused(got), "Message of " + std::to_string(file.ByteSizeLong()) +
+                                      " bytes nests deeper than the limit of 3");
+    writing.join();
+    ExpectInStep();
+}
+
 TEST_F(FileDescriptorServiceConnectionLimitsTest, ASmallMessageThatNestsTooDeepIsRefused) {
     LimitElements(40'000, 8);
     peer.Write(FrameOf(Groups(8)));
@@ -267,7 +308,8 @@ TEST_F(FileDescriptorServiceConnectionLimitsTest, AMessageWaitsForRoomAndIsNotTo
     std::thread writing([&] { peer.Write(Frame(MessageOfSize(150'000))); });
     Receiving receiving(*this);
     receiving.WaitUntilBlocked(SYS_futex);
-    std::this_thread::sleep_for(milliseconds(60));
+    // Long enough that it has looked more than once whether its connection is still there.
+    std::this_thread::sleep_for(milliseconds(350));
     room.GiveBack(100'000);
     EXPECT_EQ(receiving.Join(), "");
     writing.join();

@@ -53,6 +53,15 @@ TEST_F(FileDescriptorServiceConnectionSystemTest, ASocketThatDoesNotTellItsKindI
     EXPECT_TRUE(pair.far.Read(frame.size()) == frame);
 }
 
+TEST_F(FileDescriptorServiceConnectionSystemTest, ASocketWhoseWaitsCannotBeLimitedIsRefused) {
+    ConnectionLimits limits;
+    limits.bytesPerSecond = 1000;
+    const ScriptedCall setsockopt(SystemCall::Setsockopt, {Fails(ENOPROTOOPT)});
+    EXPECT_EQ(TextOf<std::system_error>([&] { connection.SetLimits(limits, nullptr, nullptr); }),
+              "Could not limit the waits of descriptor " + std::to_string(descriptor) +
+                  ": Protocol not available");
+}
+
 TEST_F(FileDescriptorServiceConnectionSystemTest, ASignalDuringAPollIsNoLoss) {
     governor.SetBudget(std::chrono::hours(1));
     peer.Write(Tests::Frame(Tests::MessageOfSize(50)));

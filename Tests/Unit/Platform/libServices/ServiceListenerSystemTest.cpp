@@ -54,6 +54,19 @@ TEST_F(ServiceListenerSystemTest, ATypeWhoseNameCannotBeMadeReadableIsReportedAs
     EXPECT_THAT(Events(Kind::HandlerFailed), ElementsAre("Exception of type i"));
 }
 
+TEST_F(ServiceListenerSystemTest, APeerWhomTheSystemDoesNotNameIsNobody) {
+    // The client's and the server's ends ask for their kind, too, and do without.
+    const ScriptedCall getsockopt(SystemCall::Getsockopt,
+                                  {Fails(ENOPROTOOPT), Fails(ENOPROTOOPT), Fails(ENOPROTOOPT)});
+    std::atomic<std::int64_t> user{0};
+    Serve([&user](auto& connection, const PeerAddress& peer) {
+        user = peer.user;
+        Echo(connection);
+    });
+    EXPECT_EQ("hello", Ask(*Connect(), "hello"));
+    EXPECT_EQ(-1, user);
+}
+
 // The connection's descriptor may be another's already: Stop must wait for the thread and leave the
 // connection alone.
 TEST_F(ServiceListenerSystemTest, StopLeavesAConnectionAloneThatIsJustBeingClosed) {
