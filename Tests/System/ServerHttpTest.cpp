@@ -41,7 +41,9 @@ class ServerHttpTest : public testing::Test {
     void Start(std::vector<std::string> options = {}) {
         options.insert(options.end(), {"--http", "127.0.0.1:0"});
         server = std::make_unique<ServerProcess>(folder.File("storage.sock"), options);
-        httpPort = PortIn(server->Process().Errors());
+        // What it logs comes from a thread of its own.
+        EXPECT_TRUE(
+            Eventually([&] { return (httpPort = PortIn(server->Process().Errors())) != 0; }));
     }
     // 0: it does not say one.
     static unsigned short PortIn(const std::string& errors) {

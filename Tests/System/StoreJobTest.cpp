@@ -29,6 +29,7 @@ using ProtocolX::StorageClientX;
 using testing::AllOf;
 using testing::EndsWith;
 using testing::HasSubstr;
+using testing::Not;
 using testing::StartsWith;
 using Time::TimePoint;
 
@@ -289,7 +290,10 @@ TEST_F(StoreJobTest, ARecoveryCopiesEverythingThatIsWhole) {
     EXPECT_EQ(client->ListProtections().at(0).handle, protection);
     Append(track, {40});
     EXPECT_EQ(ReadChunk(*client, track, 40), TextOf(40));
-    EXPECT_EQ(server->Process().Errors(), "");
+    Stop();
+    EXPECT_THAT(
+        server->Process().Errors(),
+        AllOf(HasSubstr(" info: "), Not(HasSubstr(" warning: ")), Not(HasSubstr(" error: "))));
 }
 
 TEST_F(StoreJobTest, ARecoveredStoreIsClean) {
