@@ -63,13 +63,12 @@ LogOutput::~LogOutput() {
 bool LogOutput::Write(std::string_view text) {
     while (!text.empty()) {
         const long size = WriteSome(text.substr(0, std::min(text.size(), pieceSize)));
-        if (size > 0) {
-            text.remove_prefix(static_cast<std::size_t>(size));
-        } else if (size == 0 || (errno != EINTR && errno != EAGAIN)) {
-            return false;
-        } else if (errno == EAGAIN && !WaitUntilTaken()) {
+        const bool goesOn =
+            size > 0 || (size < 0 && (errno == EINTR || (errno == EAGAIN && WaitUntilTaken())));
+        if (!goesOn) {
             return false;
         }
+        text.remove_prefix(static_cast<std::size_t>(std::max(size, 0L)));
     }
     return true;
 }

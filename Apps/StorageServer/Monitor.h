@@ -54,10 +54,10 @@ class Monitor {
   private:
     ServerStatus Look();
 
+    OperationMetrics operations;
     const std::string version;
     const std::chrono::system_clock::time_point start;
     const std::chrono::steady_clock::time_point steadyStart;
-    OperationMetrics operations;
     std::atomic<Phase> current = Phase::Starting;
     std::mutex mutex;
     Source source;  // guarded by mutex; empty: there is no store

@@ -4,6 +4,7 @@
 
 #include <cstdint>
 #include <cstdlib>
+#include <numeric>
 #include <system_error>
 
 namespace Brantel::Server {
@@ -56,10 +57,8 @@ std::vector<int> ServiceManager::TakeSockets() {
         throw std::system_error(-count, std::generic_category(),
                                 "The sockets that were passed (LISTEN_FDS) could not be taken");
     }
-    std::vector<int> sockets;
-    for (int i = 0; i < count; ++i) {
-        sockets.push_back(SD_LISTEN_FDS_START + i);
-    }
+    std::vector<int> sockets(static_cast<std::size_t>(count));
+    std::iota(sockets.begin(), sockets.end(), SD_LISTEN_FDS_START);
     return sockets;
 }
 

@@ -146,7 +146,7 @@ std::string DurationText::Print(std::int64_t nanoseconds) {
         return "0s";
     }
     // The bits of the absolute value: that of the lowest number has no signed form.
-    std::uint64_t rest = static_cast<std::uint64_t>(nanoseconds);
+    auto rest = static_cast<std::uint64_t>(nanoseconds);
     std::string text;
     if (nanoseconds < 0) {
         text = "-";

@@ -1,12 +1,12 @@
 #include "Screen.h"
 
 #include <poll.h>
-#include <signal.h>
 #include <unistd.h>
 
 #include <algorithm>
 #include <array>
 #include <cerrno>
+#include <csignal>
 #include <string_view>
 #include <system_error>
 

@@ -3,7 +3,6 @@
 #include "Context.h"
 
 #include <poll.h>
-#include <signal.h>
 #include <spawn.h>
 #include <sys/syscall.h>
 #include <sys/wait.h>
@@ -11,6 +10,7 @@
 
 #include <array>
 #include <cerrno>
+#include <csignal>
 #include <filesystem>
 #include <stdexcept>
 #include <system_error>
@@ -63,6 +63,7 @@ int StorageProgram::Run(const std::vector<std::string>& arguments) const {
     std::vector<std::string> words{path};
     words.insert(words.end(), arguments.begin(), arguments.end());
     std::vector<char*> pointers;
+    pointers.reserve(words.size() + 1);
     for (std::string& word : words) {
         pointers.push_back(word.data());
     }

@@ -1,10 +1,10 @@
 #include "Terminal.h"
 
 #include <langinfo.h>
-#include <locale.h>
 #include <sys/ioctl.h>
 
 #include <array>
+#include <clocale>
 
 namespace Brantel::Tool {
 

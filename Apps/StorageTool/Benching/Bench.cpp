@@ -161,6 +161,7 @@ Bench::Result Bench::Run(const std::string& operation, int threads, const MakeWo
         }
     };
     std::vector<std::thread> running;
+    running.reserve(static_cast<std::size_t>(threads));
     for (int number = 0; number < threads; ++number) {
         running.emplace_back(measure, number);
     }

@@ -112,9 +112,12 @@ class FolderPrinter : public IChunkPrinter {
                                       : Write(stem + ".jpg", picture->bytes);
         }
         for (const ChunkForms::Block& block : blocks) {
-            const std::string ending = ChunkForms::IsJpeg(block.bytes) ? ".jpg" : ".bin";
-            Write(stem + (blocks.size() > 1 ? "-" + SafeName(block.key) : "") + ending,
-                  block.bytes);
+            std::string name = stem;
+            if (blocks.size() > 1) {
+                name.append("-").append(SafeName(block.key));
+            }
+            name += ChunkForms::IsJpeg(block.bytes) ? ".jpg" : ".bin";
+            Write(name, block.bytes);
         }
         return {};
     }

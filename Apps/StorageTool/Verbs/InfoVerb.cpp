@@ -108,7 +108,9 @@ void PrintText(Context& context, const TrackOverview& track) {
     }
     for (const auto& [key, value] : track.properties) {
         if (!key.starts_with("storage.")) {
-            rows.Row("property", key + "=" + value);
+            std::string property = key;
+            property.append("=").append(value);
+            rows.Row("property", property);
         }
     }
 }
