@@ -8,8 +8,6 @@
 #include <string_view>
 #include <vector>
 
-namespace Brantel::Tool {
-
 // A track, or a part of one, in a file. All numbers little-endian, offsets and sizes in bytes, all
 // checksums XXH3 with 64 bits and seed 0:
 //
@@ -37,7 +35,7 @@ namespace Brantel::Tool {
 //
 // A file without its trailer was not written to its end: its whole records are sound and can be
 // continued behind.
-namespace ExportFormat {
+namespace Brantel::Tool::ExportFormat {
 
 constexpr std::uint32_t version = 1;
 constexpr std::uint64_t largestHeader = std::uint64_t{64} << 20U;
@@ -100,6 +98,4 @@ std::string EncodeTrailer(const Trailer& trailer);
 // Of trailerSize bytes; false when they are no trailer.
 bool DecodeTrailer(std::string_view bytes, Trailer& trailer);
 
-}  // namespace ExportFormat
-
-}  // namespace Brantel::Tool
+}  // namespace Brantel::Tool::ExportFormat

@@ -9,7 +9,7 @@
 
 namespace Brantel::Tool {
 
-ExportWriter::ExportWriter(const std::string& path, ExportFormat::Header header)
+ExportWriter::ExportWriter(const std::string& path, const ExportFormat::Header& header)
     : file(DataFile::Create(path)) {
     file.Lock();
     Put(ExportFormat::EncodeHeader(header));

@@ -19,7 +19,7 @@ namespace Brantel::Tool {
 class ExportWriter {
   public:
     // A new file; an existing one is an error.
-    ExportWriter(const std::string& path, ExportFormat::Header header);
+    ExportWriter(const std::string& path, const ExportFormat::Header& header);
 
     // Goes on behind the last whole record of a file that was cut off or finished. Everything in it
     // is read and checked before it is changed; throws ExportDamage, or std::runtime_error when the

@@ -83,7 +83,8 @@ TEST_P(StorageWrittenTest, SmallerChunksThatAreFlushedCostOnePageMoreEach) {
     EXPECT_LE(WrittenForAppended(64 << 10U, "always"), 1.05 + 4.0 / 64);
 }
 
-INSTANTIATE_TEST_SUITE_P(Local, StorageWrittenTest, testing::Values(Engine::EngineHarnessFactory{}));
+INSTANTIATE_TEST_SUITE_P(Local, StorageWrittenTest,
+                         testing::Values(Engine::EngineHarnessFactory{}));
 
 }  // namespace
 }  // namespace Brantel::Tracks
