@@ -113,10 +113,11 @@ StoreCheck::Ring StoreCheck::ReadRing(Engine::TrackId track, std::uint64_t front
             ring.segments.push_back(info);
         }
     }
-    ring.segments.resize(FindRingEnd(ring.segments, front));
+    // What does not belong to the ring any more still tells what had been recycled for it.
     for (const SegmentInfo& info : ring.segments) {
         ring.front = info.count > 0 ? std::max(ring.front, info.last.front) : ring.front;
     }
+    ring.segments.resize(FindRingEnd(ring.segments, front));
     return ring;
 }
 

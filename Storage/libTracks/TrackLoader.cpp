@@ -4,13 +4,16 @@
 #include "ReadIndex.h"
 #include "RingEnd.h"
 #include "StorageOptions.h"
+#include "TrackError.h"
 
 #include <libEngine/ChunkLayout.h>
 
 #include <algorithm>
 #include <limits>
 #include <memory>
+#include <optional>
 #include <string>
+#include <utility>
 
 namespace Brantel::Tracks {
 
@@ -90,6 +93,7 @@ void TrackLoader::CutRing(Infos& infos) {
 // ordinals are given out again.
 void TrackLoader::EndRing(Infos& infos) {
     const std::size_t end = FindRingEnd(infos, logs.record.ringFront);
+    KeepFront(infos, end);
     std::uint64_t dropped = 0;
     for (std::size_t index = infos.size(); index > end; --index) {
         SegmentInfo& info = infos[index - 1];
@@ -104,6 +108,26 @@ void TrackLoader::EndRing(Infos& infos) {
                             " chunks are dropped, in front of which others were lost with the "
                             "power; none of them was promised to last");
     }
+}
+
+// What was recycled for the chunks that go is gone: without the last of them, which tells of it, it
+// would read as missing.
+void TrackLoader::KeepFront(const Infos& infos, std::size_t end) {
+    std::uint64_t front = logs.record.ringFront;
+    for (std::size_t index = end; index < infos.size(); ++index) {
+        front = infos[index].count > 0 ? std::max(front, infos[index].last.front) : front;
+    }
+    if (front == logs.record.ringFront) {
+        return;
+    }
+    TrackRecord record = logs.record;
+    record.ringFront = front;
+    const std::vector<Engine::RecordChange> changes{
+        {TrackRecord::Key(context.track), record.Encode(), std::nullopt}};
+    if (!context.engine.WriteRecords(changes)) {
+        throw TrackError(context.track, "its record was changed by somebody else");
+    }
+    logs.record = std::move(record);
 }
 
 void TrackLoader::AddToRing(const SegmentInfo& info) {

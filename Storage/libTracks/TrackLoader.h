@@ -3,6 +3,7 @@
 #include "TrackLogs.h"
 #include "TrackState.h"
 
+#include <cstddef>
 #include <cstdint>
 #include <vector>
 
@@ -26,6 +27,7 @@ class TrackLoader {
     void LoadHeld(const Infos& infos);
     void CutRing(Infos& infos);
     void EndRing(Infos& infos);
+    void KeepFront(const Infos& infos, std::size_t end);
     void AddToRing(const Engine::SegmentInfo& info);
     void AddHeld(const Engine::SegmentInfo& info, std::vector<Log::Run>& runs);
     void JoinHeld(std::vector<Log::Run> runs);
