@@ -43,6 +43,7 @@ if(BRANTEL_FUZZ)
 endif()
 if(BRANTEL_COVERAGE)
   add_compile_options(--coverage -O0 -g)
+  add_compile_definitions(BRANTEL_COVERAGE)
   add_link_options(--coverage)
 endif()
 

@@ -407,6 +407,16 @@ TEST(ListeningDescriptorTest, ATcpSocketThatListensIsTakenOver) {
     EXPECT_EQ(0, Connect(socket.Address()));
 }
 
+TEST(ListeningDescriptorTest, AnIpV6SocketIsTakenOver) {
+    if (!Tests::HasIpV6()) {
+        GTEST_SKIP() << "This machine has no IPv6";
+    }
+    const Tests::PlainTcpListener passed("::1");
+    const auto socket = ListeningSocket::OnDescriptor(fcntl(passed.Get(), F_DUPFD, 0));
+    EXPECT_EQ("[::1]:" + std::to_string(passed.Port()), socket.Address().Text());
+    EXPECT_EQ(0, Connect(socket.Address()));
+}
+
 TEST(ListeningDescriptorTest, AUnixSocketIsTakenOverAndItsFileStays) {
     const Tests::TemporaryFolder folder;
     const SocketAddress address = SocketAddress::OfUnixPath(folder.File("s"));

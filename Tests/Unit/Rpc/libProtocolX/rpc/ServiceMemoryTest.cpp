@@ -151,6 +151,23 @@ TEST_F(ServiceMemoryTest, WhatWasSentForOtherOperationsIsGivenBack) {
     }
 }
 
+TEST_F(ServiceMemoryTest, ARequestWithAnyPartOfAnotherOperationIsReplaced) {
+    for (const OperationRow& called : OperationTable()) {
+        for (const OperationRow& other : OperationTable()) {
+            if (&called == &other) {
+                continue;
+            }
+            Request request = RequestOf(other);
+            request.MergeFrom(RequestOf(called));
+            requestMemory.clear();
+            WillReceive(request);
+            Handle();
+            EXPECT_EQ(requestMemory.back(), Request().SpaceUsedLong())
+                << called.name << " with " << other.name;
+        }
+    }
+}
+
 TEST_F(ServiceMemoryTest, SmallRequestsAreServedFromTheSameMemory) {
     for (int i = 0; i < 1000; ++i) {
         WillReceive(Append({4000, 100}));
