@@ -8,9 +8,9 @@
 #include "Bench/Comparison.h"
 #include "Support/ChildProcess.h"
 #include "Support/ProcessState.h"
+#include "Support/RawClient.h"
+#include "Support/ServerProcess.h"
 #include "Support/TemporaryFolder.h"
-#include "System/RawClient.h"
-#include "System/ServerProcess.h"
 
 #include <libProtocolX/DataChunk.h>
 #include <libProtocolX/IStorageWriterX.h>

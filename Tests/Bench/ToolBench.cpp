@@ -6,9 +6,9 @@
 // usage: ToolBench [MiB of the stream, default 1024] [rounds, default 5]
 
 #include "Bench/Comparison.h"
+#include "Support/ProgramRun.h"
+#include "Support/ServerProcess.h"
 #include "Support/TemporaryFolder.h"
-#include "System/ProgramRun.h"
-#include "System/ServerProcess.h"
 
 #include <libProtocolX/DataChunk.h>
 #include <libProtocolX/IStorageReaderX.h>

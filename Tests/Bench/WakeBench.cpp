@@ -4,8 +4,8 @@
 //
 // usage: WakeBench [number of chunks, default 2000]
 
+#include "Support/ServerProcess.h"
 #include "Support/TemporaryFolder.h"
-#include "System/ServerProcess.h"
 
 #include <libProtocolX/DataChunk.h>
 #include <libProtocolX/IStorageWriterX.h>

@@ -1,7 +1,7 @@
 // The demonstration as a user starts it, in a short form.
 
-#include "ProgramRun.h"
 #include "Support/ProcessState.h"
+#include "Support/ProgramRun.h"
 #include "Support/TemporaryFolder.h"
 
 #include <libTime/TimePoint.h>

@@ -1,7 +1,7 @@
 // A server whose disk is full: it starts, reads, appends to the room that its tracks have, frees
 // and deletes, and says clearly what it can't do.
 
-#include "ServerProcess.h"
+#include "Support/ServerProcess.h"
 #include "Support/TemporaryFolder.h"
 #include "Support/Waiting.h"
 

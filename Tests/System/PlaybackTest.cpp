@@ -1,6 +1,6 @@
 // The demonstration finds every difference between what was recorded and what is read.
 
-#include "ServerProcess.h"
+#include "Support/ServerProcess.h"
 #include "Support/TemporaryFolder.h"
 
 #include <libTime/TimePoint.h>

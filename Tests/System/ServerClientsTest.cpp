@@ -1,7 +1,7 @@
 // What clients of a running server get, beside each other and when one of them vanishes.
 
-#include "ServerProcess.h"
 #include "Support/ChildProcess.h"
+#include "Support/ServerProcess.h"
 #include "Support/TemporaryFolder.h"
 #include "Support/Waiting.h"
 

@@ -1,6 +1,6 @@
 // What a server is told by its file, its environment and its arguments, and what it shows of that.
 
-#include "ServerProcess.h"
+#include "Support/ServerProcess.h"
 #include "Support/TemporaryFolder.h"
 
 #include <gmock/gmock.h>

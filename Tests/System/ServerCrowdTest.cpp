@@ -1,8 +1,8 @@
 // Many connections: what they cost while they are there, and what is left of them afterwards.
 
-#include "RawClient.h"
-#include "ServerProcess.h"
 #include "Support/ProcessState.h"
+#include "Support/RawClient.h"
+#include "Support/ServerProcess.h"
 #include "Support/TemporaryFolder.h"
 #include "Support/Waiting.h"
 

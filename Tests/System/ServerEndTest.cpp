@@ -1,7 +1,7 @@
 // How a server ends.
 
-#include "ServerProcess.h"
 #include "Support/ProcessState.h"
+#include "Support/ServerProcess.h"
 #include "Support/TemporaryFolder.h"
 #include "Support/Waiting.h"
 

@@ -1,7 +1,7 @@
 // A server whose tracks lie in a folder: what is there after a restart, and which folders it
 // refuses.
 
-#include "ServerProcess.h"
+#include "Support/ServerProcess.h"
 #include "Support/TemporaryFolder.h"
 #include "Support/Waiting.h"
 

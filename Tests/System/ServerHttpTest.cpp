@@ -1,8 +1,8 @@
 // What a server tells over HTTP: health, metrics and status.
 
-#include "ServerProcess.h"
 #include "Support/HttpClient.h"
 #include "Support/ProcessState.h"
+#include "Support/ServerProcess.h"
 #include "Support/TemporaryFolder.h"
 #include "Support/TestSockets.h"
 #include "Support/Waiting.h"

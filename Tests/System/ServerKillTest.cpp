@@ -1,8 +1,8 @@
 // A server that is killed at any instant while a client records into it: after the restart
 // everything that was answered is there as it was sent, nothing else is, and all of it in order.
 
-#include "ServerProcess.h"
 #include "Support/ProofSize.h"
+#include "Support/ServerProcess.h"
 #include "Support/TemporaryFolder.h"
 
 #include <libProtocolX/DataChunk.h>

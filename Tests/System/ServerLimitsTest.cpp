@@ -1,9 +1,9 @@
 // Every limit of the server, over both transports, with a client that wants more, and an honest one
 // beside it that must not notice.
 
-#include "RawClient.h"
-#include "ServerProcess.h"
 #include "Support/Frames.h"
+#include "Support/RawClient.h"
+#include "Support/ServerProcess.h"
 #include "Support/TemporaryFolder.h"
 #include "Support/Waiting.h"
 

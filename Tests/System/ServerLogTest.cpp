@@ -1,6 +1,6 @@
 // What a server logs, what it audits, and what SIGHUP changes while it runs.
 
-#include "ServerProcess.h"
+#include "Support/ServerProcess.h"
 #include "Support/TemporaryFolder.h"
 #include "Support/Waiting.h"
 

@@ -2,9 +2,9 @@
 // system has left is served by the next one, track by track the beginning of what was recorded,
 // with everything that had been promised to last; and a check of it finds no damage.
 
-#include "ServerProcess.h"
 #include "Support/LoopFileSystem.h"
 #include "Support/ProofSize.h"
+#include "Support/ServerProcess.h"
 #include "Support/TemporaryFolder.h"
 
 #include <libProtocolX/DataChunk.h>

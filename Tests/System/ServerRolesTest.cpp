@@ -1,7 +1,7 @@
 // Who may do what: clients over TCP, and clients of other users over a Unix-domain socket.
 
-#include "ServerProcess.h"
 #include "Support/ChildProcess.h"
+#include "Support/ServerProcess.h"
 #include "Support/TemporaryFolder.h"
 
 #include <libProtocolX/IStorageWriterX.h>

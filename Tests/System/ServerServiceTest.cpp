@@ -1,6 +1,6 @@
 // A server that a service manager starts: sockets that it is passed, and what it tells.
 
-#include "ServerProcess.h"
+#include "Support/ServerProcess.h"
 #include "Support/TemporaryFolder.h"
 #include "Support/TestSockets.h"
 #include "Support/Waiting.h"

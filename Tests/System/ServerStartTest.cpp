@@ -1,6 +1,6 @@
 // What a server says when it starts, or why it does not.
 
-#include "ServerProcess.h"
+#include "Support/ServerProcess.h"
 #include "Support/TemporaryFolder.h"
 #include "Support/TestSockets.h"
 #include "Support/Waiting.h"

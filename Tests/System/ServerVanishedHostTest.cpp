@@ -1,9 +1,9 @@
 // A client over TCP whose machine vanishes: no end of the stream, no answer to anything.
 
-#include "RawClient.h"
-#include "ServerProcess.h"
 #include "Support/ChildProcess.h"
 #include "Support/ProofSize.h"
+#include "Support/RawClient.h"
+#include "Support/ServerProcess.h"
 #include "Support/TemporaryFolder.h"
 #include "Support/Waiting.h"
 

@@ -10,8 +10,8 @@
 //
 // Under sanitizers memory is kept back on purpose and is not judged.
 
-#include "ServerProcess.h"
 #include "SoakLoad.h"
+#include "Support/ServerProcess.h"
 #include "Support/TemporaryFolder.h"
 #include "Support/Waiting.h"
 

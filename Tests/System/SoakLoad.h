@@ -1,6 +1,6 @@
 #pragma once
 
-#include "ServerProcess.h"
+#include "Support/ServerProcess.h"
 
 #include <libProtocolX/DataChunk.h>
 

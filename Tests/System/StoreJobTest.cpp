@@ -1,7 +1,7 @@
 // Stores that are damaged on the disk: what the check says of them, what a recovery saves, and what
 // a server still serves.
 
-#include "ServerProcess.h"
+#include "Support/ServerProcess.h"
 #include "Support/TemporaryFolder.h"
 
 #include <libProtocolX/DataChunk.h>

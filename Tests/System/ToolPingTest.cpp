@@ -1,6 +1,6 @@
 // How the tool finds its server, and what it says when there is none.
 
-#include "ServerProcess.h"
+#include "Support/ServerProcess.h"
 #include "Support/TemporaryFolder.h"
 #include "Support/TestSockets.h"
 #include "ToolRun.h"

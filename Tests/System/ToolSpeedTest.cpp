@@ -1,7 +1,7 @@
 // A long track is looked at as quickly as an empty one.
 
-#include "ServerProcess.h"
 #include "Support/ProofSize.h"
+#include "Support/ServerProcess.h"
 #include "Support/TemporaryFolder.h"
 #include "ToolRun.h"
 

@@ -1,6 +1,6 @@
 // The command line where a person sits: questions, bars, colors and the live view.
 
-#include "ServerProcess.h"
+#include "Support/ServerProcess.h"
 #include "Support/TemporaryFolder.h"
 #include "TerminalRun.h"
 #include "ToolRun.h"

@@ -1,6 +1,6 @@
 // Looking at tracks, making, changing and deleting them from the command line.
 
-#include "ServerProcess.h"
+#include "Support/ServerProcess.h"
 #include "Support/TemporaryFolder.h"
 #include "Support/Waiting.h"
 #include "ToolRun.h"

@@ -1,7 +1,7 @@
 // Completion and manual: made from the same declarations as the help, and fit for the shells and
 // the formatter that read them.
 
-#include "ServerProcess.h"
+#include "Support/ServerProcess.h"
 #include "Support/TemporaryFolder.h"
 #include "ToolRun.h"
 

@@ -1,4 +1,4 @@
-#include "RawClient.h"
+#include "Support/RawClient.h"
 
 #include "Support/Frames.h"
 

@@ -1,4 +1,4 @@
-#include "ProgramRun.h"
+#include "Support/ProgramRun.h"
 
 #include "Support/Waiting.h"
 

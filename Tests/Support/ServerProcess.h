@@ -1,6 +1,6 @@
 #pragma once
 
-#include "ProgramRun.h"
+#include "Support/ProgramRun.h"
 
 #include <libProtocolX/StorageClientX.h>
 

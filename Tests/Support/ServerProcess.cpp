@@ -1,4 +1,4 @@
-#include "ServerProcess.h"
+#include "Support/ServerProcess.h"
 
 #include "Support/Waiting.h"
 
