@@ -24,6 +24,7 @@ struct ConnectionLimits {
     // a second, over each stretch of the grace; 0: as slowly as the other side likes. Between two
     // messages a connection may be silent for ever.
     std::uint64_t bytesPerSecond = 0;
+    // The stretch over which that speed is looked at.
     std::chrono::milliseconds grace{10'000};
 };
 

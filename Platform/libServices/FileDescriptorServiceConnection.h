@@ -33,8 +33,9 @@ struct LimitCounts;
 // a connection keeps at most 64 KiB of buffers.
 class FileDescriptorServiceConnection : public IServiceConnection {
   public:
+    // The longest message in bytes where nothing else is said: 256 MiB.
     static constexpr std::size_t defaultMessageLimit = std::size_t{256} * 1024 * 1024;
-    // protobuf's own: 2 GiB - 1.
+    // The highest limit that can be set, protobuf's own: 2 GiB - 1.
     static constexpr std::size_t highestMessageLimit = (std::size_t{1} << 31) - 1;
 
     // Takes the descriptor over (also when this throws) and makes it blocking and close-on-exec.
@@ -81,9 +82,11 @@ class FileDescriptorServiceConnection : public IServiceConnection {
     // receiving thread.
     const std::string& WhyRefused() const { return refused; }
 
+    // The longest message in bytes, either way.
     std::size_t MessageLimit() const { return messageLimit; }
 
   protected:
+    // The connection's own descriptor, borrowed.
     int Descriptor() const { return fd; }
 
   private:

@@ -4,6 +4,7 @@ namespace google::protobuf {
 class Message;
 }
 
+// Connections that carry messages, and the listener that serves them.
 namespace Brantel::Services {
 
 // One connection on which whole protocol-buffer messages travel in both directions. Destroying it

@@ -24,6 +24,7 @@ class ListeningSocket;
 
 // Something that a program may want to log or count.
 struct ServiceListenerEvent {
+    // What happened.
     enum class Kind {
         ConnectionLost,     // Handle ended with SocketDisconnected, or because of one
         HandlerFailed,      // the factory or Handle threw anything else
@@ -32,6 +33,7 @@ struct ServiceListenerEvent {
         AcceptPaused        // the system accepts no connection now; said once until it does again
     };
 
+    // What happened this time.
     Kind kind = Kind::ConnectionLost;
     // Whose connection; the default (connection id 0) with AcceptPaused.
     PeerAddress peer;
@@ -39,6 +41,7 @@ struct ServiceListenerEvent {
     std::string text;
 };
 
+// What a listener is made with; its constructor refuses numbers out of their ranges.
 struct ServiceListenerOptions {
     // The largest message in bytes, either way; see FileDescriptorServiceConnection.
     std::size_t messageLimit = FileDescriptorServiceConnection::defaultMessageLimit;

@@ -35,13 +35,16 @@ class SpinGovernor {
     explicit SpinGovernor(std::chrono::nanoseconds budget = defaultBudget,
                           unsigned processors = OnlineProcessors()) noexcept;
 
+    // How many processors of this machine are online, at least 1.
     static unsigned OnlineProcessors() noexcept;
 
     // The governor of every connection that is made without one: the processors are shared by the
     // whole process, and so is what limits their use. Its budget is clientBudget.
     static SpinGovernor& ForProcess();
 
+    // Changes the longest time that one wait polls, from the next wait on; 0 turns polling off.
     void SetBudget(std::chrono::nanoseconds budget) noexcept;
+    // The longest time that one wait polls.
     std::chrono::nanoseconds Budget() const noexcept {
         return std::chrono::nanoseconds(budgetNanoseconds.load(std::memory_order_relaxed));
     }

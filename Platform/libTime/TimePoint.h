@@ -4,6 +4,7 @@
 #include <cstdint>
 #include <string>
 
+// Time points.
 namespace Brantel::Time {
 
 // A point or a span of time: a plain signed 64-bit count of nanoseconds, without an epoch of its
@@ -14,6 +15,7 @@ class TimePoint {
     // Zero nanoseconds.
     constexpr TimePoint() noexcept = default;
 
+    // So many nanoseconds.
     static constexpr TimePoint Nanoseconds(long count) noexcept {
         TimePoint result;
         result.count = count;
@@ -25,19 +27,25 @@ class TimePoint {
 
     // Sets the value.
     constexpr void FromNanoseconds(long nanoseconds) noexcept { count = nanoseconds; }
+    // The count of nanoseconds.
     constexpr long ToNanoseconds() const noexcept { return count; }
 
+    // By the count.
     constexpr auto operator<=>(const TimePoint&) const noexcept = default;
 
+    // The difference of the counts.
     constexpr TimePoint operator-(const TimePoint& other) const noexcept {
         return FromBits(Bits() - other.Bits());
     }
+    // The sum of the counts.
     constexpr TimePoint operator+(const TimePoint& other) const noexcept {
         return FromBits(Bits() + other.Bits());
     }
+    // Subtracts the other count from this one.
     constexpr TimePoint& operator-=(const TimePoint& other) noexcept {
         return *this = *this - other;
     }
+    // Adds the other count to this one.
     constexpr TimePoint& operator+=(const TimePoint& other) noexcept {
         return *this = *this + other;
     }
@@ -45,9 +53,10 @@ class TimePoint {
     // Seconds, a point and nine digits: "-0.000000001", "12.500000000".
     std::string ToString() const;
 
-    // The serialized form: the count, 8 bytes in the host's byte order (little-endian on x86-64).
-    // Every time point has the same size.
+    // The size of the serialized form in bytes, the same for every time point. The form is the
+    // count in the host's byte order (little-endian on x86-64).
     static constexpr unsigned long serializedSize = sizeof(std::int64_t);
+    // serializedSize.
     constexpr unsigned long GetSerializedSize() const noexcept { return serializedSize; }
 
     // Writes the form at `buffer`, which holds at least serializedSize bytes; returns the bytes

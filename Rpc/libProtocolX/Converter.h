@@ -20,6 +20,7 @@ class Converter {
   public:
     // The same 64 bits: negative counts come back unchanged. An unset field gives 0 nanoseconds.
     static Time::TimePoint From(const Protocol::TimePoint& timePoint);
+    // The same 64 bits the other way.
     static void To(const Time::TimePoint& timePoint, Protocol::TimePoint& out);
 
     // Replaces the contents of `chunk` by a copy of `message`. A chunk that references a message

@@ -31,11 +31,16 @@ class DataChunk {
     // Empties the message that the chunk works on, a caller's message too.
     ~DataChunk();
 
+    // Empties the chunk: time point and duration 0, no entries.
     void Clear();
 
+    // Sets the time point; any count is taken here, a storage may refuse it.
     void SetTimePoint(const Time::TimePoint& timePoint);
+    // The time point; 0 nanoseconds when none was set.
     Time::TimePoint GetTimePoint() const;
+    // Sets the duration; any count is taken here, a storage may refuse it.
     void SetDuration(const Time::TimePoint& duration);
+    // The duration; 0 nanoseconds when none was set.
     Time::TimePoint GetDuration() const;
 
     // Sets a property to a copy of `size` bytes at `value`: overwrites the first entry with this
@@ -43,7 +48,7 @@ class DataChunk {
     void SetProperty(const std::string& key, const unsigned char* value, unsigned long size);
     // The same with a string. Throws for an empty key or an empty value.
     void SetProperty(const std::string& key, const std::string& value);
-    // Throws when there is no such property.
+    // The value of a property. Throws when there is no such property.
     const std::string& GetProperty(const std::string& key) const;
     // The bytes of a property and their number in `valueSize`; null, `valueSize` untouched, when
     // there is no such property. Never throws.
@@ -51,18 +56,26 @@ class DataChunk {
                                      long& valueSize) const noexcept;
     // How many entries the list has, entries with the same key counted each.
     unsigned long GetPropertySize() const;
+    // The keys of all properties.
     std::set<std::string> GetPropertyKeys() const;
 
-    // The same for the data blocks.
+    // Sets a data block as SetProperty sets a property: overwrites the first one with this key, or
+    // adds one at the end. Throws for an empty key or a size of 0.
     void SetData(const std::string& key, const unsigned char* value, unsigned long size);
+    // The same with a string. Throws for an empty key or an empty value.
     void SetData(const std::string& key, const std::string& value);
+    // The bytes of a data block. Throws when there is no such block.
     const std::string& GetData(const std::string& key) const;
     // The block to be filled in place: the first one with this key, or a new, empty one at the end.
     // Throws for an empty key.
     std::string& GetData(const std::string& key);
+    // The bytes of a data block and their number in `valueSize`; null, `valueSize` untouched, when
+    // there is no such block. Never throws.
     const unsigned char* GetData(const char* key, unsigned long keyLength,
                                  long& valueSize) const noexcept;
+    // How many data blocks there are, those with the same key counted each.
     unsigned long GetDataSize() const;
+    // The keys of all data blocks.
     std::set<std::string> GetDataKeys() const;
 
     // Replaces time point, duration and all properties by those of `other`; the data blocks stay.
@@ -76,8 +89,10 @@ class DataChunk {
     // Four lines: time point, duration, number of properties, number of data blocks.
     std::string ToString() const;
 
-    // The chunk as one flat record, for files in which records follow each other. All numbers are 8
-    // bytes in the host's byte order (little-endian on x86-64), nothing is padded:
+    // The size in bytes of the chunk as one flat record.
+    //
+    // Records are for files in which they follow each other. All numbers are 8 bytes in the host's
+    // byte order (little-endian on x86-64), nothing is padded:
     //
     //      0  record size, this field included
     //      8  version, 1
@@ -87,8 +102,6 @@ class DataChunk {
     //      .  number of data blocks, then each as a property
     //
     // Keys and values are at least one byte long.
-
-    // The size of the record, bytes.
     unsigned long GetSizeOnFile() const;
 
     // Writes the record to `buffer`, which has room for GetSizeOnFile() bytes: not checked. Returns
@@ -112,15 +125,16 @@ class DataChunk {
     // ends in it.
     unsigned long ReadFrom(int fd, const std::set<std::string>& keys);
 
-    // The checked forms, for records and files that nobody vouches for. They return the size of
-    // the record, or 0 and in `reason` (when given) what is wrong, which entry, the value and the
-    // limit; the reason is empty when there is just nothing there: a size of 0, the end of a file.
-    // On 0 the chunk, the descriptor's position and the buffer that is written to are as before.
-    // Only running out of memory throws (std::bad_alloc); it leaves the same behind. No length is
-    // believed before the bytes are known to be there; a record over 2 GiB - 1 is refused, since no
-    // message can carry it.
-
-    // The record at the start of the `size` bytes at `buffer`; more may follow it.
+    // Replaces the chunk by the record at the start of the `size` bytes at `buffer`; more may
+    // follow it.
+    //
+    // This and all that follow are the checked forms, for records and files that nobody vouches
+    // for. They return the size of the record, or 0 and in `reason` (when given) what is wrong,
+    // which entry, the value and the limit; the reason is empty when there is just nothing there: a
+    // size of 0, the end of a file. On 0 the chunk, the descriptor's position and the buffer that
+    // is written to are as before. Only running out of memory throws (std::bad_alloc); it leaves
+    // the same behind. No length is believed before the bytes are known to be there; a record over
+    // 2 GiB - 1 is refused, since no message can carry it.
     unsigned long TryReadFrom(const unsigned char* buffer, std::size_t size,
                               std::string* reason = nullptr);
     // The same, with only those data blocks whose key is in `keys` (empty: all).

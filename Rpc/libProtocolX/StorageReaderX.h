@@ -17,6 +17,7 @@ namespace Brantel::ProtocolX {
 // nanoseconds, the track is 0, there is no chunk.
 class StorageReaderX : public IStorageReaderX {
   public:
+    // Without a stub.
     StorageReaderX() noexcept;
     // Asks the storage to drop the remote reader. What fails then is one line on the standard
     // output, "Storage seems disconnected: " or "Exception from storage: " with the text, and never
@@ -29,8 +30,9 @@ class StorageReaderX : public IStorageReaderX {
     void SetReader(std::unique_ptr<BrantelStorageApi::ITrackReader> newReader);
 
     long GetTrackId() override;
-    // Through NextTimePoint and PreviousTimePoint, as a derived class may override them.
+    // Through NextTimePoint, as a derived class may override it.
     Time::TimePoint FirstTimePoint() override;
+    // Through PreviousTimePoint, as a derived class may override it.
     Time::TimePoint LastTimePoint() override;
     Time::TimePoint NextTimePoint(Time::TimePoint timePoint) override;
     Time::TimePoint PreviousTimePoint(Time::TimePoint timePoint) override;

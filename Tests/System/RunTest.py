@@ -67,14 +67,14 @@ class RunTest(MadeUpTree.MadeUpTree):
         self.assertIn("run: unknown preset fast: one of dev tsan release coverage fuzz", err)
 
     def testArgumentsThatMeanNothingAreRefused(self):
-        for command in ("test", "install", "coverage", "prove"):
+        for command in ("test", "install", "coverage", "docs", "prove"):
             with self.subTest(command):
                 self.assertEqual(self.run_(command, "more")[0], 2)
 
     def testHelpNamesEveryCommand(self):
         code, out, err = self.run_("help")
         self.assertEqual((code, err), (0, ""))
-        for command in ("install", "build", "test", "demo", "bench", "prove", "fuzz", "coverage", "lint", "help"):
+        for command in ("install", "build", "test", "demo", "bench", "prove", "fuzz", "coverage", "docs", "lint", "help"):
             self.assertRegex(out, rf"(?m)^  {command}\b")
 
     def testOnlyWhatIsMissingIsInstalled(self):

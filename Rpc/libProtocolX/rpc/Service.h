@@ -11,6 +11,7 @@
 #include <map>
 #include <memory>
 
+// The calls on a storage as messages: stubs at the client, the service at the server.
 namespace BrantelStorageApi {
 
 // The server's half of the protocol: receives requests, turns each into one call of the storage, of
