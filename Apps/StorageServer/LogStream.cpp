@@ -28,6 +28,12 @@ LogStream::~LogStream() {
     thread.join();
 }
 
+bool LogStream::WaitUntilWritten(std::chrono::milliseconds longest) {
+    std::unique_lock lock(mutex);
+    TellRepeatedLocked();
+    return changed.wait_for(lock, longest, [this] { return queue.empty() && !writing; });
+}
+
 void LogStream::SetStyle(const LogLine::Style& newStyle) {
     const std::lock_guard guard(mutex);
     style = newStyle;
@@ -115,9 +121,12 @@ void LogStream::Run() {
         }
         std::uint64_t lines = 0;
         const std::string batch = TakeLocked(lines);
+        writing = true;
         lock.unlock();
         const bool isWritten = output->Write(batch);
         lock.lock();
+        writing = false;
+        changed.notify_all();
         if (!isWritten) {
             if (stopping) {
                 return;

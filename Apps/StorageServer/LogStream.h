@@ -29,6 +29,8 @@ class LogStream {
     ~LogStream();
 
     void Put(const LogEvent& event);
+    // Waits until everything has been written that was put so far, or `longest`. False: it was not.
+    bool WaitUntilWritten(std::chrono::milliseconds longest);
     // For the lines from now on.
     void SetStyle(const LogLine::Style& style);
 
@@ -58,6 +60,7 @@ class LogStream {
     std::optional<LogEvent> last;
     std::uint64_t repeated = 0;
     Clock::time_point repeatedSince;
+    bool writing = false;
     bool stopping = false;
     // Last, because it uses all others.
     std::thread thread;

@@ -11,6 +11,7 @@
 #include "ServerSignals.h"
 #include "ServiceManager.h"
 #include "SettingsReload.h"
+#include "SignalWatch.h"
 #include "StorageServer.h"
 #include "StoreJob.h"
 #include "Supervision.h"
@@ -44,6 +45,7 @@ using Brantel::Server::ServerOptions;
 using Brantel::Server::LogLevel;
 using Brantel::Server::ServerLog;
 using Brantel::Server::ServiceManager;
+using Brantel::Server::SignalWatch;
 
 void Print(const std::string& line) {
     std::fprintf(stderr, "brantel-storaged: %s\n", line.c_str());
@@ -162,7 +164,7 @@ std::string ServingStatus(const Brantel::Server::StorageServer& server) {
 }
 
 // Returns when the end is asked for.
-void Heed(const Brantel::Server::ServerSignals& signals, Brantel::Server::SettingsReload& reload,
+void Heed(SignalWatch& signals, Brantel::Server::SettingsReload& reload,
           const Brantel::Server::StorageServer& server) {
     while (signals.Wait() == SIGHUP) {
         ServiceManager::TellReloading();
@@ -172,8 +174,7 @@ void Heed(const Brantel::Server::ServerSignals& signals, Brantel::Server::Settin
 }
 
 void Serve(const Brantel::Server::Configuration& configuration, const ServerOptions& chosen,
-           const ServerOptions& options, const Brantel::Server::ServerSignals& signals,
-           ServerLog& log) {
+           const ServerOptions& options, SignalWatch& signals, ServerLog& log) {
     using Brantel::Server::Monitor;
     Brantel::Server::Announcement announcement(options.readyDescriptor, options.addressFile);
     const std::string shortage = Brantel::Server::RaiseDescriptorLimit(options.limits.connections);
@@ -192,6 +193,7 @@ void Serve(const Brantel::Server::Configuration& configuration, const ServerOpti
                                                server.SetAccess(changed.access);
                                                server.SetLimits(changed.limits);
                                            });
+    signals.Started();
     server.Start();
     monitor.SetPhase(Monitor::Phase::Ready);
     announcement.Announce(server.Addresses());
@@ -215,7 +217,8 @@ int Run(const Brantel::Server::Configuration& configuration, const ServerOptions
     const ServerOptions completed = Complete(options);
     ServerLog log(options.log);
     try {
-        Serve(configuration, options, completed, signals, log);
+        SignalWatch watch(signals, log);
+        Serve(configuration, options, completed, watch, log);
         log.Say(LogLevel::Info, "Stopped");
         return 0;
     } catch (const std::exception& error) {

@@ -103,6 +103,13 @@ void ServerLog::Reload(const LogOptions& options) {
     errors->SetStyle(StyleOf(options));
 }
 
+void ServerLog::WaitUntilWritten(std::chrono::milliseconds longest) {
+    errors->WaitUntilWritten(longest);
+    if (const std::shared_ptr<LogStream> file = Audit(); file != nullptr) {
+        file->WaitUntilWritten(longest);
+    }
+}
+
 void ServerLog::Log(const LogEvent& event) {
     if (event.level <= level) {
         errors->Put(event);

@@ -8,6 +8,7 @@
 #include <libServices/ServiceListener.h>
 
 #include <atomic>
+#include <chrono>
 #include <memory>
 #include <mutex>
 #include <string>
@@ -33,6 +34,9 @@ class ServerLog : public IOperationObserver {
     void Say(LogLevel level, const std::string& text) noexcept;
     void OnOperation(const OperationRecord& record) noexcept override;
     void OnConnection(const Services::ServiceListenerEvent& event) noexcept;
+
+    // Waits until what was logged has been written, or twice `longest`.
+    void WaitUntilWritten(std::chrono::milliseconds longest);
 
     // Takes over other options and opens the audit file anew. Throws as the constructor does; then
     // everything stays as it was.

@@ -1,5 +1,7 @@
 #include "ServerSignals.h"
 
+#include <sys/signalfd.h>
+
 #include <cerrno>
 #include <system_error>
 
@@ -19,15 +21,12 @@ ServerSignals::ServerSignals() {
     }
 }
 
-int ServerSignals::Wait() const {
-    int signal = 0;
-    do {
-        signal = sigwaitinfo(&signals, nullptr);
-    } while (signal < 0 && errno == EINTR);
-    if (signal < 0) {
+int ServerSignals::Open() const {
+    const int descriptor = signalfd(-1, &signals, SFD_CLOEXEC | SFD_NONBLOCK);
+    if (descriptor < 0) {
         throw std::system_error(errno, std::generic_category(), "Could not wait for signals");
     }
-    return signal;
+    return descriptor;
 }
 
 }  // namespace Brantel::Server

@@ -30,6 +30,10 @@ void ServiceManager::TellStatus(const std::string& status) {
     Tell("STATUS=" + status);
 }
 
+void ServiceManager::TellStarting(std::chrono::microseconds more, const std::string& status) {
+    Tell("EXTEND_TIMEOUT_USEC=" + std::to_string(more.count()) + "\nSTATUS=" + status);
+}
+
 void ServiceManager::TellReloading() {
     const auto now = std::chrono::duration_cast<std::chrono::microseconds>(
         std::chrono::steady_clock::now().time_since_epoch());

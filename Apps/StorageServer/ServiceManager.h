@@ -14,9 +14,11 @@ class ServiceManager {
     static bool Listens();
 
     // Told, each with a line for people: that clients are served; what is going on; that the
-    // settings are read again (TellReady follows); that the end has begun.
+    // start goes on and may take at least so long from now; that the settings are read again
+    // (TellReady follows); that the end has begun.
     static void TellReady(const std::string& status);
     static void TellStatus(const std::string& status);
+    static void TellStarting(std::chrono::microseconds more, const std::string& status);
     static void TellReloading();
     static void TellStopping();
     static void TellAlive();

@@ -91,7 +91,7 @@ struct ServiceListenerCounters {
 // its own: makes a handler for it, runs Handle, destroys the handler, then the connection, however
 // Handle ends. No exception of a handler ends the process. No signal handler of the program runs on
 // the listener's threads. A TCP client that vanishes, or takes nothing of its answer for about
-// 30 s, is a lost connection.
+// 25 s, is a lost connection.
 //
 // The program calls ListenTcp and ListenUnix, then Start, then Stop or the destructor; all of them
 // may be called by any thread. Connections that arrive between Listen... and Start wait.

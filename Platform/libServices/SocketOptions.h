@@ -9,13 +9,17 @@ namespace Brantel::Services {
 // stays on the machine; on a network the system's own tuning is better.
 constexpr int localSendBufferSize = 212992;
 
-// A TCP peer that does not answer for about this long is given up, in milliseconds: after
-// keepAliveIdleSeconds of silence the system asks every keepAliveIntervalSeconds, and data that is
-// not acknowledged, or not taken because the peer's buffers are full, waits no longer than this.
-constexpr unsigned int userTimeoutMilliseconds = 30'000;
+// A TCP peer that has vanished is given up within vanishedSeconds: after keepAliveIdleSeconds of
+// silence the system asks every keepAliveIntervalSeconds, and the first time that it would ask
+// when the time-out, in milliseconds, is over, it gives up; without the time-out, after so many
+// questions. Data that is not acknowledged, or not taken because the peer's buffers are full, waits
+// no longer than the time-out. What is left to vanishedSeconds is for the system's timers, which
+// are late by a part of the time that they measure.
+constexpr int vanishedSeconds = 30;
+constexpr unsigned int userTimeoutMilliseconds = 24'000;
 constexpr int keepAliveIdleSeconds = 10;
 constexpr int keepAliveIntervalSeconds = 5;
-constexpr int keepAliveProbes = 4;
+constexpr int keepAliveProbes = 3;
 
 // For a connected TCP socket: no delay of small segments, keep-alive, the time-out above, and the
 // send buffer when the peer is on this machine. Throws std::runtime_error naming the option.

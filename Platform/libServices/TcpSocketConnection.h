@@ -12,7 +12,7 @@ namespace Brantel::Services {
 // first moment of its construction.
 //
 // A peer that is silent to keep-alive, acknowledges nothing or takes nothing of what is sent for
-// about 30 s (vanished, but also stopped with its buffers full) is given up as lost.
+// about 25 s (vanished, but also stopped with its buffers full) is given up as lost.
 template <typename Base>
 class TcpSocketConnection : public Base {
   public:

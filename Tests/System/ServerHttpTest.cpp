@@ -1,5 +1,6 @@
 // What a server tells over HTTP: health, metrics and status.
 
+#include "HeldFile.h"
 #include "Support/HttpClient.h"
 #include "Support/ProcessState.h"
 #include "Support/ServerProcess.h"
@@ -14,8 +15,6 @@
 #include <gmock/gmock.h>
 #include <gtest/gtest.h>
 
-#include <fcntl.h>
-#include <signal.h>
 #include <unistd.h>
 
 #include <cstdint>
@@ -84,28 +83,6 @@ TEST_F(ServerHttpTest, AServerThatServesIsAliveAndReady) {
     EXPECT_EQ(Get("/livez").status, 200);
     EXPECT_TRUE(Eventually([&] { return Get("/readyz").status == 200; }));
 }
-
-// Whoever else opens the file waits until this object ends: a lease of the system.
-class HeldFile {
-  public:
-    explicit HeldFile(const std::string& path)
-        : descriptor(open(path.c_str(), O_RDWR | O_CLOEXEC)) {
-        // The system says that somebody wants the file by a signal that would end the program.
-        signal(SIGIO, SIG_IGN);
-        isHeld = descriptor >= 0 && fcntl(descriptor, F_SETLEASE, F_WRLCK) == 0;
-    }
-    HeldFile(const HeldFile&) = delete;
-    HeldFile& operator=(const HeldFile&) = delete;
-    ~HeldFile() {
-        fcntl(descriptor, F_SETLEASE, F_UNLCK);
-        close(descriptor);
-    }
-    bool IsHeld() const { return isHeld; }
-
-  private:
-    const int descriptor;
-    bool isHeld = false;
-};
 
 TEST_F(ServerHttpTest, WhileTheStoreIsOpenedTheServerIsAliveAndNotReady) {
     const std::vector<std::string> onFolder = ServerProcess::OnFolder(folder.File("data"));

@@ -1,5 +1,6 @@
 // A server that a service manager starts: sockets that it is passed, and what it tells.
 
+#include "HeldFile.h"
 #include "Support/ServerProcess.h"
 #include "Support/TemporaryFolder.h"
 #include "Support/TestSockets.h"
@@ -46,30 +47,27 @@ class NamedSocket {
     ~NamedSocket() { close(fd); }
 
     int Get() const { return fd; }
+    std::string Receive() const {
+        std::array<char, 4096> text{};
+        const ssize_t size = recv(fd, text.data(), text.size(), 0);
+        return size <= 0 ? "nothing" : std::string(text.data(), static_cast<std::size_t>(size));
+    }
     // The next message that is none of those that come again and again.
     std::string Next() const {
-        std::array<char, 4096> text{};
         for (;;) {
-            const ssize_t size = recv(fd, text.data(), text.size(), 0);
-            if (size <= 0) {
-                return "nothing";
-            }
-            const std::string message(text.data(), static_cast<std::size_t>(size));
-            if (message != "WATCHDOG=1" && !message.starts_with("STATUS=Serving")) {
+            const std::string message = Receive();
+            if (message != "WATCHDOG=1" && !message.starts_with("STATUS=Serving") &&
+                !message.starts_with("EXTEND_TIMEOUT_USEC=")) {
                 return message;
             }
         }
     }
     // Whether the very next messages hold this one, within the time of a test.
     bool Hears(const std::string& wanted) const {
-        std::array<char, 4096> text{};
         for (;;) {
-            const ssize_t size = recv(fd, text.data(), text.size(), 0);
-            if (size <= 0) {
-                return false;
-            }
-            if (std::string(text.data(), static_cast<std::size_t>(size)) == wanted) {
-                return true;
+            const std::string message = Receive();
+            if (message == wanted || message == "nothing") {
+                return message == wanted;
             }
         }
     }
@@ -162,6 +160,26 @@ TEST_F(ServerServiceTest, TheManagerIsToldOfEveryStepAndOfLife) {
     server.Signal(SIGTERM);
     EXPECT_EQ(manager.Next(), "STOPPING=1\nSTATUS=Stopping");
     EXPECT_EQ(server.Wait(ServerProcess::endLimit), 0);
+}
+
+TEST_F(ServerServiceTest, TheManagerIsToldThatALongStartGoesOn) {
+    const std::vector<std::string> onFolder = ServerProcess::OnFolder(folder.File("data"));
+    ASSERT_EQ(ServerProcess(path, onFolder).Stop(), 0);
+    const HeldFile held(folder.File("data/FORMAT"));
+    if (!held.IsHeld()) {
+        GTEST_SKIP() << "SKIPPED: the file system of the temporary folder has no leases";
+    }
+    const NamedSocket manager(folder.File("notify"), SOCK_DGRAM);
+    std::vector<std::string> command = {
+        ServerProcess::Program(), "--config", "", "--http", "off", "--listen", "unix:" + path};
+    command.insert(command.end(), onFolder.begin(), onFolder.end());
+    const ProgramRun server(command, {{"NOTIFY_SOCKET", folder.File("notify")}});
+    EXPECT_THAT(manager.Receive(), StartsWith("STATUS=Opening the tracks"));
+    EXPECT_EQ(manager.Receive(),
+              "EXTEND_TIMEOUT_USEC=10000000\nSTATUS=Opening the tracks, recovering what an earlier "
+              "run left, for 5 s");
+    server.Signal(SIGTERM);
+    EXPECT_EQ(manager.Receive(), "STOPPING=1\nSTATUS=Stopping");
 }
 
 }  // namespace

@@ -131,6 +131,20 @@ TEST_F(LogStreamTest, LinesAreWrittenInTheirOrder) {
     EXPECT_THAT(Lines(), ElementsAre("first", "second"));
 }
 
+TEST_F(LogStreamTest, OneCanWaitUntilEverythingIsWritten) {
+    OpenFile();
+    Put("again");
+    Put("again");
+    EXPECT_TRUE(stream->WaitUntilWritten(Brantel::Tests::patience));
+    EXPECT_THAT(Lines(), ElementsAre("again", "last line repeated 1 time"));
+}
+
+TEST_F(LogStreamTest, WhoWaitsForAPipeThatNobodyReadsWaitsNoLongerThanHeSays) {
+    OpenPipe();
+    PutMany();
+    EXPECT_FALSE(stream->WaitUntilWritten(std::chrono::milliseconds(20)));
+}
+
 TEST_F(LogStreamTest, AFileIsGoneOnWith) {
     OpenFile();
     Put("first");

@@ -198,7 +198,7 @@ TEST_P(AcceptedSocketTest, TcpSendsAtOnceAndNoticesAVanishedPeer) {
     const bool isTcp = GetParam();
     OnAccepted([isTcp](int fd) {
         EXPECT_EQ(isTcp ? 1 : -1, OptionOf(fd, IPPROTO_TCP, TCP_NODELAY));
-        EXPECT_EQ(isTcp ? 30'000 : -1, OptionOf(fd, IPPROTO_TCP, TCP_USER_TIMEOUT));
+        EXPECT_EQ(isTcp ? 24'000 : -1, OptionOf(fd, IPPROTO_TCP, TCP_USER_TIMEOUT));
         EXPECT_EQ(isTcp ? 1 : 0, OptionOf(fd, SOL_SOCKET, SO_KEEPALIVE));
     });
 }

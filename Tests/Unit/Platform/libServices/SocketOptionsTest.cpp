@@ -41,8 +41,8 @@ TEST(SocketOptionsTest, ATcpSocketSendsAtOnceAndNoticesAVanishedPeer) {
     EXPECT_EQ(1, OptionOf(tcp.Get(), SOL_SOCKET, SO_KEEPALIVE));
     EXPECT_EQ(10, OptionOf(tcp.Get(), IPPROTO_TCP, TCP_KEEPIDLE));
     EXPECT_EQ(5, OptionOf(tcp.Get(), IPPROTO_TCP, TCP_KEEPINTVL));
-    EXPECT_EQ(4, OptionOf(tcp.Get(), IPPROTO_TCP, TCP_KEEPCNT));
-    EXPECT_EQ(30'000, OptionOf(tcp.Get(), IPPROTO_TCP, TCP_USER_TIMEOUT));
+    EXPECT_EQ(3, OptionOf(tcp.Get(), IPPROTO_TCP, TCP_KEEPCNT));
+    EXPECT_EQ(24'000, OptionOf(tcp.Get(), IPPROTO_TCP, TCP_USER_TIMEOUT));
 }
 
 TEST(SocketOptionsTest, ATcpSocketWithoutALocalPeerKeepsTheSystemsSendBuffer) {

@@ -126,7 +126,7 @@ TEST_P(TcpSocketConnectionTest, TheSocketIsPreparedForSmallCallsAndALocalPeer) {
               OptionOf(fd, SOL_SOCKET, SO_SNDBUF));
     EXPECT_EQ(1, OptionOf(fd, IPPROTO_TCP, TCP_NODELAY));
     EXPECT_EQ(1, OptionOf(fd, SOL_SOCKET, SO_KEEPALIVE));
-    EXPECT_EQ(30'000, OptionOf(fd, IPPROTO_TCP, TCP_USER_TIMEOUT));
+    EXPECT_EQ(24'000, OptionOf(fd, IPPROTO_TCP, TCP_USER_TIMEOUT));
 }
 
 TEST_P(TcpSocketConnectionTest, TheSocketIsBlockingAndClosedOnExec) {
