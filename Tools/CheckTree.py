@@ -26,7 +26,7 @@ topFiles = {
 # The folders with a README of their own; deeper ones speak through their headers.
 areas = ("Platform", "Rpc", "Storage", "Apps", "Bindings", "Tests")
 libraryAreas = ("Platform", "Rpc", "Storage", "Apps", "Bindings")
-testRooms = {"Support", "Unit", "Conformance", "System", "Issues", "Fuzz", "Bench"}
+testRooms = {"Support", "Unit", "Conformance", "System", "Issues", "Fuzz", "Bench", "Seeded"}
 readmeHead = "| folder | provides | may use |"
 catchAll = re.compile(r"(common|utils?|misc|helpers?|various)$", re.IGNORECASE)
 # Written so that this file does not find itself.

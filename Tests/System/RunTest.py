@@ -165,6 +165,7 @@ class RunTest(MadeUpTree.MadeUpTree):
                 f'#!/bin/bash\necho "${{BRANTEL_PROVE:-short}}" >> calls\nprintf \'{tests}\' > "${{2#*xml:}}"\nexit {int(failed)}\n',
                 executable=True,
             )
+        self.put("Tests/Seeded/Run.py", '#!/bin/bash\necho "seeded $*" >> calls\necho "31 of 31 bugs are caught"\n', executable=True)
 
     def testProveCountsWhatTheProofsTried(self):
         self.proofs('<testsuite tests="2">\\n<property name="cycles" value="30"/>\\n<property name="cycles" value="12"/>\\n')
@@ -172,11 +173,21 @@ class RunTest(MadeUpTree.MadeUpTree):
         self.assertEqual(code, 0)
         self.assertRegex(out, r"(?m)^loss of power on xfs +42  ok ")
         self.assertEqual(self.calls().count("1"), 8)
+        self.assertRegex(out, r"(?m)^seeded bugs +31  ok ")
+        self.assertIn("seeded ", self.calls())
 
     def testTheShortFormOfProveTriesAsOftenAsTheTests(self):
         self.proofs('<testsuite tests="2">\\n')
         self.assertEqual(self.run_("prove", "--short")[0], 0)
         self.assertEqual(self.calls().count("short"), 8)
+        self.assertIn("seeded --check", self.calls())
+
+    def testABugThatIsNotCaughtFailsProve(self):
+        self.proofs('<testsuite tests="2">\\n')
+        self.put("Tests/Seeded/Run.py", '#!/bin/bash\necho "29 of 31 bugs are caught"\nexit 1\n', executable=True)
+        code, out, _ = self.run_("prove")
+        self.assertEqual(code, 1)
+        self.assertRegex(out, r"(?m)^seeded bugs +29  FAILED")
 
     def testAProofThatFailsFailsProve(self):
         self.proofs('<testsuite tests="2">\\n', failed=True)

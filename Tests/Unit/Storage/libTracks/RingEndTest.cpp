@@ -29,6 +29,11 @@ TEST(RingEndTest, AGapThatALossOfPowerLeavesEndsTheRing) {
         FindRingEnd(std::vector{Segment(0, 4), Segment(7, 9, true), Segment(10, 12, true)}, 0), 1U);
 }
 
+TEST(RingEndTest, AGapOfASingleChunkIsOne) {
+    EXPECT_EQ(FindRingEnd(std::vector{Segment(0, 4), Segment(6, 9, true)}, 0), 1U);
+    EXPECT_EQ(FindRingEnd(std::vector{Segment(1, 4, true)}, 0), 0U);
+}
+
 TEST(RingEndTest, AGapInFrontOfWhatWasOnceSafeIsDamageAndEndsNothing) {
     EXPECT_EQ(FindRingEnd(std::vector{Segment(0, 4), Segment(7, 9)}, 0), 2U);
     EXPECT_EQ(FindRingEnd(std::vector{Segment(0, 4), Segment(7, 9, true), Segment(10, 12)}, 0), 3U);

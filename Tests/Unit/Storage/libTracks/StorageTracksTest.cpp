@@ -139,6 +139,19 @@ TEST_P(StorageTest, ADeletedTrackIsGoneAndItsIdentifierFree) {
     EXPECT_EQ(TimesOf(7), (std::vector<std::int64_t>{2}));
 }
 
+TEST_P(StorageTest, ADeletedTrackIsStillGoneAfterARestartAndACrash) {
+    for (const bool crashes : {false, true}) {
+        Create(7);
+        SetProperty(7, "name", "old");
+        Delete(7);
+        crashes ? Crash() : Restart();
+        EXPECT_TRUE(ListTracks().empty());
+        Create(7);
+        EXPECT_TRUE(PropertiesOf(7).empty());
+        Delete(7);
+    }
+}
+
 TEST_P(StorageTest, ATrackWithOpenWorkersIsNotDeleted) {
     Create(7);
     Protocol::TrackParameters out;

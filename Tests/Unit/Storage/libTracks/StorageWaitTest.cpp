@@ -76,6 +76,28 @@ TEST_P(StorageTest, WaitIsWokenByTheAppend) {
     }
 }
 
+// A reader that nobody wakes looks again by itself every 200 ms.
+TEST_P(StorageTest, WaitIsWokenByTheAppendAndNotByItsNextLook) {
+    constexpr int rounds = 30;
+    Create(7);
+    const Writer writer = OpenWriter(7);
+    std::atomic<int> waiting = -1;
+    int round = 0;
+    ClientConnection connection;
+    connection.isGone = [&] { return waiting = round, false; };
+    const Reader reader = OpenReader(7, connection);
+    const auto begin = std::chrono::steady_clock::now();
+    for (; round < rounds; ++round) {
+        std::thread appender([&, time = round] {
+            EXPECT_TRUE(Tests::Eventually([&] { return waiting == time; }));
+            writer->Append(MakeChunk(time, 1));
+        });
+        EXPECT_TRUE(Wait(*reader, round - 1, -1));
+        appender.join();
+    }
+    EXPECT_LT(std::chrono::steady_clock::now() - begin, rounds * std::chrono::milliseconds(100));
+}
+
 TEST_P(StorageTest, WaitEndsWithinASecondWithAnErrorWhenItsClientHasGone) {
     Create(7);
     std::atomic<bool> isGone = false;
