@@ -33,6 +33,7 @@ catchAll = re.compile(r"(common|utils?|misc|helpers?|various)$", re.IGNORECASE)
 machinePath = re.compile(r"(?<![\w.$}/-])/(?:ro[o]t|ho[m]e|wo[r]k|wo[r]kspace|Us[e]rs|mn[t])/[\w.]")
 unfinished = re.compile(r"\b(?:TO[D]O|FIX[M]E|XX[X]|HA[C]K)\b")
 foreignDocument = re.compile(r"\b(?:the sp[e]c\b|sp[e]cification|Par[t] \d\.\d|iss[u]e #?\d+)", re.IGNORECASE)
+runCommand = re.compile(r"(?<![\w/])\./run ([a-z]+)\b")
 documentName = re.compile(r"[\w./-]+\.md\b")
 binarySuffixes = (".bin", ".jpg", ".jpeg", ".png", ".gz", ".corpus")
 
@@ -133,7 +134,10 @@ def readmes(tree):
         if readmeHead not in text:
             yield f"{readme}: no table \"{readmeHead}\""
             continue
-        rows = set(re.findall(r"^\| `?([\w./-]+?)/?`? \|", text.partition(readmeHead)[2], re.MULTILINE))
+        listed = re.findall(r"^\| `?([\w./-]+?)/?`? \|", text.partition(readmeHead)[2], re.MULTILINE)
+        rows = set(listed)
+        for row in sorted(row for row in rows if listed.count(row) > 1):
+            yield f"{readme}: {listed.count(row)} rows for {row}"
         present = {file.split("/")[1] for file in tree.files if file.startswith(f"{area}/") and file.count("/") > 1}
         for folder in sorted(present - rows):
             yield f"{readme}: no row for {folder}"
@@ -194,6 +198,17 @@ def words(tree):
                     yield f"{file}:{number}: there is no {name}"
 
 
+def commands(tree):
+    """Whoever reads of a command of ./run can type it."""
+    known = set(re.findall(r"(?m)^  ([a-z]+)(?=[ \n])", tree.text("run").partition("<<'TEXT'\n")[2].partition("\nTEXT\n")[0]))
+    for file in tree.files:
+        if file.endswith((".md", ".h", ".cpp", ".txt")) and not tree.isCorpus(file):
+            for number, line in tree.linesOf(file):
+                for name in runCommand.findall(line):
+                    if name not in known:
+                        yield f"{file}:{number}: ./run has no command {name}"
+
+
 def lines(tree):
     """Comments are not reflowed by the formatter; endings and blanks at a line's end only make noise."""
     for file in tree.files:
@@ -209,7 +224,7 @@ def lines(tree):
                 yield f"{file}:{number}: a comment of {len(line)} columns, the limit is {commentColumns}"
 
 
-rules = (rooms, names, classFiles, sizes, readmes, unitTests, runBits, words, lines)
+rules = (rooms, names, classFiles, sizes, readmes, unitTests, runBits, words, commands, lines)
 
 
 def check(root):

@@ -1,4 +1,5 @@
 #include "Conformance/EngineConformanceTest.h"
+#include "Support/Waiting.h"
 
 #include <gtest/gtest.h>
 
@@ -33,9 +34,7 @@ TEST_P(EngineConformanceTest, WatchesComeAndGoWhileOthersNotify) {
     for (int round = 0; round < 200; ++round) {
         std::atomic<int> calls = 0;
         const auto watch = Engine().Watch(7, [&](std::int64_t) { ++calls; });
-        while (calls == 0) {
-            std::this_thread::yield();
-        }
+        EXPECT_TRUE(Tests::Eventually([&] { return calls > 0; }));
     }
     stop = true;
     notifier.join();

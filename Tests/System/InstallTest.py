@@ -12,16 +12,10 @@ import tempfile
 import unittest
 
 root = pathlib.Path(__file__).resolve().parents[2]
+sys.path.insert(0, str(root / "Tests/Support"))
+from ProgramCall import call
+
 expected = "2.1.5 12.500000000 2 not connected\n"
-
-
-def call(*command, **options):
-    """The standard output of a command that must succeed."""
-    command = [str(word) for word in command]
-    result = subprocess.run(command, capture_output=True, text=True, **options)
-    if result.returncode != 0:
-        raise AssertionError(f"{' '.join(command)}: exit status {result.returncode}\n{result.stdout}{result.stderr}")
-    return result.stdout
 
 
 class InstallTest(unittest.TestCase):

@@ -17,18 +17,12 @@ import tempfile
 import unittest
 
 root = pathlib.Path(__file__).resolve().parents[2]
+sys.path.insert(0, str(root / "Tests/Support"))
+from ProgramCall import call
+
 version = "2.1.5"
 names = ("libprotocolx2", "libprotocolx-dev", "brantel-storage")
 skipped = 77
-
-
-def call(*command, **options):
-    """The standard output of a command that must succeed."""
-    command = [str(word) for word in command]
-    result = subprocess.run(command, capture_output=True, text=True, **options)
-    if result.returncode != 0:
-        raise AssertionError(f"{' '.join(command)}: exit status {result.returncode}\n{result.stdout}{result.stderr}")
-    return result.stdout
 
 
 class PackageTest(unittest.TestCase):

@@ -77,6 +77,15 @@ class CheckTreeTest(MadeUpTree.MadeUpTree):
         self.put("Platform/libLow/Low.cpp", "int x;\n" * 801)
         self.assertOneError(self.errors(), "Platform/libLow/Low.cpp: 801 lines, the limit is 800")
 
+    def testTwoRowsForAFolderAreAnError(self):
+        self.put("Platform/README.md", readme + "| libLow | Low | nothing |\n| libLow | Low again | nothing |\n")
+        self.assertOneError(self.errors(), "Platform/README.md: 2 rows for libLow")
+
+    def testACommandThatRunDoesNotHaveIsAnError(self):
+        self.put("run", "#!/usr/bin/env bash\ncat <<'TEXT'\n  build [preset]   build\nTEXT\n", executable=True)
+        self.put("README.md", "Try `./run build`, then ./run everything.\n")
+        self.assertOneError(self.errors(), "README.md:1: ./run has no command everything")
+
     def testALargeFileIsAnError(self):
         self.put("Tests/Unit/Platform/libLow/Low.bin", "x" * (1 << 20) + "\n")
         self.assertOneError(self.errors(), "Low.bin: 1048577 bytes, the limit is 1048576")
