@@ -11,6 +11,7 @@
 #include "SocketReader.h"
 #include "TransferPace.h"
 
+#include <google/protobuf/descriptor.h>
 #include <google/protobuf/io/coded_stream.h>
 #include <google/protobuf/message.h>
 #include <google/protobuf/parse_context.h>
@@ -24,6 +25,7 @@
 #include <algorithm>
 #include <cerrno>
 #include <exception>
+#include <new>
 #include <stdexcept>
 #include <system_error>
 #include <utility>
@@ -89,6 +91,29 @@ bool Parse(Message& message, const unsigned char* data, std::size_t size, int de
         google::protobuf::StringPiece(reinterpret_cast<const char*>(data), size));
     at = message._InternalParse(at, &context);
     return at != nullptr && context.EndedAtLimit();
+}
+
+// Empties a message whose parsing ran out of memory. Such a message says that it has the part or
+// the text that it got no memory for, and Message::Clear would follow that; its destructor does
+// not.
+void Empty(Message& message) {
+    using google::protobuf::FieldDescriptor;
+    const auto& reflection = *message.GetReflection();
+    const auto& type = *message.GetDescriptor();
+    for (int i = 0; i < type.field_count(); ++i) {
+        const FieldDescriptor* const field = type.field(i);
+        const bool isPart = field->cpp_type() == FieldDescriptor::CPPTYPE_MESSAGE;
+        if (!isPart || field->is_map()) {
+            reflection.ClearField(&message, field);
+        } else if (!field->is_repeated()) {
+            delete reflection.ReleaseMessage(&message, field);
+        } else {
+            while (reflection.FieldSize(message, field) > 0) {
+                delete reflection.ReleaseLast(&message, field);
+            }
+        }
+    }
+    message.Clear();
 }
 
 [[noreturn]] void ThrowNotInitialized(const Message& message) {
@@ -352,7 +377,11 @@ bool FileDescriptorServiceConnection::Receive(Message& message) {
                 " that lacks required fields: " + message.InitializationErrorString());
         }
     } catch (const std::exception& failure) {
-        message.Clear();
+        if (dynamic_cast<const std::bad_alloc*>(&failure) != nullptr) {
+            Empty(message);
+        } else {
+            message.Clear();
+        }
         if (inStep) {
             // A connection that was lost before refused nothing.
             if (lost.empty()) {

@@ -10,8 +10,8 @@
 namespace {
 
 bool mutexesFail = false;
-// How many allocations succeed before one fails; none fails below 0.
-int successesLeft = -1;
+// How many allocations of the thread succeed before one fails; none fails below 0.
+thread_local int successesLeft = -1;
 
 }  // namespace
 
@@ -59,6 +59,10 @@ FailingAllocation::FailingAllocation(int successes) {
 
 FailingAllocation::~FailingAllocation() {
     successesLeft = -1;
+}
+
+bool FailingAllocation::HasFailed() const {
+    return successesLeft < 0;
 }
 
 }  // namespace Brantel::Tests

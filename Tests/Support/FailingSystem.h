@@ -3,10 +3,10 @@
 #include <new>
 
 // Compiled into a test program, FailingSystem.cpp takes the place of the system's functions for
-// mutexes and memory, and makes them fail on demand. For tests of one thread.
+// mutexes and memory, and makes them fail on demand.
 namespace Brantel::Tests {
 
-// While one lives no mutex can be made.
+// While one lives no mutex can be made, by any thread.
 class FailingMutexes {
   public:
     FailingMutexes();
@@ -15,13 +15,16 @@ class FailingMutexes {
     FailingMutexes& operator=(const FailingMutexes&) = delete;
 };
 
-// While one lives the allocation after `successes` fails, once.
+// While one lives the allocation after `successes` of the thread that made it fails, once. That
+// thread ends it, too.
 class FailingAllocation {
   public:
     explicit FailingAllocation(int successes);
     ~FailingAllocation();
     FailingAllocation(const FailingAllocation&) = delete;
     FailingAllocation& operator=(const FailingAllocation&) = delete;
+
+    bool HasFailed() const;
 };
 
 // Runs the call with an allocation that fails; whether the call failed with it.
