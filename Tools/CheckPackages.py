@@ -5,7 +5,8 @@ usage: CheckPackages.py <root of the tree> <build folder>
 
 Looked at: every file and folder outside the tree that CMake found (CMakeCache.txt), every command in `run`, .ci/run and
 Tools/demo, and every program that a Python script of Tools starts. The package that such a file belongs to must be
-listed, be what a listed one depends on, or be part of the smallest Debian. Exit status 77 where there is no dpkg.
+listed, be what a listed one depends on, or be part of the smallest Debian. The last group of the list, the peers of a
+benchmark, need not be installed. Exit status 77 where there is no dpkg.
 """
 
 import pathlib
@@ -19,6 +20,7 @@ import Tree
 # apt-get is how the others come; sudo is used only where it is.
 given = {"apt", "bash", "dpkg", "sudo"}
 scripts = ("run", ".ci/run", "Tools/demo")
+peersHead = "# peers of ./run bench store"
 debianPath = "/usr/sbin:/usr/bin:/sbin:/bin"
 
 
@@ -127,12 +129,19 @@ def toolsOf(root):
                 yield script, name, pathlib.Path(debian or shutil.which(name))
 
 
+def peersOf(path):
+    """The entries of the last group."""
+    lines = path.read_text().partition(peersHead)[2].splitlines()[1:]
+    return {name for line in lines if (name := line.split("#")[0].strip())}
+
+
 def errorsOf(root, build):
     used = [(f"CMake, {name}", path) for name, path in foundByCMake(build, root)]
     used += [(script, path) for script, _, path in toolsOf(root)]
-    packages = Packages(Tree.entriesOf(root / "Tools/packages.txt"), [path for _, path in used])
+    listed = Tree.entriesOf(root / "Tools/packages.txt")
+    packages = Packages(listed, [path for _, path in used])
     errors = []
-    for package in sorted(packages.listed):
+    for package in sorted(packages.listed - peersOf(root / "Tools/packages.txt")):
         if ask("dpkg-query", "--show", package).returncode != 0:
             errors.append(f"Tools/packages.txt: {package} is not installed: ./run install")
     for user, path in used:

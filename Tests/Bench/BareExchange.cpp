@@ -1,10 +1,14 @@
 #include "Bench/BareExchange.h"
 
+#include "Bench/BareFile.h"
+
 #include <sys/socket.h>
 #include <unistd.h>
 
+#include <algorithm>
 #include <cerrno>
 #include <chrono>
+#include <memory>
 #include <stdexcept>
 
 namespace Brantel::Bench {
@@ -53,6 +57,43 @@ bool ReceiveAll(int fd, char* data, std::size_t size, bool polls) {
     return true;
 }
 
+// The file of a serving end: places in turn in one whose blocks are all there.
+class FileWork {
+  public:
+    FileWork(const BareShape& shape, const std::string& path)
+        : work(shape.file), step(std::max(shape.requestSize, shape.answerSize)) {
+        if (work != BareShape::inMemory) {
+            size = std::max<std::uint64_t>(step * leastPlaces, leastSize);
+            file = std::make_unique<BareFile>(path, size);
+            ::unlink(path.c_str());
+        }
+    }
+    void Do(const std::vector<char>& request, std::vector<char>& answer) {
+        if (work == BareShape::inMemory) {
+            return;
+        }
+        place = place + 2 * step <= size ? place + step : 0;
+        if (work == BareShape::reads) {
+            file->Read(answer.data(), answer.size(), place);
+            return;
+        }
+        file->Write(request.data(), request.size(), place);
+        if (work == BareShape::writesAndFlushes) {
+            file->FlushData();
+        }
+    }
+
+  private:
+    static constexpr std::uint64_t leastPlaces = 4;
+    static constexpr std::uint64_t leastSize = 8U << 20U;
+
+    const std::uint64_t work;
+    const std::uint64_t step;
+    std::uint64_t size = 0;
+    std::uint64_t place = 0;
+    std::unique_ptr<BareFile> file;
+};
+
 }  // namespace
 
 BareExchange::BareExchange(int fd, const BareShape& shape)
@@ -73,13 +114,17 @@ void BareExchange::Call() {
     }
 }
 
-void ServeBareExchange(int fd) {
+void ServeBareExchange(int fd, const std::string& folder) {
     BareShape shape;
     if (ReceiveAll(fd, reinterpret_cast<char*>(&shape), sizeof(shape), false)) {
         std::vector<char> request(shape.requestSize);
-        const std::vector<char> answer(shape.answerSize, 'a');
-        while (ReceiveAll(fd, request.data(), request.size(), shape.polls != 0) &&
-               SendAll(fd, answer.data(), answer.size())) {
+        std::vector<char> answer(shape.answerSize, 'a');
+        FileWork file(shape, folder + "/file" + std::to_string(fd));
+        while (ReceiveAll(fd, request.data(), request.size(), shape.polls != 0)) {
+            file.Do(request, answer);
+            if (!SendAll(fd, answer.data(), answer.size())) {
+                break;
+            }
         }
     }
     ::close(fd);

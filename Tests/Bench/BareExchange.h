@@ -2,6 +2,7 @@
 
 #include <cstddef>
 #include <cstdint>
+#include <string>
 #include <vector>
 
 namespace Brantel::Bench {
@@ -12,6 +13,14 @@ struct BareShape {
     std::uint64_t requestSize = 0;
     std::uint64_t answerSize = 0;
     std::uint64_t polls = 0;  // 1: both ends poll for a moment before they block
+    std::uint64_t file = inMemory;
+
+    // What the serving end does with each request beside: nothing; writes it to a file, and flushes
+    // that; reads the answer from it.
+    static constexpr std::uint64_t inMemory = 0;
+    static constexpr std::uint64_t writes = 1;
+    static constexpr std::uint64_t writesAndFlushes = 2;
+    static constexpr std::uint64_t reads = 3;
 };
 
 // Owns the descriptor.
@@ -33,6 +42,7 @@ class BareExchange {
 };
 
 // The serving end: reads the shape, then answers until the other end closes. Closes the descriptor.
-void ServeBareExchange(int fd);
+// The file, if the shape has one, is in this folder.
+void ServeBareExchange(int fd, const std::string& folder = "");
 
 }  // namespace Brantel::Bench

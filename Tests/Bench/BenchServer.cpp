@@ -34,39 +34,11 @@ void Check(bool good, const char* what) {
     }
 }
 
-void SetOptions(int fd) {
-    const int sendBuffer = 212992;
-    ::setsockopt(fd, SOL_SOCKET, SO_SNDBUF, &sendBuffer, sizeof(sendBuffer));
-    const int on = 1;
-    ::setsockopt(fd, IPPROTO_TCP, TCP_NODELAY, &on, sizeof(on));
-}
-
 sockaddr_un UnixAddress(const std::string& path) {
     sockaddr_un address{};
     address.sun_family = AF_UNIX;
     path.copy(address.sun_path, sizeof(address.sun_path) - 1);
     return address;
-}
-
-int ListenUnix(const std::string& path) {
-    const int fd = ::socket(AF_UNIX, SOCK_STREAM | SOCK_CLOEXEC, 0);
-    const sockaddr_un address = UnixAddress(path);
-    Check(::bind(fd, reinterpret_cast<const sockaddr*>(&address), sizeof(address)) == 0, "bind");
-    Check(::listen(fd, 4096) == 0, "listen");
-    return fd;
-}
-
-int ListenTcp(int& port) {
-    const int fd = ::socket(AF_INET, SOCK_STREAM | SOCK_CLOEXEC, 0);
-    sockaddr_in address{};
-    address.sin_family = AF_INET;
-    address.sin_addr.s_addr = htonl(INADDR_LOOPBACK);
-    Check(::bind(fd, reinterpret_cast<const sockaddr*>(&address), sizeof(address)) == 0, "bind");
-    Check(::listen(fd, 4096) == 0, "listen");
-    socklen_t size = sizeof(address);
-    Check(::getsockname(fd, reinterpret_cast<sockaddr*>(&address), &size) == 0, "getsockname");
-    port = ntohs(address.sin_port);
-    return fd;
 }
 
 void AcceptForEver(int listening, const std::function<void(int)>& serve) {
@@ -75,7 +47,7 @@ void AcceptForEver(int listening, const std::function<void(int)>& serve) {
         if (fd < 0) {
             continue;
         }
-        SetOptions(fd);
+        SetSocketOptions(fd);
         std::thread([fd, serve, accepted] {
             const ScatteredHeap heap(accepted);
             serve(fd);
@@ -107,12 +79,40 @@ void KeepOnProcessor(int processor) {
     Check(::sched_setaffinity(0, sizeof(processors), &processors) == 0, "sched_setaffinity");
 }
 
+void SetSocketOptions(int fd) {
+    const int sendBuffer = 212992;
+    ::setsockopt(fd, SOL_SOCKET, SO_SNDBUF, &sendBuffer, sizeof(sendBuffer));
+    const int on = 1;
+    ::setsockopt(fd, IPPROTO_TCP, TCP_NODELAY, &on, sizeof(on));
+}
+
+int ListenUnix(const std::string& path) {
+    const int fd = ::socket(AF_UNIX, SOCK_STREAM | SOCK_CLOEXEC, 0);
+    const sockaddr_un address = UnixAddress(path);
+    Check(::bind(fd, reinterpret_cast<const sockaddr*>(&address), sizeof(address)) == 0, "bind");
+    Check(::listen(fd, 4096) == 0, "listen");
+    return fd;
+}
+
+int ListenTcp(int& port) {
+    const int fd = ::socket(AF_INET, SOCK_STREAM | SOCK_CLOEXEC, 0);
+    sockaddr_in address{};
+    address.sin_family = AF_INET;
+    address.sin_addr.s_addr = htonl(INADDR_LOOPBACK);
+    Check(::bind(fd, reinterpret_cast<const sockaddr*>(&address), sizeof(address)) == 0, "bind");
+    Check(::listen(fd, 4096) == 0, "listen");
+    socklen_t size = sizeof(address);
+    Check(::getsockname(fd, reinterpret_cast<sockaddr*>(&address), &size) == 0, "getsockname");
+    port = ntohs(address.sin_port);
+    return fd;
+}
+
 int ConnectSocket(const std::string& unixPath) {
     const int fd = ::socket(AF_UNIX, SOCK_STREAM | SOCK_CLOEXEC, 0);
     const sockaddr_un address = UnixAddress(unixPath);
     Check(::connect(fd, reinterpret_cast<const sockaddr*>(&address), sizeof(address)) == 0,
           "connect");
-    SetOptions(fd);
+    SetSocketOptions(fd);
     return fd;
 }
 
@@ -124,7 +124,7 @@ int ConnectSocket(int loopbackPort) {
     address.sin_port = htons(static_cast<std::uint16_t>(loopbackPort));
     Check(::connect(fd, reinterpret_cast<const sockaddr*>(&address), sizeof(address)) == 0,
           "connect");
-    SetOptions(fd);
+    SetSocketOptions(fd);
     return fd;
 }
 
@@ -144,8 +144,9 @@ BenchServer::BenchServer(int processor, int pollMicroseconds) {
         KeepOnProcessor(processor);
         Services::SpinGovernor governor{std::chrono::microseconds(pollMicroseconds)};
         const auto protocol = [&governor](int fd) { ServeProtocol(fd, governor); };
-        std::thread([&] { AcceptForEver(bareUnix, ServeBareExchange); }).detach();
-        std::thread([&] { AcceptForEver(bareTcp, ServeBareExchange); }).detach();
+        const auto bare = [](int fd) { ServeBareExchange(fd); };
+        std::thread([&] { AcceptForEver(bareUnix, bare); }).detach();
+        std::thread([&] { AcceptForEver(bareTcp, bare); }).detach();
         std::thread([&] { AcceptForEver(protocolUnix, protocol); }).detach();
         AcceptForEver(protocolTcp, protocol);
     }

@@ -1,16 +1,21 @@
 #pragma once
 
+#include "Bench/Transport.h"
+
 #include <sys/types.h>
 
 #include <string>
 
 namespace Brantel::Bench {
 
-enum class Transport { Unix, Tcp };
-
 // A connected socket with the options that a connection of ours has.
 int ConnectSocket(const std::string& unixPath);
 int ConnectSocket(int loopbackPort);
+void SetSocketOptions(int fd);
+
+// A socket that listens there; a free port of 127.0.0.1.
+int ListenUnix(const std::string& path);
+int ListenTcp(int& port);
 
 // A child process, kept on one processor, that serves the bare exchange and the protocol (a Service
 // over the keeping storage for each connection), both on a Unix socket and on a loopback TCP port.

@@ -69,7 +69,8 @@ Protocol::Chunk MakeChunk(std::size_t size) {
 // The bytes that one call of this kind moves each way, frame lengths included.
 BareShape ShapeOf(Kind kind, std::size_t size, bool polls) {
     constexpr std::uint64_t smallFrame = 24;
-    BareShape shape{smallFrame, kind == Kind::Ping ? 16U : 5U, polls ? 1U : 0U};
+    BareShape shape{smallFrame, kind == Kind::Ping ? 16U : 5U, polls ? 1U : 0U,
+                    BareShape::inMemory};
     if (kind == Kind::Append || kind == Kind::Discard) {
         BrantelStorageApi::Request request;
         request.set_operation(BrantelStorageApi::OPERATION_TrackWriter_Append);

@@ -121,6 +121,25 @@ class RunTest(MadeUpTree.MadeUpTree):
         self.assertEqual(self.run_("soak")[1], "soak 600\n")
         self.assertEqual(self.run_("soak", "soon")[0], 2)
 
+    def testPeersOfTheBenchmarkAreNotInstalledWithTheRest(self):
+        self.put("Tools/packages.txt", "present\n# peers of ./run bench store\nabsent\n")
+        self.assertEqual(self.run_("install")[1], "install: nothing is missing\n")
+
+    def testTheBenchmarkBesideOthersInstallsThemAndPassesItsArguments(self):
+        self.put("Tools/packages.txt", "other\n# peers of ./run bench store\nabsent\npresent\n")
+        self.put("build/release/Tests/Bench/StoreBench", '#!/bin/bash\necho "store $*"\n', executable=True)
+        code, out, _ = self.run_("bench", "store", "--workload", "ask")
+        self.assertEqual((code, out.splitlines()[-1]), (0, "store --workload ask"))
+        self.assertIn("apt-get install --yes --quiet --no-install-recommends absent", self.calls())
+
+    def testTheBenchmarkBesideOthersRunsWithoutThoseThatCanNotBeInstalled(self):
+        self.put("Tools/packages.txt", "# peers of ./run bench store\nabsent\n")
+        self.put("build/release/Tests/Bench/StoreBench", '#!/bin/bash\necho "store $*"\n', executable=True)
+        self.put("fail-apt-get")
+        code, out, err = self.run_("bench", "store")
+        self.assertEqual((code, out.splitlines()[-1]), (0, "store "))
+        self.assertIn("bench: not installed: absent", err)
+
     def testWhatAptRefusesFailsTheCommand(self):
         self.put("fail-apt-get")
         self.assertEqual(self.run_("install")[0], 1)

@@ -72,6 +72,10 @@ class CheckPackagesOnThisSystemTest(MadeUpTree.MadeUpTree):
         self.put("Tools/packages.txt", "cmake\nninja-build\nno-such-package\n")
         self.assertOneError(self.errors(), "no-such-package is not installed")
 
+    def testPeersOfTheBenchmarkCoverWhatIsFoundAndNeedNotBeThere(self):
+        self.put("Tools/packages.txt", f"cmake\n{CheckPackages.peersHead}: more\nninja-build\nno-such-package\n")
+        self.assertEqual(self.errors(), [])
+
 
 if __name__ == "__main__":
     unittest.main()

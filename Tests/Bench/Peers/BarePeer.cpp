@@ -1,0 +1,126 @@
+// What the machine gives: both ends move as many bytes as a call of ours over the same kind of
+// socket, with buffers made once, no messages and no storage. Where ours writes to a file, the
+// other end writes what it got to one whose blocks are all there, and flushes it where ours does.
+
+#include "Bench/BareExchange.h"
+#include "Bench/BareFile.h"
+#include "Bench/BenchServer.h"
+#include "Bench/Peers/Kinds.h"
+#include "Bench/Peers/ServerChild.h"
+
+#include <BrantelStorageApiMessages.pb.h>
+
+#include <netinet/in.h>
+#include <netinet/tcp.h>
+#include <sys/socket.h>
+#include <unistd.h>
+
+#include <stdexcept>
+#include <thread>
+#include <utility>
+
+namespace Brantel::Bench {
+namespace {
+
+constexpr std::size_t frameLength = 4;  // at most, for these sizes
+
+std::size_t ChunkRequest(std::size_t size) {
+    BrantelStorageApi::Request request;
+    request.set_operation(BrantelStorageApi::OPERATION_TrackWriter_Append);
+    auto& append = *request.mutable_trackwriter_append();
+    append.set_object_handle(1);
+    append.mutable_chunk()->mutable_timecode()->set_nanoseconds(1);
+    append.mutable_chunk()->mutable_duration()->set_nanoseconds(1);
+    auto& item = *append.mutable_chunk()->mutable_data()->add_items();
+    item.set_key("data");
+    item.mutable_value()->assign(size, 'x');
+    return request.ByteSizeLong() + frameLength;
+}
+
+BareShape ShapeOf(const Task& task, Keeping keeping, bool polls) {
+    constexpr std::uint64_t smallRequest = 24;
+    constexpr std::uint64_t smallAnswer = 16;
+    constexpr std::uint64_t emptyAnswer = 5;
+    BareShape shape{smallRequest, smallAnswer, polls ? 1U : 0U, BareShape::inMemory};
+    if (task.work == Work::Append) {
+        shape.requestSize = ChunkRequest(task.size);
+        shape.answerSize = emptyAnswer;
+        if (keeping == Keeping::Always) {
+            shape.file = BareShape::writesAndFlushes;
+        } else if (keeping != Keeping::Memory) {
+            shape.file = BareShape::writes;
+        }
+    } else if (task.work != Work::Ask) {
+        shape.answerSize = ChunkRequest(task.size);
+        shape.file = keeping == Keeping::Memory ? BareShape::inMemory : BareShape::reads;
+    }
+    return shape;
+}
+
+class BareCalls : public ICalls {
+  public:
+    BareCalls(int fd, const BareShape& shape) : exchange(fd, shape) {}
+    void Call() override { exchange.Call(); }
+
+  private:
+    BareExchange exchange;
+};
+
+class BarePeer : public IPeer {
+  public:
+    BarePeer(const std::string& folder, Keeping keeping, bool polls)
+        : path(folder + "/socket"),
+          keeping(keeping),
+          polls(polls),
+          server({"/proc/self/exe", "--serve", polls ? "bare" : "bare-blocking", folder}, folder),
+          port(std::stoi(server.ReadReady())) {}
+
+    std::unique_ptr<ICalls> Open(const Task& task) override {
+        const int fd =
+            task.transport == Transport::Unix ? ConnectSocket(path) : ConnectSocket(port);
+        return std::make_unique<BareCalls>(fd, ShapeOf(task, keeping, polls));
+    }
+    pid_t Process() const override { return server.Process(); }
+
+  private:
+    const std::string path;
+    const Keeping keeping;
+    const bool polls;
+    ServerChild server;
+    const int port;
+};
+
+[[noreturn]] void AcceptForEver(int listening, const std::string& folder) {
+    for (;;) {
+        const int fd = ::accept4(listening, nullptr, nullptr, SOCK_CLOEXEC);
+        if (fd >= 0) {
+            SetSocketOptions(fd);
+            std::thread([fd, folder] { ServeBareExchange(fd, folder); }).detach();
+        }
+    }
+}
+
+void Serve(const std::string& folder, const std::function<void(int)>& ready) {
+    int port = 0;
+    const int overTcp = ListenTcp(port);
+    const int overUnix = ListenUnix(folder + "/socket");
+    ready(port);
+    std::thread([overTcp, folder] { AcceptForEver(overTcp, folder); }).detach();
+    AcceptForEver(overUnix, folder);
+}
+
+}  // namespace
+
+PeerKind BareKind(bool polls) {
+    return {polls ? "bare" : "bare-blocking",
+            polls ? "the same bytes and nothing else, polling as ours does before it blocks"
+                  : "the same bytes and nothing else, blocking",
+            "",
+            [](const Task& task, Keeping) { return task.work != Work::Wait; },
+            [polls](const std::string& folder, Keeping keeping) {
+                return std::make_unique<BarePeer>(folder, keeping, polls);
+            },
+            Serve};
+}
+
+}  // namespace Brantel::Bench

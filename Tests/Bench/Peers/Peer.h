@@ -1,0 +1,87 @@
+#pragma once
+
+#include "Bench/Transport.h"
+
+#include <sys/types.h>
+
+#include <cstddef>
+#include <functional>
+#include <memory>
+#include <string>
+#include <vector>
+
+namespace Brantel::Bench {
+
+// What one connection does again and again.
+enum class Work {
+    Ask,     // a small question with an answer of 8 bytes
+    Append,  // one more value of Task::size bytes
+    Read,    // one of the last keptValues values, in turn
+    Next,    // the value that comes after the one got before, from walkValues; then from the start
+    Previous,  // likewise backwards
+    Wait       // until a value is there that was not when the call before ended
+};
+
+// What an answered append survives.
+enum class Keeping {
+    Memory,    // nothing: the values are in memory
+    System,    // the end of the server: the bytes are with the operating system
+    Interval,  // a loss of power, but for the last second
+    Always     // a loss of power
+};
+
+constexpr std::size_t keptValues = 4;
+constexpr std::size_t walkValues = 1000;
+
+struct Task {
+    Work work = Work::Ask;
+    Transport transport = Transport::Unix;
+    std::size_t size = 0;  // of the values, in bytes
+};
+
+// One connection that is open for one task. Used by one thread at a time; closed at its end.
+class ICalls {
+  public:
+    virtual ~ICalls() = default;
+
+    // One request and its answer. Throws std::runtime_error when the answer is not what it has to
+    // be.
+    virtual void Call() = 0;
+
+  protected:
+    ICalls() = default;
+    ICalls(const ICalls&) = default;
+    ICalls& operator=(const ICalls&) = default;
+};
+
+// A server that runs in a process of its own and ends with this object.
+class IPeer {
+  public:
+    virtual ~IPeer() = default;
+
+    // Connects and makes sure that what the task reads is there. Threads may open at once.
+    virtual std::unique_ptr<ICalls> Open(const Task& task) = 0;
+
+    virtual pid_t Process() const = 0;
+
+  protected:
+    IPeer() = default;
+    IPeer(const IPeer&) = default;
+    IPeer& operator=(const IPeer&) = default;
+};
+
+// One that can be measured beside the others.
+struct PeerKind {
+    std::string name;
+    std::string about;    // what it is and which of its ways is taken
+    std::string missing;  // why it can't be measured here; "": it can
+    std::function<bool(const Task&, Keeping)> does;
+    // With a folder of its own, which it may fill.
+    std::function<std::unique_ptr<IPeer>(const std::string& folder, Keeping)> start;
+    // The server's side, for those that are part of the benchmark: serves the socket "socket" in
+    // the folder and a free port of 127.0.0.1, whose number it tells `ready` once it listens. Null
+    // for programs of others.
+    std::function<void(const std::string& folder, const std::function<void(int)>& ready)> serve;
+};
+
+}  // namespace Brantel::Bench
