@@ -62,14 +62,14 @@ class FileWork {
   public:
     FileWork(const BareShape& shape, const std::string& path)
         : work(shape.file), step(std::max(shape.requestSize, shape.answerSize)) {
-        if (work != BareShape::inMemory) {
+        if (HasFile()) {
             size = std::max<std::uint64_t>(step * leastPlaces, leastSize);
             file = std::make_unique<BareFile>(path, size);
             ::unlink(path.c_str());
         }
     }
     void Do(const std::vector<char>& request, std::vector<char>& answer) {
-        if (work == BareShape::inMemory) {
+        if (!HasFile()) {
             return;
         }
         place = place + 2 * step <= size ? place + step : 0;
@@ -84,6 +84,8 @@ class FileWork {
     }
 
   private:
+    bool HasFile() const { return work != BareShape::inMemory && work != BareShape::waits; }
+
     static constexpr std::uint64_t leastPlaces = 4;
     static constexpr std::uint64_t leastSize = 8U << 20U;
 
@@ -114,14 +116,20 @@ void BareExchange::Call() {
     }
 }
 
-void ServeBareExchange(int fd, const std::string& folder) {
+void ServeBareExchange(int fd, const std::string& folder, BareBell& bell) {
     BareShape shape;
     if (ReceiveAll(fd, reinterpret_cast<char*>(&shape), sizeof(shape), false)) {
         std::vector<char> request(shape.requestSize);
         std::vector<char> answer(shape.answerSize, 'a');
         FileWork file(shape, folder + "/file" + std::to_string(fd));
+        std::uint64_t heard = bell.Rings();
         while (ReceiveAll(fd, request.data(), request.size(), shape.polls != 0)) {
             file.Do(request, answer);
+            if (shape.wakes != 0) {
+                bell.Ring();
+            } else if (shape.file == BareShape::waits) {
+                bell.WaitFor(heard++);
+            }
             if (!SendAll(fd, answer.data(), answer.size())) {
                 break;
             }

@@ -1,7 +1,9 @@
 #pragma once
 
+#include <condition_variable>
 #include <cstddef>
 #include <cstdint>
+#include <mutex>
 #include <string>
 #include <vector>
 
@@ -16,11 +18,15 @@ struct BareShape {
     std::uint64_t file = inMemory;
 
     // What the serving end does with each request beside: nothing; writes it to a file, and flushes
-    // that; reads the answer from it.
+    // that; reads the answer from it. Or it answers once another connection, whose shape wakes, has
+    // sent a request more.
     static constexpr std::uint64_t inMemory = 0;
     static constexpr std::uint64_t writes = 1;
     static constexpr std::uint64_t writesAndFlushes = 2;
     static constexpr std::uint64_t reads = 3;
+    static constexpr std::uint64_t waits = 4;
+
+    std::uint64_t wakes = 0;  // 1: each request wakes those that wait
 };
 
 // Owns the descriptor.
@@ -41,8 +47,32 @@ class BareExchange {
     std::vector<char> answer;
 };
 
+// What connections of one serving process wait for. Thread-safe.
+class BareBell {
+  public:
+    void Ring() {
+        const std::lock_guard lock(mutex);
+        ++rings;
+        change.notify_all();
+    }
+    std::uint64_t Rings() {
+        const std::lock_guard lock(mutex);
+        return rings;
+    }
+    // Until it has rung more often than so often.
+    void WaitFor(std::uint64_t times) {
+        std::unique_lock lock(mutex);
+        change.wait(lock, [&] { return rings > times; });
+    }
+
+  private:
+    std::mutex mutex;
+    std::condition_variable change;
+    std::uint64_t rings = 0;
+};
+
 // The serving end: reads the shape, then answers until the other end closes. Closes the descriptor.
-// The file, if the shape has one, is in this folder.
-void ServeBareExchange(int fd, const std::string& folder = "");
+// The file, if the shape has one, is in this folder; the bell is borrowed.
+void ServeBareExchange(int fd, const std::string& folder, BareBell& bell);
 
 }  // namespace Brantel::Bench

@@ -144,7 +144,8 @@ BenchServer::BenchServer(int processor, int pollMicroseconds) {
         KeepOnProcessor(processor);
         Services::SpinGovernor governor{std::chrono::microseconds(pollMicroseconds)};
         const auto protocol = [&governor](int fd) { ServeProtocol(fd, governor); };
-        const auto bare = [](int fd) { ServeBareExchange(fd); };
+        BareBell bell;
+        const auto bare = [&bell](int fd) { ServeBareExchange(fd, "", bell); };
         std::thread([&] { AcceptForEver(bareUnix, bare); }).detach();
         std::thread([&] { AcceptForEver(bareTcp, bare); }).detach();
         std::thread([&] { AcceptForEver(protocolUnix, protocol); }).detach();

@@ -156,6 +156,7 @@ class StoreBench {
             task.work = Work::Wait;
         }
         return (!kind.does || kind.does(task, workload.keeping)) &&
+               workload.connections <= kind.mostConnections &&
                (kind.name == "brantel" || kind.name.starts_with("bare") ||
                 IsChosen(options.peers, kind.name));
     }
@@ -250,6 +251,10 @@ int InFolder(const std::function<void(const std::string&)>& work) {
     // Servers that outlive the child become children of this process.
     ::prctl(PR_SET_CHILD_SUBREAPER, 1);
     const Tests::TemporaryFolder folder;
+    // A server that runs as another user passes through it.
+    std::filesystem::permissions(
+        folder.Path(), std::filesystem::perms::group_exec | std::filesystem::perms::others_exec,
+        std::filesystem::perm_options::add);
     const pid_t parent = ::getpid();
     const pid_t child = ::fork();
     if (child == 0) {

@@ -116,7 +116,7 @@ void AddWakes(std::vector<Workload>& all, Keeping keeping, const std::string& na
         wake.name = "wake/" + name + "/" + over.name;
         wake.about = "from an append of 4 KiB until another connection's wait ends, over " +
                      std::string(over.about) + ", " + name + ", processors free to choose";
-        wake.task = {Work::Append, over.transport, 4 * kibi};
+        wake.task = {Work::Append, over.transport, 4 * kibi, true};
         wake.keeping = keeping;
         wake.goals = {{"redis", 1}};
         if (keeping != Keeping::Always) {

@@ -41,15 +41,18 @@ BareShape ShapeOf(const Task& task, Keeping keeping, bool polls) {
     constexpr std::uint64_t smallRequest = 24;
     constexpr std::uint64_t smallAnswer = 16;
     constexpr std::uint64_t emptyAnswer = 5;
-    BareShape shape{smallRequest, smallAnswer, polls ? 1U : 0U, BareShape::inMemory};
+    BareShape shape{smallRequest, smallAnswer, polls ? 1U : 0U, BareShape::inMemory, 0};
     if (task.work == Work::Append) {
         shape.requestSize = ChunkRequest(task.size);
         shape.answerSize = emptyAnswer;
+        shape.wakes = task.isAwaited ? 1 : 0;
         if (keeping == Keeping::Always) {
             shape.file = BareShape::writesAndFlushes;
         } else if (keeping != Keeping::Memory) {
             shape.file = BareShape::writes;
         }
+    } else if (task.work == Work::Wait) {
+        shape.file = BareShape::waits;
     } else if (task.work != Work::Ask) {
         shape.answerSize = ChunkRequest(task.size);
         shape.file = keeping == Keeping::Memory ? BareShape::inMemory : BareShape::reads;
@@ -90,12 +93,12 @@ class BarePeer : public IPeer {
     const int port;
 };
 
-[[noreturn]] void AcceptForEver(int listening, const std::string& folder) {
+[[noreturn]] void AcceptForEver(int listening, const std::string& folder, BareBell& bell) {
     for (;;) {
         const int fd = ::accept4(listening, nullptr, nullptr, SOCK_CLOEXEC);
         if (fd >= 0) {
             SetSocketOptions(fd);
-            std::thread([fd, folder] { ServeBareExchange(fd, folder); }).detach();
+            std::thread([fd, folder, &bell] { ServeBareExchange(fd, folder, bell); }).detach();
         }
     }
 }
@@ -105,8 +108,9 @@ void Serve(const std::string& folder, const std::function<void(int)>& ready) {
     const int overTcp = ListenTcp(port);
     const int overUnix = ListenUnix(folder + "/socket");
     ready(port);
-    std::thread([overTcp, folder] { AcceptForEver(overTcp, folder); }).detach();
-    AcceptForEver(overUnix, folder);
+    BareBell bell;
+    std::thread([overTcp, folder, &bell] { AcceptForEver(overTcp, folder, bell); }).detach();
+    AcceptForEver(overUnix, folder, bell);
 }
 
 }  // namespace
@@ -116,7 +120,7 @@ PeerKind BareKind(bool polls) {
             polls ? "the same bytes and nothing else, polling as ours does before it blocks"
                   : "the same bytes and nothing else, blocking",
             "",
-            [](const Task& task, Keeping) { return task.work != Work::Wait; },
+            [](const Task&, Keeping) { return true; },
             [polls](const std::string& folder, Keeping keeping) {
                 return std::make_unique<BarePeer>(folder, keeping, polls);
             },

@@ -30,7 +30,7 @@ std::vector<PeerKind> AllKinds() {
 #ifdef BRANTEL_PEER_THRIFT
     kinds.push_back(ThriftKind());
 #else
-    kinds.push_back(NotBuilt("thrift", "libthrift-dev or thrift-compiler"));
+    kinds.push_back(NotBuilt("thrift", "libthrift-dev, thrift-compiler or libboost-dev"));
 #endif
 #ifdef BRANTEL_PEER_ZEROMQ
     kinds.push_back(ZeroMqKind());

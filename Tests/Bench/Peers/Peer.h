@@ -6,6 +6,7 @@
 
 #include <cstddef>
 #include <functional>
+#include <limits>
 #include <memory>
 #include <string>
 #include <vector>
@@ -36,7 +37,8 @@ constexpr std::size_t walkValues = 1000;
 struct Task {
     Work work = Work::Ask;
     Transport transport = Transport::Unix;
-    std::size_t size = 0;  // of the values, in bytes
+    std::size_t size = 0;    // of the values, in bytes
+    bool isAwaited = false;  // of appends: another connection waits for them
 };
 
 // One connection that is open for one task. Used by one thread at a time; closed at its end.
@@ -82,6 +84,8 @@ struct PeerKind {
     // the folder and a free port of 127.0.0.1, whose number it tells `ready` once it listens. Null
     // for programs of others.
     std::function<void(const std::string& folder, const std::function<void(int)>& ready)> serve;
+    // More at once are too many for it.
+    std::size_t mostConnections = std::numeric_limits<std::size_t>::max();
 };
 
 }  // namespace Brantel::Bench

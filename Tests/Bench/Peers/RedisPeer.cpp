@@ -166,10 +166,12 @@ class RedisPeer : public IPeer {
     }
 
     std::unique_ptr<ICalls> Open(const Task& task) override {
-        Context context = Connect(address, task.transport);
-        if (!context) {
-            throw std::runtime_error("redis: no connection");
-        }
+        Context context;
+        // Over a Unix socket a connection is refused while too many wait to be accepted.
+        server.Until([&] {
+            context = Connect(address, task.transport);
+            return context != nullptr;
+        });
         return std::make_unique<RedisCalls>(std::move(context), task, isStream);
     }
     pid_t Process() const override { return server.Process(); }
