@@ -16,8 +16,8 @@ struct ServerLimits {
     std::uint64_t connections = 4096;
     // So many readers and writers, together, are open on one connection.
     std::uint64_t workersPerConnection = 1024;
-    // So many bytes of large messages arrive at once, over all connections; a message that does not
-    // fit waits. At least messageBytes.
+    // So many bytes of large messages arrive at once, over all connections; what does not fit
+    // waits. At least messageBytes.
     std::uint64_t bytesInFlight = std::uint64_t{512} << 20U;
     // A message arrives, and an answer is taken, at no less than so many bytes a second, after the
     // grace; 0: as slowly as the client likes.

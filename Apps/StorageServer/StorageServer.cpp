@@ -85,7 +85,8 @@ std::unique_ptr<Services::IServiceHandler> StorageServer::MakeService(
     return std::make_unique<ClientHandler>(
         std::make_unique<GuardedStorage>(storage.MakeTrackStorage(), session),
         std::make_unique<GuardedReaderFactory>(storage.MakeReaderFactory(client), session),
-        std::make_unique<GuardedWriterFactory>(storage.MakeWriterFactory(client), session));
+        std::make_unique<GuardedWriterFactory>(storage.MakeWriterFactory(client), session),
+        [&connection] { connection.GiveRoomBack(); });
 }
 
 std::vector<StorageServer::Refused> StorageServer::RefusedByLimit() const {

@@ -1,46 +1,79 @@
 #include "ArrivalRoom.h"
 
+#include <algorithm>
 #include <chrono>
 
 namespace Brantel::Services {
 
-bool ArrivalRoom::Take(std::uint64_t bytes, const std::function<bool()>& isOver, bool& waited) {
+void ArrivalRoom::Enter(ArrivingMessage& message, std::uint64_t bytes) {
+    const std::lock_guard guard(mutex);
+    message.place = messages.insert(messages.end(), &message);
+    message.size = bytes;
+    message.taken = 0;
+}
+
+bool ArrivalRoom::Take(ArrivingMessage& message, std::uint64_t bytes,
+                       const std::function<bool()>& isOver, bool& waited) {
     // How soon a connection that waits here notices its end.
     constexpr std::chrono::milliseconds pause{100};
     std::unique_lock guard(mutex);
-    waited = !waiters.empty() || size - taken < bytes;
-    if (!waited) {
-        taken += bytes;
-        return true;
-    }
-    Waiter waiter;
-    waiter.bytes = bytes;
-    waiters.push_back(&waiter);
-    while (!waiter.served) {
-        waiter.wake.wait_for(guard, pause);
-        if (!waiter.served && isOver()) {
-            waiters.remove(&waiter);
+    message.wanted = bytes;
+    ++waiting;
+    ServeLocked();
+    while (message.wanted > 0) {
+        waited = true;
+        message.served.wait_for(guard, pause);
+        if (message.wanted > 0 && isOver()) {
+            message.wanted = 0;
+            --waiting;
             // It may have been the one that the others could not pass.
-            ServeWaiters();
+            ServeLocked();
             return false;
         }
     }
     return true;
 }
 
-void ArrivalRoom::GiveBack(std::uint64_t bytes) noexcept {
+void ArrivalRoom::Complete(ArrivingMessage& message) noexcept {
     const std::lock_guard guard(mutex);
-    taken -= bytes;
-    ServeWaiters();
+    message.size = std::max<std::uint64_t>(message.taken, 1);
+    ServeLocked();
 }
 
-void ArrivalRoom::ServeWaiters() noexcept {
-    while (!waiters.empty() && size - taken >= waiters.front()->bytes) {
-        Waiter& first = *waiters.front();
-        waiters.pop_front();
-        taken += first.bytes;
-        first.served = true;
-        first.wake.notify_one();
+void ArrivalRoom::Leave(ArrivingMessage& message) noexcept {
+    const std::lock_guard guard(mutex);
+    messages.erase(message.place);
+    taken -= message.taken;
+    message.size = message.taken = 0;
+    ServeLocked();
+}
+
+// A message that has begun may pass those that have not: it gives its room back the sooner.
+void ArrivalRoom::ServeLocked() noexcept {
+    if (waiting == 0) {
+        return;
+    }
+    std::uint64_t younger = taken;
+    // What all messages so far, each with those that are younger, leave free.
+    std::uint64_t free = size;
+    bool newOnesWait = false;
+    for (ArrivingMessage* const message : messages) {
+        younger -= message->taken;
+        if (message->wanted > 0) {
+            const bool isNew = message->taken == 0;
+            if (message->wanted <= free && !(isNew && newOnesWait)) {
+                taken += message->wanted;
+                message->taken += message->wanted;
+                free -= message->wanted;
+                message->wanted = 0;
+                --waiting;
+                message->served.notify_one();
+            } else {
+                newOnesWait = newOnesWait || isNew;
+            }
+        }
+        const std::uint64_t claimed = message->size + younger;
+        free = std::min(free, size - std::min(size, claimed));
     }
 }
 

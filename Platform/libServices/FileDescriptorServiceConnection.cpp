@@ -44,6 +44,8 @@ constexpr std::size_t firstScratchSize = 1024;
 constexpr std::size_t lengthSizeLimit = 5;
 // A message of at most this size takes its memory without asking for room.
 constexpr std::size_t roomless = std::size_t{64} * 1024;
+// A larger one asks for so much at a time: a mebibyte of payload and what goes with it.
+constexpr std::size_t roomStep = (std::size_t{1} << 20U) + (std::size_t{1} << 16U);
 // What is received whole before it is parsed need not be counted: an element takes two bytes.
 static_assert(SocketReader::capacity / 2 <= ConnectionLimits::lowestElements);
 static_assert(scratchSize + SocketReader::capacity <= std::size_t{64} * 1024);
@@ -229,14 +231,19 @@ void FileDescriptorServiceConnection::FinishSend(long sent, long frameSize) {
     }
     const long done = std::max(sent, 0L);
     iovec rest{scratch.get() + done, static_cast<std::size_t>(frameSize - done)};
-    sendPace->Restart();
+    BeginSlowSend();
     NoteSendError(SendParts(fd, &rest, 1, *sendPace));
+}
+
+void FileDescriptorServiceConnection::BeginSlowSend() {
+    sendPace->Restart();
+    sendPace->KeepRoom(room, keptRoom);
 }
 
 void FileDescriptorServiceConnection::SendLarge(const Message& message, std::size_t size) {
     unsigned char* end =
         CodedOutputStream::WriteVarint32ToArray(static_cast<std::uint32_t>(size), scratch.get());
-    sendPace->Restart();
+    BeginSlowSend();
     GatherOutput output(fd, unixDomain ? SendAligned : SendParts, *sendPace, scratch.get(),
                         scratchSize, static_cast<std::size_t>(end - scratch.get()));
     {
@@ -311,8 +318,9 @@ inline bool FileDescriptorServiceConnection::ReceiveBody(Message& message, std::
 bool FileDescriptorServiceConnection::ReceiveLarge(Message& message, std::size_t size) {
     bodyStart = reader->Received() - reader->Available();
     message.Clear();
-    if (room != nullptr && size > roomless) {
-        TakeRoom(size);
+    const bool takesRoom = room != nullptr && size > roomless;
+    if (takesRoom) {
+        EnterRoom(size);
     }
     reader->TakeWholeBuffer();
     reader->BeginMessage();
@@ -320,27 +328,57 @@ bool FileDescriptorServiceConnection::ReceiveLarge(Message& message, std::size_t
     const bool isCounted = limits.elements != ConnectionLimits().elements;
     const bool valid =
         MessageReceiver(*reader, limits.depth, isCounted ? &count : nullptr).Receive(message, size);
+    if (takesRoom) {
+        reader->SetAdmission(nullptr);
+        room->Complete(*arrival);
+        keptRoom = arrival->Taken();
+    }
     refusal = count.Reason();
     return valid;
 }
 
-void FileDescriptorServiceConnection::TakeRoom(std::size_t size) {
+void FileDescriptorServiceConnection::EnterRoom(std::size_t size) {
+    if (arrival == nullptr) {
+        arrival = std::make_unique<ArrivingMessage>();
+    }
+    room->Enter(*arrival, size);
+    hasWaited = false;
+    Admit(size, 1);
+    reader->KeepRoom(room, size);
+    reader->SetAdmission([this, size](std::size_t wanted) { return Admit(size, wanted); });
+}
+
+// Of a message of `size` bytes `wanted` more are to be received: how many have room.
+std::size_t FileDescriptorServiceConnection::Admit(std::size_t size, std::size_t wanted) {
+    const std::uint64_t came = reader->Received() - bodyStart;
+    while (arrival->Taken() < size && arrival->Taken() <= came) {
+        TakeRoom(std::min(roomStep, size - arrival->Taken()));
+    }
+    const std::uint64_t left = std::max(arrival->Taken(), came + 1) - came;
+    return std::min<std::size_t>(wanted, left);
+}
+
+void FileDescriptorServiceConnection::TakeRoom(std::size_t bytes) {
     bool waited = false;
     const bool isThere = room->Take(
-        size, [this] { return broken.load() || PeerGone(); }, waited);
-    if (waited) {
+        *arrival, bytes, [this] { return broken.load() || PeerGone(); }, waited);
+    if (waited && !std::exchange(hasWaited, true)) {
         Count(&LimitCounts::delayedMessages);
     }
     if (!isThere) {
         throw SocketDisconnected("Connection lost while a message waited for room");
     }
-    taken = size;
+    if (waited) {
+        // It was not the other side that took the time.
+        reader->BeginMessage();
+    }
 }
 
 void FileDescriptorServiceConnection::GiveRoomBack() noexcept {
-    if (taken > 0) {
-        room->GiveBack(taken);
-        taken = 0;
+    if (arrival != nullptr && arrival->IsUnderWay()) {
+        room->Leave(*arrival);
+        reader->KeepRoom(nullptr, 0);
+        keptRoom = 0;
     }
 }
 
@@ -360,9 +398,7 @@ bool FileDescriptorServiceConnection::Receive(Message& message) {
         if (broken.load(std::memory_order_relaxed)) {
             ThrowLost();
         }
-        if (taken > 0) {
-            GiveRoomBack();
-        }
+        GiveRoomBack();
         inStep = false;
         bodySize = 0;
         const std::size_t size = ReceiveLength();
@@ -435,8 +471,7 @@ void FileDescriptorServiceConnection::ThrowLost() {
     } else if (lost.empty() && closed.load()) {
         lost = "Connection closed";
     } else if (lost.empty() && sendError.load() == TransferPace::tooSlow) {
-        lost = "Connection lost: the other side takes less than " +
-               std::to_string(limits.bytesPerSecond) + " bytes a second";
+        lost = "Connection lost: the other side takes less than " + sendPace->Asked();
     } else if (lost.empty()) {
         lost = "Connection lost: " + std::system_category().message(sendError.load());
     }

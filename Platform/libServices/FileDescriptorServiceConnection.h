@@ -14,6 +14,7 @@
 namespace Brantel::Services {
 
 class ArrivalRoom;
+class ArrivingMessage;
 class SocketReader;
 class TransferPace;
 struct LimitCounts;
@@ -49,9 +50,10 @@ class FileDescriptorServiceConnection : public IServiceConnection {
     FileDescriptorServiceConnection& operator=(const FileDescriptorServiceConnection&) = delete;
 
     // What the other side may take of this one; for a listener, before the first message. A message
-    // of more than 64 KiB takes room (borrowed; null: there is always room) before it takes memory,
-    // and keeps it until the next Receive. `counts` (borrowed, may be null) counts what is refused.
-    // Both outlive the connection. Throws std::system_error when the socket can't be set up.
+    // of more than 64 KiB takes room (borrowed; null: there is always room) step by step, each
+    // before it takes that memory, and keeps it until the next Receive. `counts` (borrowed, may be
+    // null) counts what is refused. Both outlive the connection. Throws std::system_error when the
+    // socket can't be set up.
     void SetLimits(const ConnectionLimits& limits, ArrivalRoom* room, LimitCounts* counts);
 
     void Close() override;
@@ -71,6 +73,10 @@ class FileDescriptorServiceConnection : public IServiceConnection {
     // them MessageRefused when it is over one of the limits (the next Receive gets the next
     // message); `message` is then cleared.
     bool Receive(google::protobuf::Message& message) override;
+
+    // Gives back the room of the last message received, whose memory has been freed. For the
+    // receiving thread.
+    void GiveRoomBack() noexcept;
 
     // True when the other side has closed its end or is gone. Reads nothing.
     bool PeerGone() const;
@@ -94,12 +100,14 @@ class FileDescriptorServiceConnection : public IServiceConnection {
     std::size_t ReceiveLength();
     bool ReceiveBody(google::protobuf::Message& message, std::size_t size);
     bool ReceiveLarge(google::protobuf::Message& message, std::size_t size);
-    void TakeRoom(std::size_t size);
+    std::size_t Admit(std::size_t size, std::size_t wanted);
+    void EnterRoom(std::size_t size);
+    void TakeRoom(std::size_t bytes);
     void Count(std::atomic<std::uint64_t> LimitCounts::*what);
-    void GiveRoomBack() noexcept;
     [[noreturn]] void ThrowInvalid(const google::protobuf::Message& message, std::size_t size);
     void SendSmall(const google::protobuf::Message& message, std::size_t size);
     void SendLarge(const google::protobuf::Message& message, std::size_t size);
+    void BeginSlowSend();
     void FinishSend(long sent, long frameSize);
     void NoteSendError(int error);
     std::string Describe(const std::exception& failure) const;
@@ -116,10 +124,13 @@ class FileDescriptorServiceConnection : public IServiceConnection {
     std::atomic<bool> broken{false};
     std::atomic<bool> closed{false};
     std::atomic<int> sendError{0};
+    // Bytes of room that the last message received keeps.
+    std::atomic<std::uint64_t> keptRoom{0};
     // The receiving thread's.
     std::unique_ptr<SocketReader> reader;
-    std::size_t taken = 0;     // of the room
-    std::string refusal;       // why the whole message that came was refused
+    std::unique_ptr<ArrivingMessage> arrival;  // in the room; made with the first large message
+    bool hasWaited = false;                    // for room, in the message that is coming
+    std::string refusal;                       // why the whole message that came was refused
     bool inStep = true;        // the stream stands between two messages; once lost, false for good
     std::string lost;          // why nothing can be received any more
     std::string refused;       // why a whole message was

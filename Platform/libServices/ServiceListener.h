@@ -51,7 +51,8 @@ struct ServiceListenerOptions {
     // What else each of them may take.
     ConnectionLimits limits;
     // Bytes of messages of more than 64 KiB that arrive and are served at once, over all
-    // connections, at least messageLimit; what does not fit waits, first come first served.
+    // connections, at least messageLimit; what does not fit waits. Who has room that others wait
+    // for must send faster than the limits say: a tenth of it in each fifth of the grace.
     std::uint64_t bytesInFlight = std::numeric_limits<std::uint64_t>::max();
     // The stack of each connection's thread in bytes, 256 KiB to 1 MiB; memory is taken as it is
     // used.

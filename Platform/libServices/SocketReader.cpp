@@ -61,6 +61,9 @@ void SocketReader::ReceiveAtLeast(std::size_t size, Wait wait) {
         begin = 0;
     }
     do {
+        if (admission) {
+            admission(1);
+        }
         end += ReceiveSome(buffer.get() + end, allocated - end, wait);
     } while (Available() < size);
 }
@@ -70,7 +73,8 @@ void SocketReader::Read(char* target, std::size_t size) {
     std::memcpy(target, Data(), buffered);
     Consume(buffered);
     for (std::size_t done = buffered; done < size;) {
-        done += ReceiveSome(target + done, size - done, Wait::InMessage);
+        const std::size_t wanted = size - done;
+        done += ReceiveSome(target + done, admission ? admission(wanted) : wanted, Wait::InMessage);
     }
 }
 
@@ -145,8 +149,7 @@ long SocketReader::Block(void* target, std::size_t size, Wait wait) {
 void SocketReader::CheckPace(std::size_t bytes) {
     if (!pace.Keeps(bytes)) {
         tooSlow = true;
-        throw SocketDisconnected("Connection lost: slower than " +
-                                 std::to_string(pace.BytesPerSecond()) + " bytes a second");
+        throw SocketDisconnected("Connection lost: slower than " + pace.Asked());
     }
 }
 

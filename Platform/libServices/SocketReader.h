@@ -5,8 +5,10 @@
 
 #include <cstddef>
 #include <cstdint>
+#include <functional>
 #include <memory>
 #include <string>
+#include <utility>
 
 namespace Brantel::Services {
 
@@ -31,11 +33,20 @@ class SocketReader {
 
     // The pace that is asked of the other side in the middle of a message; none by default.
     void SetPace(const TransferPace& asked) { pace = asked; }
+    // The message that comes keeps so many bytes of the room (borrowed) from others, see
+    // TransferPace.
+    void KeepRoom(const ArrivalRoom* room, std::uint64_t bytes) { pace.KeepRoom(room, bytes); }
     // Whether that was why the connection was lost.
     bool WasTooSlow() const { return tooSlow; }
 
     // A message begins, as far as the pace goes.
     void BeginMessage() { pace.Restart(); }
+
+    // Is asked before more of a message is received: how many bytes are wanted. It answers how many
+    // may be, at least 1. What comes with others into the buffer is not asked for.
+    using Admission = std::function<std::size_t(std::size_t)>;
+    // Null: whatever comes is received.
+    void SetAdmission(Admission asked) { admission = std::move(asked); }
 
     // Waits until at least `size` bytes are available, size <= capacity.
     void Fill(std::size_t size) {
@@ -83,6 +94,7 @@ class SocketReader {
     SpinGovernor& governor;
     SpinMemory memory;
     TransferPace pace;
+    Admission admission;
     bool tooSlow = false;
     std::unique_ptr<unsigned char[]> buffer;  // NOLINT(modernize-avoid-c-arrays)
     std::size_t allocated = 0;

@@ -2,6 +2,7 @@
 // beside it that must not notice.
 
 #include "Support/Frames.h"
+#include "Support/HttpClient.h"
 #include "Support/RawClient.h"
 #include "Support/ServerProcess.h"
 #include "Support/TemporaryFolder.h"
@@ -34,7 +35,8 @@ using Time::TimePoint;
 
 class ServerLimitsTest : public testing::TestWithParam<Transport> {
   protected:
-    void Serve(const std::vector<std::string>& options = {}) {
+    void Serve(std::vector<std::string> options = {}) {
+        options.insert(options.end(), {"--http", "127.0.0.1:0"});
         server = std::make_unique<ServerProcess>(folder.File("storage.sock"), options);
         honest = Connect();
         track = CreateTrack(*honest, 64L << 20U);
@@ -60,6 +62,18 @@ class ServerLimitsTest : public testing::TestWithParam<Transport> {
     bool IsLogged(const std::string& text) const {
         return Eventually(
             [&] { return server->Process().Errors().find(text) != std::string::npos; });
+    }
+    // How often the metrics say that this limit has refused something; -1: they don't.
+    int Refused(const std::string& limit) const {
+        const std::string port = "Health and metrics: http://127.0.0.1:";
+        EXPECT_TRUE(IsLogged(port));
+        const std::string errors = server->Process().Errors();
+        const auto number = std::stoul(errors.substr(errors.find(port) + port.size()));
+        const std::string metrics =
+            HttpRequest(static_cast<unsigned short>(number), "/metrics").body;
+        const std::string series = "brantel_refused_by_limit_total{limit=\"" + limit + "\"} ";
+        const std::size_t found = metrics.find(series);
+        return found == std::string::npos ? -1 : std::stoi(metrics.substr(found + series.size()));
     }
     // The most memory that the server has had at once.
     std::size_t HighestMemory() const {
@@ -131,6 +145,7 @@ TEST_P(ServerLimitsTest, AMessageOverTheLongestEndsItsConnectionAlone) {
     hostile.Announce((1U << 20U) + 1, 0);
     EXPECT_TRUE(hostile.SeesTheEnd());
     EXPECT_TRUE(IsLogged("message of 1048577 bytes is over the limit of 1048576 bytes"));
+    EXPECT_EQ(Refused("message-limit"), 1);
     ExpectServed();
 }
 
@@ -151,6 +166,7 @@ TEST_P(ServerLimitsTest, OneConnectionMoreThanTheLimitIsClosed) {
     EXPECT_EQ(second.AskForTracks() + third.AskForTracks(), "donedone");
     EXPECT_TRUE(Hostile().SeesTheEnd());
     EXPECT_TRUE(IsLogged("Already serving 3 connections, the limit"));
+    EXPECT_EQ(Refused("max-connections"), 1);
     ExpectServed();
 }
 
@@ -163,6 +179,7 @@ TEST_P(ServerLimitsTest, SoManyReadersAndWritersOfOneConnectionAreOpenAtOnce) {
     EXPECT_EQ(RefusalOf([&] { greedy->GetTrackReader(track, 3); }),
               "Exception from server: 4 open readers and writers on one connection are over the "
               "limit of 3");
+    EXPECT_EQ(Refused("max-workers"), 1);
     ExpectServed();
     greedy->CloseTrackReader(track, 0);
     EXPECT_EQ(RefusalOf([&] { greedy->GetTrackReader(track, 3); }), "none");
@@ -186,6 +203,7 @@ TEST_P(ServerLimitsTest, SoManyIdsAreAskedForAtOnce) {
     EXPECT_EQ(answer.trackstorage_gettrackinfos().trackinfos().infos_size(), 65'536);
     EXPECT_EQ(greedy.Ask(InfosOf(65'537)).exception(),
               "65537 ids in one request are over the limit of 65536");
+    EXPECT_EQ(Refused("max-ids"), 1);
     EXPECT_EQ(greedy.AskForTracks(), "done");
 }
 
@@ -198,6 +216,7 @@ TEST_P(ServerLimitsTest, AMessageOfTooManyElementsIsRefusedAndItsClientGoesOn) {
     EXPECT_EQ(hostile.Ask(request).exception(),
               "Message of " + std::to_string(request.ByteSizeLong()) +
                   " bytes holds more elements than the limit of 65536");
+    EXPECT_EQ(Refused("max-elements"), 1);
     EXPECT_EQ(hostile.AskForTracks(), "done");
     ExpectServed();
 }
@@ -229,6 +248,7 @@ TEST_P(ServerLimitsTest, AMessageThatNestsTooDeepIsRefusedAndItsClientGoesOn) {
     hostile.Write(FrameOf("\x08\x24" + groups));
     EXPECT_EQ(hostile.Receive().exception(),
               "Message of 38 bytes nests deeper than the limit of 8");
+    EXPECT_EQ(Refused("max-elements"), 1);
     EXPECT_EQ(hostile.AskForTracks(), "done");
 }
 
@@ -267,6 +287,7 @@ TEST_P(ServerLimitsTest, AMessageThatDripsEndsItsConnectionAlone) {
     ExpectServed();
     dripping.join();
     EXPECT_TRUE(IsLogged("Connection lost: slower than 65536 bytes a second after "));
+    EXPECT_EQ(Refused("transfer-rate"), 1);
     ExpectServed();
 }
 
@@ -277,6 +298,7 @@ TEST_P(ServerLimitsTest, AClientThatTakesNoAnswerLosesItsConnectionAlone) {
     AskForMuch(hostile);
     ExpectServed();
     EXPECT_TRUE(IsLogged("the other side takes less than 65536 bytes a second"));
+    EXPECT_EQ(Refused("transfer-rate"), 1);
     ExpectServed();
 }
 
@@ -309,6 +331,65 @@ TEST_P(ServerLimitsTest, ALargeMessageWaitsUntilThereIsRoom) {
     waiting.get();
     EXPECT_EQ(ReadChunk(*honest, track, 1), std::string(900'000, 'b'));
     EXPECT_TRUE(hostile.SeesTheEnd());
+}
+
+// Sends zeros a little faster than the lowest pace, until its connection is cut.
+void Drip(RawClient& client) {
+    while (client.TryWrite(std::string(4096, '\0'))) {
+        std::this_thread::sleep_for(std::chrono::milliseconds(40));
+    }
+}
+
+TEST_P(ServerLimitsTest, TwoThatAnnounceAllThereIsAndDripKeepNothingFromOthers) {
+    Serve();
+    std::vector<RawClient> hostile;
+    for (int i = 0; i < 2; ++i) {
+        hostile.push_back(Hostile());
+        hostile.back().Announce(256U << 20U, 100'000);
+    }
+    std::thread dripping([&hostile] { Drip(hostile.front()); });
+    EXPECT_EQ(Hostile().AskForTracks(), "done");
+    for (int i = 0; i < 20; ++i) {
+        ExpectServed(std::string(1'000'000, 'a'));
+    }
+    EXPECT_EQ(server->Process().Errors().find("slower than"), std::string::npos);
+    EXPECT_EQ(Refused("bytes-in-flight"), 0);
+    server->Stop();
+    dripping.join();
+}
+
+TEST_P(ServerLimitsTest, WhoKeepsRoomFromOthersAtTheLowestPaceLosesItSoon) {
+    // All the room is one message's, which would take three minutes.
+    Serve({"--message-limit", "16MiB", "--bytes-in-flight", "16MiB", "--transfer-grace", "2000"});
+    RawClient hostile = Hostile();
+    hostile.Announce(16U << 20U, 100'000);
+    std::thread dripping([&hostile] { Drip(hostile); });
+    EXPECT_EQ(Hostile().AskForTracks(), "done");
+    ExpectServed(std::string(1'000'000, 'a'));
+    dripping.join();
+    EXPECT_TRUE(IsLogged("bytes a second while others wait for room after "));
+    EXPECT_EQ(Refused("bytes-in-flight"), 1);
+    EXPECT_EQ(Refused("transfer-rate"), 1);
+}
+
+TEST_P(ServerLimitsTest, AWaitKeepsNothingOfALargeRequestFromOthers) {
+    Serve({"--message-limit", "1MiB", "--bytes-in-flight", "1MiB"});
+    RawClient hostile = Hostile();
+    Request wait;
+    wait.set_operation(BrantelStorageApi::OPERATION_TrackReader_Wait);
+    wait.mutable_trackreader_wait()->set_object_handle(hostile.OpenReader(track));
+    wait.mutable_trackreader_wait()->mutable_timecode()->set_nanoseconds(1000);
+    wait.mutable_trackreader_wait()->set_timeout(-1);
+    auto& other = *wait.mutable_trackstorage_settrackproperties();
+    other.set_trackid(1);
+    auto& property = *other.mutable_properties()->add_items();
+    property.set_key("a");
+    property.set_value(std::string(900'000, 'a'));
+    hostile.Send(wait);
+    ExpectServed(std::string(900'000, 'b'));
+    AppendChunk(*honest, track, 1001, "what it waits for");
+    const Response answer = hostile.Receive();
+    EXPECT_TRUE(answer.trackreader_wait().result()) << answer.exception();
 }
 
 TEST_P(ServerLimitsTest, TheServerEndsInGoodOrderInTheMiddleOfEverything) {

@@ -28,6 +28,9 @@ class FileDescriptorServiceConnectionLimitsTest : public ConnectionFixture {
     static constexpr std::size_t slow = 10'000;
     static constexpr std::uint64_t roomSize = 200'000;
 
+    // The room ends before the connection.
+    void TearDown() override { connection.GiveRoomBack(); }
+
     void Limit(std::uint64_t bytesPerSecond, milliseconds grace) {
         limits.bytesPerSecond = bytesPerSecond;
         limits.grace = grace;
@@ -49,6 +52,13 @@ class FileDescriptorServiceConnectionLimitsTest : public ConnectionFixture {
     std::string TextOfRefused(google::protobuf::Message& message) {
         return TextOf<MessageRefused>([&] { connection.Receive(message); });
     }
+    // Another message has so much of the room.
+    void KeepRoom(std::uint64_t bytes) {
+        bool waited = false;
+        room.Enter(other, bytes);
+        EXPECT_TRUE(room.Take(
+            other, bytes, [] { return true; }, waited));
+    }
     void ExpectInStep() {
         peer.Write(Frame(MessageOfSize(20)));
         EXPECT_TRUE(connection.Receive(received));
@@ -56,6 +66,7 @@ class FileDescriptorServiceConnectionLimitsTest : public ConnectionFixture {
     }
 
     ArrivalRoom room{roomSize};
+    ArrivingMessage other;
     LimitCounts counts;
     ConnectionLimits limits;
     FileDescriptorProto file;
@@ -302,15 +313,13 @@ TEST_F(FileDescriptorServiceConnectionLimitsTest, ASmallMessageTakesNoRoom) {
 
 TEST_F(FileDescriptorServiceConnectionLimitsTest, AMessageWaitsForRoomAndIsNotTooSlowForThat) {
     Limit(slow, milliseconds(20));
-    bool waited = false;
-    room.Take(
-        100'000, [] { return true; }, waited);
+    KeepRoom(100'000);
     std::thread writing([&] { peer.Write(Frame(MessageOfSize(150'000))); });
     Receiving receiving(*this);
     receiving.WaitUntilBlocked(SYS_futex);
     // Long enough that it has looked more than once whether its connection is still there.
     std::this_thread::sleep_for(milliseconds(350));
-    room.GiveBack(100'000);
+    room.Leave(other);
     EXPECT_EQ(receiving.Join(), "");
     writing.join();
     EXPECT_EQ(received.ByteSizeLong(), 150'000U);
@@ -333,22 +342,18 @@ TEST_F(FileDescriptorServiceConnectionLimitsTest, ALostConnectionGivesItsRoomBac
 
 TEST_F(FileDescriptorServiceConnectionLimitsTest, WhoIsClosedWhileItWaitsForRoomEnds) {
     Limit(0, milliseconds(1000));
-    bool waited = false;
-    room.Take(
-        roomSize, [] { return true; }, waited);
+    KeepRoom(roomSize);
     peer.Write(Frame(MessageOfSize(150'000)).substr(0, 1000));
     Receiving receiving(*this);
     receiving.WaitUntilBlocked(SYS_futex);
     connection.Close();
     EXPECT_EQ(receiving.Join(), "Connection closed");
-    room.GiveBack(roomSize);
+    room.Leave(other);
 }
 
 TEST_F(FileDescriptorServiceConnectionLimitsTest, WhoGoesWhileItWaitsForRoomIsLost) {
     Limit(0, milliseconds(1000));
-    bool waited = false;
-    room.Take(
-        roomSize, [] { return true; }, waited);
+    KeepRoom(roomSize);
     peer.Write(Frame(MessageOfSize(150'000)).substr(0, 1000));
     Receiving receiving(*this);
     receiving.WaitUntilBlocked(SYS_futex);
@@ -356,7 +361,82 @@ TEST_F(FileDescriptorServiceConnectionLimitsTest, WhoGoesWhileItWaitsForRoomIsLo
     EXPECT_EQ(receiving.Join(),
               "Connection lost while a message waited for room after 997 of "
               "150000 bytes of a message");
-    room.GiveBack(roomSize);
+    room.Leave(other);
+}
+
+// --- who keeps room that others wait for
+
+class AwaitedRoomTest : public FileDescriptorServiceConnectionLimitsTest {
+  protected:
+    // Another message waits for all of the room.
+    std::thread WaitForAll() {
+        std::thread waiting([this] {
+            bool waited = false;
+            room.Enter(other, roomSize);
+            EXPECT_TRUE(room.Take(
+                other, roomSize, [] { return false; }, waited));
+            room.Leave(other);
+        });
+        EXPECT_TRUE(Tests::Eventually([this] { return room.IsAwaited(); }));
+        return waiting;
+    }
+};
+
+TEST_F(AwaitedRoomTest, AMessageThatKeepsThePaceButKeepsRoomFromOthersEndsTheConnection) {
+    Limit(1, milliseconds(500));
+    peer.Write(Frame(MessageOfSize(150'000)).substr(0, 1000));
+    Receiving receiving(*this);
+    ASSERT_TRUE(Tests::Eventually([this] { return room.Taken() > 0; }));
+    std::thread waiting = WaitForAll();
+    EXPECT_EQ(receiving.Join(),
+              "Connection lost: slower than 150000 bytes a second while others wait for room after "
+              "997 of 150000 bytes of a message");
+    EXPECT_EQ(counts.slowMessages, 1U);
+    connection.GiveRoomBack();
+    waiting.join();
+}
+
+TEST_F(AwaitedRoomTest, WhoTakesAnAnswerSlowlyAfterALargeRequestIsLostWhenOthersWait) {
+    Limit(1, milliseconds(500));
+    std::thread writing([this] { peer.Write(Frame(MessageOfSize(150'000))); });
+    EXPECT_TRUE(connection.Receive(received));
+    writing.join();
+    std::thread waiting = WaitForAll();
+    // More than the buffers of the socket hold.
+    connection.Send(MessageOfSize(limit));
+    EXPECT_EQ(TextOfReceive(),
+              "Connection lost: the other side takes less than 150000 bytes a second while others "
+              "wait for room");
+    EXPECT_EQ(counts.slowReceivers, 1U);
+    connection.GiveRoomBack();
+    waiting.join();
+}
+
+TEST_F(FileDescriptorServiceConnectionLimitsTest, AVeryLargeMessageTakesRoomAsItComes) {
+    constexpr std::size_t size = 4U << 20U;
+    ArrivalRoom wide(size);
+    Tests::SocketPair pair;
+    FileDescriptorServiceConnection large(pair.near.Take(), size, governor);
+    large.SetLimits(limits, &wide, &counts);
+    const std::string frame = Frame(MessageOfSize(size));
+    std::thread receiving([&] { EXPECT_TRUE(large.Receive(received)); });
+    pair.far.Write(frame.substr(0, 1000));
+    EXPECT_TRUE(Tests::Eventually([&] { return wide.Taken() > 0; }));
+    EXPECT_LE(wide.Taken(), size / 3);
+    pair.far.Write(frame.substr(1000));
+    receiving.join();
+    EXPECT_EQ(wide.Taken(), size);
+    EXPECT_EQ(received.SerializeAsString(), MessageOfSize(size).SerializeAsString());
+}
+
+TEST_F(FileDescriptorServiceConnectionLimitsTest, TheRoomOfAMessageThatWasFreedIsGivenBackAtOnce) {
+    Limit(0, milliseconds(1000));
+    std::thread writing([this] { peer.Write(Frame(MessageOfSize(150'000))); });
+    EXPECT_TRUE(connection.Receive(received));
+    writing.join();
+    connection.GiveRoomBack();
+    EXPECT_EQ(room.Taken(), 0U);
+    ExpectInStep();
 }
 
 TEST_F(FileDescriptorServiceConnectionLimitsTest, AMessageOverTheLongestIsCounted) {
