@@ -24,7 +24,7 @@ class FaultyVfs {
     FaultyVfs& operator=(const FaultyVfs&) = delete;
 
     // As it is registered with SQLite.
-    const std::string& GetName() const { return name; }
+    const std::string& GetName() const;
 
     // Counting begins again.
     void Inject(const Fault& wanted);
@@ -32,7 +32,6 @@ class FaultyVfs {
     std::uint64_t CountFaults() const;
 
   private:
-    const std::string name;
     const std::unique_ptr<FaultyVfsState> state;
 };
 

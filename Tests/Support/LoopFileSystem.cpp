@@ -10,6 +10,7 @@
 
 #include <cerrno>
 #include <cstdint>
+#include <cstdio>
 #include <cstdlib>
 #include <stdexcept>
 #include <system_error>
@@ -39,9 +40,7 @@ off_t SizeOf(LoopFileSystem::Kind kind) {
     throw std::system_error(errno, std::generic_category(), what);
 }
 
-}  // namespace
-
-std::string LoopFileSystem::WhyNot(Kind kind) {
+std::string FindReason(LoopFileSystem::Kind kind) {
     if (geteuid() != 0) {
         return "mounting needs root";
     }
@@ -57,6 +56,16 @@ std::string LoopFileSystem::WhyNot(Kind kind) {
         return error.what();
     }
     return {};
+}
+
+}  // namespace
+
+std::string LoopFileSystem::WhyNot(Kind kind) {
+    std::string reason = FindReason(kind);
+    if (!reason.empty()) {
+        std::printf("NO POWER WAS CUT, nothing is proved here: %s\n", reason.c_str());
+    }
+    return reason;
 }
 
 LoopFileSystem::LoopFileSystem(Kind kind) : kind(kind), image(folder.File("image")) {

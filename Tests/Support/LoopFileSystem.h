@@ -12,7 +12,7 @@ class LoopFileSystem {
   public:
     enum class Kind { Ext4, Xfs };
 
-    // Why none can be made here; empty: it can.
+    // Why none can be made here, which is also said loudly on the standard output; empty: it can.
     static std::string WhyNot(Kind kind);
 
     // Made and mounted. Throws std::system_error, std::runtime_error.

@@ -17,12 +17,11 @@ class RecordingVfs {
     RecordingVfs(const RecordingVfs&) = delete;
     RecordingVfs& operator=(const RecordingVfs&) = delete;
 
-    const std::string& GetName() const { return name; }
+    const std::string& GetName() const;
 
   private:
     struct Registration;
 
-    const std::string name;
     const std::unique_ptr<Registration> registration;
 };
 

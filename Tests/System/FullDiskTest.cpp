@@ -1,6 +1,7 @@
 // A server whose disk is full: it starts, reads, appends to the room that its tracks have, frees
 // and deletes, and says clearly what it can't do.
 
+#include "Support/Refusal.h"
 #include "Support/ServerProcess.h"
 #include "Support/TemporaryFolder.h"
 #include "Support/Waiting.h"
@@ -94,15 +95,6 @@ class FullDiskTest : public testing::Test {
         server->Process().Wait();
         client.reset();
         Start();
-    }
-    template <typename Call>
-    static std::string RefusalOf(const Call& call) {
-        try {
-            call();
-            return "nothing";
-        } catch (const std::runtime_error& error) {
-            return error.what();
-        }
     }
     bool Finishes(long command) {
         return Eventually(

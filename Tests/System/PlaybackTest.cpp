@@ -1,5 +1,6 @@
 // The demonstration finds every difference between what was recorded and what is read.
 
+#include "Support/Refusal.h"
 #include "Support/ServerProcess.h"
 #include "Support/TemporaryFolder.h"
 
@@ -51,15 +52,7 @@ class PlaybackTest : public testing::Test {
     std::string DifferenceOf(const std::function<void(Playback&)>& play) {
         const Movie movie = Load();
         Playback playback(*reading, recording.Track().id, movie, comparison);
-        return Text([&] { play(playback); });
-    }
-    static std::string Text(const std::function<void()>& call) {
-        try {
-            call();
-            return "none";
-        } catch (const std::runtime_error& error) {
-            return error.what();
-        }
+        return RefusalOf([&] { play(playback); });
     }
 
     TemporaryFolder made;
@@ -81,7 +74,7 @@ TEST_F(PlaybackTest, WhatWasRecordedIsReadInEveryDirection) {
                   playback.ReadThumbnails();
                   playback.StepTimePoints();
               }),
-              "none");
+              "nothing");
     const Movie read = Movie::Load(output.Path(), Time::TimePoint());
     EXPECT_EQ(read.FrameCount(), frameCount);
     EXPECT_EQ(read.Image(frameCount - 1), Picture(frameCount - 1));
@@ -118,13 +111,13 @@ TEST_F(PlaybackTest, AFrameThatWasNotRecordedIsMissed) {
 TEST_F(PlaybackTest, TheTrackIsWhatWasRecorded) {
     recording.Record();
     TrackInspection inspection(*reading, recording.Track(), recorded, comparison);
-    EXPECT_EQ(Text([&] {
+    EXPECT_EQ(RefusalOf([&] {
                   inspection.CheckInfos();
                   inspection.CheckCounts();
                   inspection.CheckProperties();
                   inspection.CheckProtection();
               }),
-              "none");
+              "nothing");
     EXPECT_GT(comparison.ComparedAnswers(), 30U);
 }
 
@@ -132,8 +125,9 @@ TEST_F(PlaybackTest, ATrackThatGrewMeanwhileIsADifference) {
     recording.Record();
     AppendChunk(*writing, recording.Track().id, 9'000'000'000, "one more");
     TrackInspection inspection(*reading, recording.Track(), recorded, comparison);
-    EXPECT_THAT(Text([&] { inspection.CheckInfos(); }), HasSubstr("the info's end is 9.000000001"));
-    EXPECT_THAT(Text([&] { inspection.CheckCounts(); }),
+    EXPECT_THAT(RefusalOf([&] { inspection.CheckInfos(); }),
+                HasSubstr("the info's end is 9.000000001"));
+    EXPECT_THAT(RefusalOf([&] { inspection.CheckCounts(); }),
                 HasSubstr("the number of chunks in the whole time is 7 instead of 6"));
 }
 
@@ -141,7 +135,7 @@ TEST_F(PlaybackTest, AStorageWithoutRoomIsAnError) {
     ServerProcess small(output.File("small.sock"), {"--capacity", "1MiB"});
     const auto client = small.ConnectOverUnix();
     Recording impossible(*client, recorded);
-    EXPECT_THAT(Text([&] { impossible.Record(); }), HasSubstr("Exception from server: "));
+    EXPECT_THAT(RefusalOf([&] { impossible.Record(); }), HasSubstr("Exception from server: "));
 }
 
 }  // namespace

@@ -1,6 +1,7 @@
 // What clients of a running server get, beside each other and when one of them vanishes.
 
 #include "Support/ChildProcess.h"
+#include "Support/Refusal.h"
 #include "Support/ServerProcess.h"
 #include "Support/TemporaryFolder.h"
 #include "Support/Waiting.h"
@@ -27,17 +28,6 @@ using testing::HasSubstr;
 
 class ServerClientsTest : public testing::Test {
   protected:
-    // What the call throws; "nothing" when it does not.
-    template <typename Call>
-    static std::string RefusalOf(const Call& call) {
-        try {
-            call();
-            return "nothing";
-        } catch (const std::runtime_error& error) {
-            return error.what();
-        }
-    }
-
     static std::string TextOf(long chunk) {
         return "chunk " + std::to_string(chunk) + std::string(1000, static_cast<char>(chunk));
     }

@@ -4,6 +4,7 @@
 #include "Support/Frames.h"
 #include "Support/HttpClient.h"
 #include "Support/RawClient.h"
+#include "Support/Refusal.h"
 #include "Support/ServerProcess.h"
 #include "Support/TemporaryFolder.h"
 #include "Support/Waiting.h"
@@ -15,7 +16,6 @@
 #include <gtest/gtest.h>
 
 #include <fstream>
-#include <functional>
 #include <future>
 #include <memory>
 #include <stdexcept>
@@ -46,14 +46,6 @@ class ServerLimitsTest : public testing::TestWithParam<Transport> {
     }
     RawClient Hostile() const { return {*server, GetParam()}; }
 
-    static std::string RefusalOf(const std::function<void()>& call) {
-        try {
-            call();
-            return "none";
-        } catch (const std::runtime_error& error) {
-            return error.what();
-        }
-    }
     // The honest client appends and reads as ever.
     void ExpectServed(const std::string& bytes = "a picture") {
         AppendChunk(*honest, track, ++last, bytes);
@@ -182,7 +174,7 @@ TEST_P(ServerLimitsTest, SoManyReadersAndWritersOfOneConnectionAreOpenAtOnce) {
     EXPECT_EQ(Refused("max-workers"), 1);
     ExpectServed();
     greedy->CloseTrackReader(track, 0);
-    EXPECT_EQ(RefusalOf([&] { greedy->GetTrackReader(track, 3); }), "none");
+    EXPECT_EQ(RefusalOf([&] { greedy->GetTrackReader(track, 3); }), "nothing");
 }
 
 TEST_P(ServerLimitsTest, ByDefaultThereAre1024Workers) {

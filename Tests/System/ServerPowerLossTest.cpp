@@ -20,7 +20,6 @@
 #include <array>
 #include <chrono>
 #include <cstdint>
-#include <cstdio>
 #include <memory>
 #include <optional>
 #include <random>
@@ -59,7 +58,6 @@ class ServerPowerLossTest : public testing::TestWithParam<LoopFileSystem::Kind> 
     void SetUp() override {
         const std::string reason = LoopFileSystem::WhyNot(GetParam());
         if (!reason.empty()) {
-            std::printf("NO POWER WAS CUT, nothing is proved here: %s\n", reason.c_str());
             GTEST_SKIP() << reason;
         }
         files = std::make_unique<LoopFileSystem>(GetParam());

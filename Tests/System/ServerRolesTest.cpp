@@ -1,6 +1,7 @@
 // Who may do what: clients over TCP, and clients of other users over a Unix-domain socket.
 
 #include "Support/ChildProcess.h"
+#include "Support/Refusal.h"
 #include "Support/ServerProcess.h"
 #include "Support/TemporaryFolder.h"
 
@@ -27,15 +28,6 @@ using Time::TimePoint;
 
 constexpr uid_t otherUser = 65534;
 constexpr gid_t otherGroup = 65533;
-
-std::string RefusalOf(const std::function<void()>& call) {
-    try {
-        call();
-        return "none";
-    } catch (const std::runtime_error& error) {
-        return error.what();
-    }
-}
 
 std::string Denied(const std::string& operation, const std::string& role) {
     return "Exception from server: Permission denied: " + operation + " needs role " + role;

@@ -1,4 +1,5 @@
 #include "Support/RecordingObjects.h"
+#include "Support/Refusal.h"
 
 #include <gmock/gmock.h>
 #include <gtest/gtest.h>
@@ -7,7 +8,6 @@
 #include <StorageServer/GuardedStorage.h>
 #include <StorageServer/GuardedWriter.h>
 
-#include <functional>
 #include <memory>
 #include <stdexcept>
 #include <string>
@@ -24,6 +24,7 @@ using Brantel::Server::OperationRecord;
 using Brantel::Server::RefusalCounters;
 using Brantel::Server::Role;
 using Brantel::Server::ServerLimits;
+using Brantel::Tests::RefusalOf;
 using BrantelStorageApi::ITrackReader;
 using BrantelStorageApi::ITrackWriter;
 using BrantelStorageApi::Journal;
@@ -75,14 +76,6 @@ class ClientSessionTest : public testing::Test {
         GuardedWriterFactory factory(
             std::make_unique<BrantelStorageApi::RecordingWriterFactory>(journal), session);
         return std::unique_ptr<ITrackWriter>(factory.CreateTrackWriter(id));
-    }
-    static std::string RefusalOf(const std::function<void()>& call) {
-        try {
-            call();
-            return "none";
-        } catch (const std::runtime_error& error) {
-            return error.what();
-        }
     }
     static Protocol::Ids Ids(int count) {
         Protocol::Ids ids;
@@ -166,7 +159,7 @@ TEST_F(ClientSessionTest, SoManyReadersAndWritersAreOpenAtOnce) {
     EXPECT_EQ(observer.lines.back(),
               "OpenTrackWriter, appending, limited, track 7, 0 bytes: " + refusal);
     writer.reset();
-    EXPECT_EQ(RefusalOf([this] { OpenReader(); }), "none");
+    EXPECT_EQ(RefusalOf([this] { OpenReader(); }), "nothing");
 }
 
 TEST_F(ClientSessionTest, AReaderThatCouldNotBeOpenedDoesNotCount) {
@@ -180,7 +173,7 @@ TEST_F(ClientSessionTest, SoManyIdsCanBeAskedForAtOnce) {
     Protocol::TrackInfos tracks;
     Protocol::WorkerInfos workers;
     const auto storage = MakeStorage();
-    EXPECT_EQ(RefusalOf([&] { storage->GetTrackInfos(Ids(3), tracks); }), "none");
+    EXPECT_EQ(RefusalOf([&] { storage->GetTrackInfos(Ids(3), tracks); }), "nothing");
     const std::string refusal = "4 ids in one request are over the limit of 3";
     EXPECT_EQ(RefusalOf([&] { storage->GetTrackInfos(Ids(4), tracks); }), refusal);
     EXPECT_EQ(RefusalOf([&] { storage->GetWorkerInfos(Ids(4), workers); }), refusal);

@@ -1,3 +1,5 @@
+#include "Support/Refusal.h"
+
 #include <gtest/gtest.h>
 
 #include <StorageServer/Setting.h>
@@ -13,12 +15,7 @@ using Brantel::Server::Setting;
 using Brantel::Server::SettingText;
 
 std::string ErrorOf(const std::function<void()>& call) {
-    try {
-        call();
-        return "none";
-    } catch (const std::invalid_argument& error) {
-        return error.what();
-    }
+    return Brantel::Tests::RefusalOf<std::invalid_argument>(call);
 }
 
 TEST(SettingTextTest, ANumberIsDigitsWithinItsRange) {
@@ -42,7 +39,7 @@ TEST(SettingTextTest, ASizeMayHaveAUnit) {
               }),
               "2GiB is not within 0 to 1073741824");
     for (const std::string text : {"", "many", "-5", "20EiB", "5 parsecs"}) {
-        EXPECT_NE(ErrorOf([&] { SettingText::ParseSize(text, {0, 100}); }), "none") << text;
+        EXPECT_NE(ErrorOf([&] { SettingText::ParseSize(text, {0, 100}); }), "nothing") << text;
     }
 }
 

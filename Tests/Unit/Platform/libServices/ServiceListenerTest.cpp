@@ -1,6 +1,7 @@
 #include "ConnectionProbe.h"
 #include "ListenerFixture.h"
 #include "Support/ProcessState.h"
+#include "Support/Refusal.h"
 #include "Support/TestSockets.h"
 
 #include <libServices/OwnedDescriptor.h>
@@ -33,23 +34,14 @@ using testing::SizeIs;
 using Tests::Eventually;
 using Tests::OptionOf;
 using TcpClient = TcpSocketConnection<FileDescriptorServiceConnection>;
+using Tests::RefusalOf;
 
 constexpr unsigned int ampleTimeout = 60'000;
-
-template <typename Call>
-std::string ErrorOf(const Call& call) {
-    try {
-        call();
-    } catch (const std::runtime_error& error) {
-        return error.what();
-    }
-    return "no error";
-}
 
 class ServiceListenerTest : public ListenerFixture {
   protected:
     static void ExpectOptionRefused(const ServiceListenerOptions& options, const char* text) {
-        EXPECT_EQ(text, ErrorOf([&] {
+        EXPECT_EQ(text, RefusalOf([&] {
                       const ServiceListener refused(FunctionHandler::Factory(&Echo), options);
                   }));
     }
@@ -91,7 +83,7 @@ TEST_F(ServiceListenerTest, AFailedListenLeavesTheListenerUsable) {
     const unsigned short port = two.ListenTcp("127.0.0.1", 0);
     EXPECT_EQ(
         "Could not listen on 127.0.0.1 port " + std::to_string(port) + ": Address already in use",
-        ErrorOf([&] { two.ListenTcp("127.0.0.1", port); }));
+        RefusalOf([&] { two.ListenTcp("127.0.0.1", port); }));
     two.Start();
     TcpClient client("127.0.0.1", port, ampleTimeout);
     EXPECT_EQ("still", Ask(client, "still"));
@@ -424,7 +416,7 @@ TEST_F(ServiceListenerTest, OptionsAtTheEndsOfTheirRangesAreTaken) {
 
 TEST_F(ServiceListenerTest, AListenerNeedsAFactory) {
     EXPECT_EQ("The listener has no handler factory",
-              ErrorOf([] { const ServiceListener none{ServiceListener::HandlerFactory()}; }));
+              RefusalOf([] { const ServiceListener none{ServiceListener::HandlerFactory()}; }));
 }
 
 TEST_F(ServiceListenerTest, WithoutAnyDescriptorLeftItCanNotBeMade) {
@@ -432,7 +424,7 @@ TEST_F(ServiceListenerTest, WithoutAnyDescriptorLeftItCanNotBeMade) {
     rlimit before{};
     ASSERT_EQ(0, getrlimit(RLIMIT_NOFILE, &before));
     ASSERT_TRUE(Tests::SetSoftLimit(RLIMIT_NOFILE, 0));
-    const std::string error = ErrorOf([&] { const ServiceListener none(echo); });
+    const std::string error = RefusalOf([&] { const ServiceListener none(echo); });
     ASSERT_EQ(0, setrlimit(RLIMIT_NOFILE, &before));
     EXPECT_EQ("Could not make an event descriptor: Too many open files", error);
 }
@@ -440,22 +432,22 @@ TEST_F(ServiceListenerTest, WithoutAnyDescriptorLeftItCanNotBeMade) {
 TEST_F(ServiceListenerTest, StartingWithoutAnAddressIsRefused) {
     EchoHandler echo;
     ServiceListener nowhere(echo);
-    EXPECT_EQ("The listener has no address to listen on", ErrorOf([&] { nowhere.Start(); }));
+    EXPECT_EQ("The listener has no address to listen on", RefusalOf([&] { nowhere.Start(); }));
 }
 
 TEST_F(ServiceListenerTest, AStartedListenerTakesNoMoreAddresses) {
     ServeEcho();
     const std::string refusal = "The listener has already been started";
-    EXPECT_EQ(refusal, ErrorOf([&] { listener->Start(); }));
-    EXPECT_EQ(refusal, ErrorOf([&] { listener->ListenTcp("127.0.0.1", 0); }));
-    EXPECT_EQ(refusal, ErrorOf([&] { listener->ListenUnix(folder.File("other")); }));
+    EXPECT_EQ(refusal, RefusalOf([&] { listener->Start(); }));
+    EXPECT_EQ(refusal, RefusalOf([&] { listener->ListenTcp("127.0.0.1", 0); }));
+    EXPECT_EQ(refusal, RefusalOf([&] { listener->ListenUnix(folder.File("other")); }));
     EXPECT_FALSE(std::filesystem::exists(folder.File("other")));
 }
 
 TEST_F(ServiceListenerTest, AStoppedListenerIsNotStartedAgain) {
     ServeEcho();
     listener->Stop();
-    EXPECT_EQ("The listener has already been started", ErrorOf([&] { listener->Start(); }));
+    EXPECT_EQ("The listener has already been started", RefusalOf([&] { listener->Start(); }));
 }
 
 TEST_F(ServiceListenerTest, AListenerThatWasNeverStartedGivesItsAddressesBack) {
@@ -545,7 +537,7 @@ TEST_F(ServiceListenerTest, AHandlerThatIsEndingMayAskForAddressesAndCounters) {
 
 TEST_F(ServiceListenerTest, AHandlerCanNotStopItsListener) {
     Serve([&](auto& connection, const PeerAddress&) {
-        connection.Send(Text(ErrorOf([&] { listener->Stop(); })));
+        connection.Send(Text(RefusalOf([&] { listener->Stop(); })));
     });
     EXPECT_EQ("A listener can't be stopped by one of its own threads", Hear(*Connect()));
 }
@@ -618,7 +610,7 @@ TEST_F(ServiceListenerTest, ItServesOnASocketThatItIsGiven) {
     TcpClient client("127.0.0.1", passed.Port(), ampleTimeout);
     EXPECT_EQ("here", Ask(client, "here"));
     EXPECT_EQ("The listener has already been started",
-              ErrorOf([&] { given.ListenDescriptor(fcntl(passed.Get(), F_DUPFD, 0)); }));
+              RefusalOf([&] { given.ListenDescriptor(fcntl(passed.Get(), F_DUPFD, 0)); }));
 }
 
 TEST_F(ServiceListenerTest, StopWhileClientsKeepConnectingServesOrEndsEachOfThem) {

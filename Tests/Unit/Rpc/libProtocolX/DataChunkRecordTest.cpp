@@ -1,4 +1,5 @@
 #include "Support/RecordFile.h"
+#include "Support/Refusal.h"
 
 #include <libProtocolX/Converter.h>
 #include <libProtocolX/DataChunk.h>
@@ -21,6 +22,7 @@ using testing::ElementsAre;
 using testing::IsEmpty;
 using Tests::RecordBytes;
 using Tests::RecordFile;
+using Tests::RefusalOf;
 using Time::TimePoint;
 
 constexpr unsigned long emptySize = 48;
@@ -53,16 +55,6 @@ class DataChunkRecordTest : public testing::Test {
     // Up to and without the property count.
     static RecordBytes Head(std::uint64_t size) {
         return RecordBytes().Number(size).Number(1).Number(11).Number(22);
-    }
-
-    template <typename Call>
-    static std::string OutOfRangeText(Call call) {
-        try {
-            call();
-        } catch (const std::out_of_range& error) {
-            return error.what();
-        }
-        return "nothing thrown";
     }
 
     Protocol::Chunk message;
@@ -150,7 +142,8 @@ TEST_F(DataChunkRecordTest, TwoEntriesOfTheSameKeyReadBackAsTwoItemsAndMakeTheCh
 TEST_F(DataChunkRecordTest, WritingAnEmptyDataValueThrows) {
     chunk.GetData("k");
     std::string buffer(chunk.GetSizeOnFile(), '\xEE');
-    EXPECT_EQ(OutOfRangeText([&] { chunk.Write(reinterpret_cast<unsigned char*>(buffer.data())); }),
+    EXPECT_EQ(RefusalOf<std::out_of_range>(
+                  [&] { chunk.Write(reinterpret_cast<unsigned char*>(buffer.data())); }),
               emptyAt);
 }
 
@@ -204,7 +197,8 @@ TEST_F(DataChunkRecordTest, WriteOfAnEmptyValueLeavesTheRecordUpToItsZeroLength)
     item.set_value("");
     Converter::ReferenceFrom(chunk, message);
     std::string buffer(chunk.GetSizeOnFile(), '\xEE');
-    EXPECT_EQ(OutOfRangeText([&] { chunk.Write(reinterpret_cast<unsigned char*>(buffer.data())); }),
+    EXPECT_EQ(RefusalOf<std::out_of_range>(
+                  [&] { chunk.Write(reinterpret_cast<unsigned char*>(buffer.data())); }),
               emptyAt);
     const std::string written = RecordBytes()
                                     .Number(buffer.size())
@@ -225,7 +219,8 @@ TEST_F(DataChunkRecordTest, WriteOfAnEmptyKeyLeavesTheRecordUpToItsZeroLength) {
     item.set_value("v");
     Converter::ReferenceFrom(chunk, message);
     std::string buffer(chunk.GetSizeOnFile(), '\xEE');
-    EXPECT_EQ(OutOfRangeText([&] { chunk.Write(reinterpret_cast<unsigned char*>(buffer.data())); }),
+    EXPECT_EQ(RefusalOf<std::out_of_range>(
+                  [&] { chunk.Write(reinterpret_cast<unsigned char*>(buffer.data())); }),
               emptyAt);
     const std::string written = RecordBytes()
                                     .Number(buffer.size())
@@ -253,7 +248,7 @@ class DataChunkEmptyEntryTest : public DataChunkRecordTest,
 };
 
 TEST_P(DataChunkEmptyEntryTest, InABufferThrowsAndKeepsTheEntriesBefore) {
-    EXPECT_EQ(OutOfRangeText([&] { Read(chunk, Damaged()); }), emptyAt);
+    EXPECT_EQ(RefusalOf<std::out_of_range>([&] { Read(chunk, Damaged()); }), emptyAt);
     EXPECT_THAT(chunk.GetPropertyKeys(), ElementsAre("k"));
     EXPECT_EQ(chunk.GetTimePoint(), TimePoint::Nanoseconds(11));
     EXPECT_EQ(chunk.GetDuration(), TimePoint::Nanoseconds(22));
@@ -261,7 +256,7 @@ TEST_P(DataChunkEmptyEntryTest, InABufferThrowsAndKeepsTheEntriesBefore) {
 
 TEST_P(DataChunkEmptyEntryTest, InAFileThrowsKeepsTheEntriesBeforeAndDoesNotGoBack) {
     const RecordFile file(Damaged());
-    EXPECT_EQ(OutOfRangeText([&] { chunk.ReadFrom(file.Get()); }), emptyAt);
+    EXPECT_EQ(RefusalOf<std::out_of_range>([&] { chunk.ReadFrom(file.Get()); }), emptyAt);
     EXPECT_THAT(chunk.GetPropertyKeys(), ElementsAre("k"));
     EXPECT_GT(file.Position(), 40);
 }
@@ -272,14 +267,17 @@ INSTANTIATE_TEST_SUITE_P(Both, DataChunkEmptyEntryTest, testing::Values("key", "
 TEST_F(DataChunkRecordTest, AnEmptyKeptValueInAFilteredReadThrows) {
     const RecordFile file(
         Head(1000).Number(0).Number(2).Entry("a", "1").Number(1).Text("b").Number(0).Get());
-    EXPECT_EQ(OutOfRangeText([&] { chunk.ReadFrom(file.Get(), {"a", "b"}); }), emptyAt);
+    EXPECT_EQ(RefusalOf<std::out_of_range>([&] {
+                  chunk.ReadFrom(file.Get(), {"a", "b"});
+              }),
+              emptyAt);
     const DataChunk& read = chunk;
     EXPECT_EQ(read.GetData("a"), "1");
 }
 
 TEST_F(DataChunkRecordTest, AnEmptyKeyInAFilteredReadThrows) {
     const RecordFile file(Head(1000).Number(0).Number(1).Number(0).Get());
-    EXPECT_EQ(OutOfRangeText([&] { chunk.ReadFrom(file.Get(), {"a"}); }), emptyAt);
+    EXPECT_EQ(RefusalOf<std::out_of_range>([&] { chunk.ReadFrom(file.Get(), {"a"}); }), emptyAt);
 }
 
 TEST_F(DataChunkRecordTest, AnEmptySkippedValueInAFilteredReadIsNoFailure) {
@@ -341,7 +339,7 @@ TEST_F(DataChunkRecordTest, AFileThatEndsBetweenEntriesGivesZeroAndGoesBack) {
 
 TEST_F(DataChunkRecordTest, AFileThatEndsBeforeALengthThrowsAtOnce) {
     const RecordFile file(Head(1000).Number(1000000000).Get());
-    EXPECT_EQ(OutOfRangeText([&] { chunk.ReadFrom(file.Get()); }), emptyAt);
+    EXPECT_EQ(RefusalOf<std::out_of_range>([&] { chunk.ReadFrom(file.Get()); }), emptyAt);
     EXPECT_EQ(chunk.GetPropertySize(), 0U);
 }
 

@@ -1,4 +1,5 @@
 #include "Support/FlushedOutput.h"
+#include "Support/Refusal.h"
 
 #include <libProtocolX/Converter.h>
 #include <libProtocolX/DataChunk.h>
@@ -18,6 +19,7 @@ using testing::IsEmpty;
 using Time::TimePoint;
 
 using Strings = std::set<std::string>;
+using Tests::RefusalOf;
 
 const std::string withZeros("a\0b\0", 4);
 
@@ -27,16 +29,6 @@ const unsigned char* Bytes(const std::string& text) {
 
 class DataChunkTest : public testing::Test {
   protected:
-    template <typename Call>
-    static std::string TextOf(Call call) {
-        try {
-            call();
-        } catch (const std::runtime_error& error) {
-            return error.what();
-        }
-        return "nothing thrown";
-    }
-
     // What IsEqual returned, and what it printed.
     static std::pair<bool, std::string> Compare(const DataChunk& one, const DataChunk& other) {
         testing::internal::CaptureStdout();
@@ -67,7 +59,7 @@ TEST_F(DataChunkTest, ANewChunkIsEmptyAndThrowsForTheKeyX) {
     EXPECT_EQ(chunk.GetDataSize(), 0U);
     EXPECT_THAT(chunk.GetPropertyKeys(), IsEmpty());
     EXPECT_THAT(chunk.GetDataKeys(), IsEmpty());
-    EXPECT_EQ(TextOf([&] { chunk.GetProperty("x"); }), "DataChunk: property key x not found");
+    EXPECT_EQ(RefusalOf([&] { chunk.GetProperty("x"); }), "DataChunk: property key x not found");
 }
 
 TEST_F(DataChunkTest, SettingAPropertyTwiceLeavesOneItemWithTheSecondValue) {
@@ -80,17 +72,17 @@ TEST_F(DataChunkTest, SettingAPropertyTwiceLeavesOneItemWithTheSecondValue) {
 }
 
 TEST_F(DataChunkTest, TheStringFormOfSetPropertyPutsTwoBlanksForAnEmptyKey) {
-    EXPECT_EQ(TextOf([&] { chunk.SetProperty("", "v"); }),
+    EXPECT_EQ(RefusalOf([&] { chunk.SetProperty("", "v"); }),
               "SetProperty: key and value cannot be empty:  v");
 }
 
 TEST_F(DataChunkTest, TheStringFormOfSetPropertyEndsInKeyAndBlankForAnEmptyValue) {
-    EXPECT_EQ(TextOf([&] { chunk.SetProperty("k", ""); }),
+    EXPECT_EQ(RefusalOf([&] { chunk.SetProperty("k", ""); }),
               "SetProperty: key and value cannot be empty: k ");
 }
 
 TEST_F(DataChunkTest, ThePointerFormOfSetDataRefusesASizeOfZero) {
-    EXPECT_EQ(TextOf([&] { chunk.SetData("k", nullptr, 0); }),
+    EXPECT_EQ(RefusalOf([&] { chunk.SetData("k", nullptr, 0); }),
               "SetData: key cannot be empty nor dataSize 0");
 }
 
@@ -269,11 +261,11 @@ TEST_F(DataChunkTest, ReadingCreatesNothing) {
 
 TEST_F(DataChunkTest, RefusedArgumentsCreateNothing) {
     Reference();
-    TextOf([&] { chunk.SetProperty("", "v"); });
-    TextOf([&] { chunk.SetProperty("k", nullptr, 0); });
-    TextOf([&] { chunk.SetData("k", ""); });
-    TextOf([&] { chunk.SetData("", nullptr, 1); });
-    TextOf([&] { chunk.GetData(""); });
+    RefusalOf([&] { chunk.SetProperty("", "v"); });
+    RefusalOf([&] { chunk.SetProperty("k", nullptr, 0); });
+    RefusalOf([&] { chunk.SetData("k", ""); });
+    RefusalOf([&] { chunk.SetData("", nullptr, 1); });
+    RefusalOf([&] { chunk.GetData(""); });
     EXPECT_FALSE(message.has_properties() || message.has_data());
 }
 
@@ -340,7 +332,7 @@ TEST_F(DataChunkTest, TheFirstOfSeveralMatchesWins) {
 }
 
 TEST_F(DataChunkTest, AnEmptyKeyIsLookedUpLikeAnyOther) {
-    EXPECT_EQ(TextOf([&] { chunk.GetProperty(""); }), "DataChunk: property key  not found");
+    EXPECT_EQ(RefusalOf([&] { chunk.GetProperty(""); }), "DataChunk: property key  not found");
     auto& item = *message.mutable_properties()->add_items();
     item.set_key("");
     item.set_value("v");
@@ -350,11 +342,11 @@ TEST_F(DataChunkTest, AnEmptyKeyIsLookedUpLikeAnyOther) {
 
 TEST_F(DataChunkTest, GetDataNamesAMissingKey) {
     const DataChunk& read = chunk;
-    EXPECT_EQ(TextOf([&] { read.GetData("image"); }), "DataChunk: data key image not found");
+    EXPECT_EQ(RefusalOf([&] { read.GetData("image"); }), "DataChunk: data key image not found");
 }
 
 TEST_F(DataChunkTest, TheNonConstGetDataRefusesAnEmptyKey) {
-    EXPECT_EQ(TextOf([&] { chunk.GetData(""); }), "GetData: key cannot be empty");
+    EXPECT_EQ(RefusalOf([&] { chunk.GetData(""); }), "GetData: key cannot be empty");
 }
 
 TEST_F(DataChunkTest, TheNonConstGetDataHandsOutAnExistingBlockToBeFilledInPlace) {
@@ -366,20 +358,20 @@ TEST_F(DataChunkTest, TheNonConstGetDataHandsOutAnExistingBlockToBeFilledInPlace
 
 TEST_F(DataChunkTest, ThePointerFormOfSetPropertyRefusesASizeOfZeroAndAnEmptyKeyAlike) {
     const std::string text = "SetProperty: key cannot be empty nor propSize 0";
-    EXPECT_EQ(TextOf([&] { chunk.SetProperty("k", nullptr, 0); }), text);
-    EXPECT_EQ(TextOf([&] { chunk.SetProperty("", Bytes("v"), 1); }), text);
+    EXPECT_EQ(RefusalOf([&] { chunk.SetProperty("k", nullptr, 0); }), text);
+    EXPECT_EQ(RefusalOf([&] { chunk.SetProperty("", Bytes("v"), 1); }), text);
 }
 
 TEST_F(DataChunkTest, ThePointerFormOfSetDataRefusesAnEmptyKey) {
-    EXPECT_EQ(TextOf([&] { chunk.SetData("", Bytes("v"), 1); }),
+    EXPECT_EQ(RefusalOf([&] { chunk.SetData("", Bytes("v"), 1); }),
               "SetData: key cannot be empty nor dataSize 0");
 }
 
 TEST_F(DataChunkTest, TheStringFormOfSetDataRefusesAnEmptyKeyOrValue) {
     const std::string text = "SetData: key and value cannot be empty: ";
-    EXPECT_EQ(TextOf([&] { chunk.SetData("", "v"); }), text + " v");
-    EXPECT_EQ(TextOf([&] { chunk.SetData("k", ""); }), text + "k ");
-    EXPECT_EQ(TextOf([&] { chunk.SetData("", ""); }), text + " ");
+    EXPECT_EQ(RefusalOf([&] { chunk.SetData("", "v"); }), text + " v");
+    EXPECT_EQ(RefusalOf([&] { chunk.SetData("k", ""); }), text + "k ");
+    EXPECT_EQ(RefusalOf([&] { chunk.SetData("", ""); }), text + " ");
 }
 
 TEST_F(DataChunkTest, CopyMetadataMakesWhatTheSourceLacksPresentAndEmpty) {

@@ -1,5 +1,6 @@
 // Readers and writers as their client makes, keeps and closes them.
 #include "Support/FacadeConnection.h"
+#include "Support/Refusal.h"
 
 #include <libProtocolX/DataChunk.h>
 #include <libProtocolX/StorageClientX.h>
@@ -17,6 +18,7 @@ namespace {
 using testing::ElementsAre;
 using testing::IsEmpty;
 using Tests::FacadePeer;
+using Tests::RefusalOf;
 using Time::TimePoint;
 
 class StorageRegistryTest : public testing::Test {
@@ -26,16 +28,6 @@ class StorageRegistryTest : public testing::Test {
     void Reconnect() {
         EXPECT_TRUE(client.ConnectToSlave(peer.Connect()));
         peer.journal.clear();
-    }
-
-    template <typename Call>
-    static std::string TextOf(Call call) {
-        try {
-            call();
-        } catch (const std::runtime_error& error) {
-            return error.what();
-        }
-        return "nothing thrown";
     }
 
     FacadePeer peer;
@@ -101,15 +93,17 @@ TEST_F(StorageRegistryTest, AClosedWriterIsMadeAnew) {
 
 TEST_F(StorageRegistryTest, WithoutAConnectionNothingIsMade) {
     client.Disconnect();
-    EXPECT_EQ(TextOf([&] { client.GetTrackReader(7, 1); }),
+    EXPECT_EQ(RefusalOf([&] { client.GetTrackReader(7, 1); }),
               "Client not connected to create a reader");
-    EXPECT_EQ(TextOf([&] { client.GetTrackWriter(7); }), "Client not connected to create a writer");
+    EXPECT_EQ(RefusalOf([&] { client.GetTrackWriter(7); }),
+              "Client not connected to create a writer");
     EXPECT_FALSE(client.IsReader(7, 1));
 }
 
 TEST_F(StorageRegistryTest, AReaderThatTheServerRefusesIsNotRegisteredAndNotDestroyed) {
     peer.WillRefuse("no such track");
-    EXPECT_EQ(TextOf([&] { client.GetTrackReader(7, 1); }), "Exception from server: no such track");
+    EXPECT_EQ(RefusalOf([&] { client.GetTrackReader(7, 1); }),
+              "Exception from server: no such track");
     EXPECT_FALSE(client.IsReader(7, 1));
     EXPECT_THAT(peer.journal, ElementsAre("TrackReader_Constructor { trackId: 7 }"));
     EXPECT_NE(client.GetTrackReader(7, 1), nullptr);
@@ -117,7 +111,7 @@ TEST_F(StorageRegistryTest, AReaderThatTheServerRefusesIsNotRegisteredAndNotDest
 
 TEST_F(StorageRegistryTest, AWriterThatTheServerRefusesIsNotRegisteredAndNotDestroyed) {
     peer.WillRefuse("the track has a writer");
-    EXPECT_EQ(TextOf([&] { client.GetTrackWriter(7); }),
+    EXPECT_EQ(RefusalOf([&] { client.GetTrackWriter(7); }),
               "Exception from server: the track has a writer");
     EXPECT_THAT(peer.journal, ElementsAre("TrackWriter_Constructor { trackId: 7 }"));
     EXPECT_NE(client.GetTrackWriter(7), nullptr);
@@ -219,7 +213,7 @@ TEST_F(StorageRegistryTest, AFailedConnectLeavesTheKeysAndTheOldObjectsUsable) {
     EXPECT_FALSE(client.ConnectToSlave(std::string()));
     EXPECT_TRUE(client.IsReader(7, 1));
     EXPECT_EQ(reader->GetTrackId(), 0);
-    EXPECT_EQ(TextOf([&] { client.GetTrackReader(7, 1); }),
+    EXPECT_EQ(RefusalOf([&] { client.GetTrackReader(7, 1); }),
               "Client not connected to create a reader");
 }
 

@@ -1,4 +1,5 @@
 #include "Support/FacadeConnection.h"
+#include "Support/Refusal.h"
 #include "Support/TemporaryFolder.h"
 #include "Support/TestSockets.h"
 
@@ -23,22 +24,13 @@ using testing::ElementsAre;
 using testing::IsEmpty;
 using testing::Pair;
 using Tests::FacadePeer;
+using Tests::RefusalOf;
 using Time::TimePoint;
 
 // A connected client, and the peer that answers it.
 class StorageClientXTest : public testing::Test {
   protected:
     StorageClientXTest() { EXPECT_TRUE(client.ConnectToSlave(peer.Connect())); }
-
-    template <typename Call>
-    static std::string TextOf(Call call) {
-        try {
-            call();
-        } catch (const std::runtime_error& error) {
-            return error.what();
-        }
-        return "nothing thrown";
-    }
 
     // An answer to GetEndOfTrack.
     void WillEndAt(long nanoseconds) {
@@ -102,7 +94,7 @@ TEST_F(StorageClientXTest, GetHighestTimePointIsNeverBelowZero) {
 }
 
 TEST_F(StorageClientXTest, SetTrackPropertiesWithAnEmptyKeyThrowsItsValueAndSendsNothing) {
-    EXPECT_EQ(TextOf([&] {
+    EXPECT_EQ(RefusalOf([&] {
                   client.SetTrackProperties(-7, {{"a", "b"}, {"", "x"}});
               }),
               "You cannot set an empty key for SetTrackProperties on track -7. For info, the value "
@@ -111,7 +103,7 @@ TEST_F(StorageClientXTest, SetTrackPropertiesWithAnEmptyKeyThrowsItsValueAndSend
 }
 
 TEST_F(StorageClientXTest, RemoveTrackPropertiesWithAnEmptyKeyThrowsAndSendsNothing) {
-    EXPECT_EQ(TextOf([&] {
+    EXPECT_EQ(RefusalOf([&] {
                   client.RemoveTrackProperties(7, {{"a", "b"}, {"", "x"}});
               }),
               "You cannot set an empty key for RemoveTrackProperties on track 7");

@@ -1,9 +1,8 @@
-#include "Support/CrashImage.h"
+#include "Support/CrashFolder.h"
 #include "Support/FileRecording.h"
 #include "Support/ProofSize.h"
 #include "Support/RecordingFileCalls.h"
 #include "Support/RecordingVfs.h"
-#include "Support/TemporaryFolder.h"
 #include "Support/Waiting.h"
 #include "Unit/Storage/libTracks/StorageTest.h"
 
@@ -19,7 +18,7 @@
 #include <cstdint>
 #include <cstdlib>
 #include <exception>
-#include <filesystem>
+#include <iterator>
 #include <memory>
 #include <optional>
 #include <random>
@@ -122,8 +121,7 @@ class TrackChain {
             }
         };
         options.smallestSegmentBytes = 4 * 4096;
-        image = std::make_unique<Tests::TemporaryFolder>(memory);
-        local.directory = image->File("store");
+        local.directory = folder.File("store");
         Engine::LocalEngine engine(local);
         Server server(engine, options);
         for (const std::int64_t track : trackIds) {
@@ -134,7 +132,7 @@ class TrackChain {
 
     // Serves until the power goes, and looks at what that leaves. False: something is wrong there.
     bool Next() {
-        FileRecording recording(image->Path());
+        FileRecording recording(folder.Path());
         notes = {{recording.GetAdoptedEnd(), known}};
         try {
             Serve(recording);
@@ -144,18 +142,12 @@ class TrackChain {
         if (!problems.empty()) {
             return false;
         }
-        const std::uint64_t first = recording.GetAdoptedEnd();
-        const std::uint64_t cut = first + random() % (recording.Tick() - first) + 1;
-        const auto behind = std::upper_bound(
-            notes.begin(), notes.end(), cut,
-            [](std::uint64_t tick, const auto& note) { return tick < note.first; });
+        const std::uint64_t cut = folder.LosePower(recording, FlushHonesty(), random);
+        const auto behind = Engine::NoteBehind<Known>(notes, cut);
         known = std::prev(behind)->second;
         for (std::size_t index = 0; behind != notes.end() && index < known.size(); ++index) {
             known[index].front = behind->second[index].front;  // of what was under way
         }
-        auto next = std::make_unique<Tests::TemporaryFolder>(memory);
-        Engine::CrashImage(recording, cut, FlushHonesty(), random).Materialise(next->Path());
-        image = std::move(next);
         CheckOffline();
         return problems.empty();
     }
@@ -168,7 +160,7 @@ class TrackChain {
         Engine::RecordingFileCalls calls(recording);
         const Engine::RecordingVfs vfs(recording);
         Engine::LocalOptions used = local;
-        used.directory = image->File("store");
+        used.directory = folder.File("store");
         used.catalogueVfs = vfs.GetName();
         options.log = [this](const std::string& text) {
             dropped += text.find("are dropped, in front of which") != std::string::npos ? 1 : 0;
@@ -263,7 +255,7 @@ class TrackChain {
 
     void CheckOffline() {
         Engine::LocalOptions checked = local;
-        checked.directory = image->File("store");
+        checked.directory = folder.File("store");
         checked.readOnly = true;
         StoreFindings findings(
             [this](const std::string& text) { problems.push_back("check: " + text); });
@@ -276,13 +268,12 @@ class TrackChain {
         }
     }
 
-    const std::filesystem::path memory = Tests::TemporaryFolder::InMemory();
     std::mt19937_64 random;
     Engine::LocalOptions local;
     StorageOptions options;
-    std::unique_ptr<Tests::TemporaryFolder> image;
+    Engine::CrashFolder folder;
     Known known;
-    std::vector<std::pair<std::uint64_t, Known>> notes;  // by tick
+    Engine::KnownByTick<Known> notes;
     std::vector<std::string> problems;
     std::uint64_t dropped = 0;
     unsigned life = 0;

@@ -18,7 +18,6 @@
 #include <atomic>
 #include <chrono>
 #include <cstdint>
-#include <cstdio>
 #include <exception>
 #include <filesystem>
 #include <functional>
@@ -88,7 +87,6 @@ class LocalEnginePowerLossTest : public LocalStoreTest,
     void SetUp() override {
         const std::string reason = LoopFileSystem::WhyNot(GetParam());
         if (!reason.empty()) {
-            std::printf("NO POWER WAS CUT, nothing is proved here: %s\n", reason.c_str());
             GTEST_SKIP() << reason;
         }
         files = std::make_unique<LoopFileSystem>(GetParam());

@@ -1,4 +1,4 @@
-#include "Support/CrashImage.h"
+#include "Support/CrashFolder.h"
 #include "Support/FileRecording.h"
 #include "Support/LocalStoreTest.h"
 #include "Support/LocalWorkload.h"
@@ -9,11 +9,9 @@
 
 #include <gtest/gtest.h>
 
-#include <algorithm>
 #include <cstdint>
 #include <exception>
-#include <filesystem>
-#include <memory>
+#include <iterator>
 #include <random>
 #include <string>
 #include <utility>
@@ -42,14 +40,13 @@ class Chain {
                                                 : LocalOptions::Preparation::Allocate;
         options.catalogueReserve = random() % 2 == 0 ? 0 : std::uint64_t{256} << 10U;
         options.report = [this](const std::string& text) { problems.push_back("report: " + text); };
-        image = std::make_unique<Tests::TemporaryFolder>(memory);
     }
 
     // Serves until the power goes and makes the image of that. False: something was wrong with the
     // one before.
     bool Next() {
-        FileRecording recording(image->Path());
-        options.directory = image->File("store");
+        FileRecording recording(folder.Path());
+        options.directory = folder.File("store");
         notes = {{recording.GetAdoptedEnd(), known}};
         try {
             Serve(recording);
@@ -59,16 +56,9 @@ class Chain {
         if (!problems.empty()) {
             return false;
         }
-        const std::uint64_t first = recording.GetAdoptedEnd();
-        const std::uint64_t cut = first + random() % (recording.Tick() - first) + 1;
-        const auto behind = std::upper_bound(
-            notes.begin(), notes.end(), cut,
-            [](std::uint64_t tick, const auto& note) { return tick < note.first; });
-        known = std::prev(behind)->second;
+        const std::uint64_t cut = folder.LosePower(recording, honesty, random);
+        known = std::prev(NoteBehind<Known>(notes, cut))->second;
         known.track = known.track.AfterPowerLoss();
-        auto next = std::make_unique<Tests::TemporaryFolder>(memory);
-        CrashImage(recording, cut, honesty, random).Materialise(next->Path());
-        image = std::move(next);
         return true;
     }
 
@@ -126,14 +116,13 @@ class Chain {
         }
     }
 
-    const std::filesystem::path memory = Tests::TemporaryFolder::InMemory();
     std::mt19937_64 random;
     const FlushHonesty honesty;
     LocalWorkload::Settings settings;
     LocalOptions options;
-    std::unique_ptr<Tests::TemporaryFolder> image;
+    CrashFolder folder;
     Known known;
-    std::vector<std::pair<std::uint64_t, Known>> notes;  // by tick
+    KnownByTick<Known> notes;
     std::vector<std::string> problems;
     Epoch epoch = 0;
 };
