@@ -146,8 +146,10 @@ class IEngine {
     // Damaged; the sink's destinations then hold anything.
     virtual void ReadChunk(const SegmentId& id, const ChunkEntry& entry, IChunkSink& sink) = 0;
 
-    // Gives the segment's space back to the track's reservation. Throws Fenced; nothing for an
-    // unknown segment. A crash may bring it back, whole, until its space is used again.
+    // Gives the segment's space back to the track's reservation. What tells that it is not needed
+    // any more (a record, or a chunk behind it in its log) must have been written before: the space
+    // is used again only when that is safe. Throws Fenced; nothing for an unknown segment. A crash
+    // may bring the segment back, whole, until its space is used again.
     virtual void RemoveSegment(const SegmentId& id, Epoch epoch) = 0;
 
     // The file or object that a segment lies in, for messages.

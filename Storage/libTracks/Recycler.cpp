@@ -139,6 +139,7 @@ void Recycler::MakeHeldTail(RecyclePlan& plan, std::size_t next) {
     }
     if (CountFreeSegments() == 0) {
         MoveFrontBefore(plan, next);
+        WriteFront();
         RemoveEmptied();
     }
     if (CountFreeSegments() == 0) {
@@ -160,12 +161,6 @@ void Recycler::MoveFrontBefore(RecyclePlan& plan, std::size_t next) {
         MoveFrontLocked(part);
     }
     plan.front = Without(plan.front, part.front);
-    if (logs.pending.empty()) {
-        // No chunk of the ring tells of it yet, and the room is about to be used.
-        TrackRecord record = logs.record;
-        record.ringFront = logs.frontOrdinal;
-        WriteRecord(std::move(record), state.index.held.GetRuns());
-    }
     for (; next < plan.carried.size(); ++next) {
         plan.carried[next].before = Without(plan.carried[next].before, part.front);
     }
@@ -201,17 +196,38 @@ void Recycler::MakeRingTail() {
     }
     while (RemoveEmptied() && CountFreeSegments() < leastFreeSegments) {
         HeldPacker packer(context, state, logs, *this);
-        if (CountFreeSegments() == 0 || !packer.Pack()) {
+        const bool isNoneFree = CountFreeSegments() == 0;
+        if (isNoneFree || !packer.Pack()) {
             FreeFrontSegment();
         }
+        if (isNoneFree) {
+            WriteFront();
+        } else if (HasRoomForTail()) {
+            break;  // what has been emptied is removed behind the append, which tells of the front
+        }
     }
-    if (CountFreeSegments() < leastFreeSegments) {
+    if (!HasRoomForTail()) {
         throw TrackError(context.track, "no segment is free, some could not be removed");
     }
     const auto table = std::make_shared<EntryTable>();
     logs.ring.CreateTail();
     const std::lock_guard lock(state.mutex);
     state.index.ring.Open(logs.ring.GetTail(), table);
+}
+
+bool Recycler::HasRoomForTail() {
+    const std::uint64_t free = CountFreeSegments();
+    return free > 0 && free + ListEmptied(LogKind::Ring).size() >= leastFreeSegments;
+}
+
+// No chunk of the ring tells yet where it begins, and segments in front of that are to be removed:
+// after a crash they would be missing.
+void Recycler::WriteFront() {
+    if (logs.pending.empty()) {
+        TrackRecord record = logs.record;
+        record.ringFront = logs.frontOrdinal;
+        WriteRecord(std::move(record), state.index.held.GetRuns());
+    }
 }
 
 // Whether moving the ring's held chunks over and dropping the others gives segments for both logs:

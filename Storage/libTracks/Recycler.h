@@ -58,6 +58,8 @@ class Recycler {
     void MakeHeldTail(RecyclePlan& plan, std::size_t next);
     void MoveFrontBefore(RecyclePlan& plan, std::size_t next);
     void FreeFrontSegment();
+    bool HasRoomForTail();
+    void WriteFront();
     bool CanGainSegment(std::uint64_t free, TableSet& tables) const;
     std::vector<std::uint64_t> ListEmptied(Engine::LogKind kind);
     void GiveUp(const FoundChunk& chunk, const std::exception& error);

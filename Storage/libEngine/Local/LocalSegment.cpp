@@ -138,12 +138,20 @@ void LocalSegment::SetPredecessor(std::shared_ptr<LocalSegment> segment) noexcep
     predecessor = std::move(segment);
 }
 
-void LocalSegment::WriteStart() {
+void LocalSegment::SetUnstarted() noexcept {
+    SetPredecessor(nullptr);
+    gate.ForgetFlushes(ChunkLayout::segmentHeaderSize);
+}
+
+void LocalSegment::WriteStart(bool isUsed) {
     const std::lock_guard writeLock(writeMutex);
     SegmentWriter& target = GetWriter();
     target.WriteHeader(identity, HeaderState::InUse, GetInfo().mayFollowLoss);
     target.WriteFooter(MakeFooter({}, FooterState::Open), {});
     gate.NoteWrite(ChunkLayout::segmentHeaderSize);
+    if (isUsed) {
+        gate.Flush(target.GetFile());
+    }
 }
 
 bool LocalSegment::IsSafe() const {
@@ -452,10 +460,16 @@ bool LocalSegment::IsIndexed() const {
 }
 
 void LocalSegment::WriteSealed(std::span<const SegmentFormat::Entry> packed) {
+    SegmentWriter& target = GetWriter();
     if (!packed.empty()) {
         SettleFrontLocked();
-    }  // otherwise what it held must be void before its header says that it was safe
-    SegmentWriter& target = GetWriter();
+    } else if (GetInfo().mayFollowLoss) {
+        // What it held must be void before its header says that it was safe; it may have none yet.
+        SegmentFormat::Identity current = identity;
+        current.epoch = GetInfo().epoch;
+        target.WriteHeader(current, HeaderState::InUse, true);
+        gate.NoteWrite(ChunkLayout::segmentHeaderSize);
+    }
     const std::uint32_t end = EndOf(packed);
     if (gate.HasFailed()) {
         // What a failed flush covered is safe only when it is written once more.

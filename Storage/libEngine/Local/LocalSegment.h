@@ -41,10 +41,15 @@ class LocalSegment : public IFlushTarget, public std::enable_shared_from_this<Lo
     // What lies in front of it in its log may be lost with the power while `segment` (null: what
     // was in front is settled, or gone for good) is not safe. Before WriteStart.
     void SetPredecessor(std::shared_ptr<LocalSegment> segment) noexcept;
+    // Found without a header: it may follow a loss, and no chunk says that anything was flushed
+    // before the header is.
+    void SetUnstarted() noexcept;
     // It takes no more chunks, and what it holds is safe only when it is sealed.
     void SetUnflushed(const char* reason) noexcept;
-    // Writes the start of a new segment over what the slot held.
-    void WriteStart();
+    // Writes the start of a new segment over what the slot held. With `isUsed`, which says that it
+    // held a segment, that start is flushed before a chunk is written over one of the former
+    // segment: what is left of that would read as damage otherwise.
+    void WriteStart(bool isUsed);
     // Whether all that it holds, and all in front of it in its log, has been flushed.
     bool IsSafe() const;
     // Brings that about (blocks). Failures are told: what is in doubt then is never taken for lost.

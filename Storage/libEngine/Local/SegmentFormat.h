@@ -68,6 +68,11 @@ namespace Brantel::Engine::SegmentFormat {
 // header says so before the first chunk is written, and that it is over once it is, before anything
 // in the segment is called safe. So a gap in the log in front of a segment that may follow a loss
 // is what a loss of power leaves, and any other gap is damage.
+//
+// A header lies in one sector, so a torn write of its page leaves the former one or the new one.
+// One that can't be read is damage when a chunk of the segment says that something was flushed, and
+// was never flushed itself otherwise. Over a segment's chunks others are written only when the
+// header of theirs is flushed.
 
 constexpr std::uint32_t version = 1;
 constexpr std::uint32_t pageSize = ChunkLayout::unit;

@@ -77,7 +77,7 @@ void SlotLoader::JudgeHeader(const Slot& slot, const Content& content, bool isFl
             segment.SetPredecessor(nullptr);
         }
     } else if (isMissing && !isFlushed) {
-        segment.SetPredecessor(nullptr);
+        segment.SetUnstarted();
         if (context.options.note) {
             context.options.note(slot->GetPath() + ": a segment was being started, " +
                                  std::to_string(segment.GetInfo().count) +

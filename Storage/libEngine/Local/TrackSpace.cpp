@@ -316,10 +316,9 @@ void TrackSpace::CreateSegment(const SegmentId& id, Epoch epoch) {
         if (before && !before->IsSafe()) {
             segment->SetPredecessor(std::move(before));
         }
-        segment->WriteStart();
+        segment->WriteStart(free.front().used);
         const std::lock_guard lock(mutex);
-        segments.emplace(key, segment);
-        LetSlotsWaitFor(segment, id.log);
+        segments.emplace(key, std::move(segment));
     } catch (const std::exception&) {
         free.front().used = true;
         const std::lock_guard lock(mutex);
@@ -338,26 +337,15 @@ std::shared_ptr<LocalSegment> TrackSpace::FindBefore(const Key& key) const {
     return found.first == key.first ? segment : nullptr;
 }
 
-// The slot of a segment that is no longer in the list. What makes a segment superfluous is a chunk
-// behind it: one of the log's last segment, or, when that takes no more, the next one that comes.
+// The slot of a segment that is no longer in the list. What makes a segment superfluous is a
+// record, which is safe, or a chunk behind it in its log, at most in the last segment.
 TrackSpace::FreeSlot TrackSpace::MakeFree(const LocalSegment& removed, LogKind log) const {
     FreeSlot free{removed.GetSlot(), true};
     const auto last = FindBefore({log, std::numeric_limits<std::uint64_t>::max()});
-    if (last && last->GetInfo().sealed) {
-        free.afterNext = log;
-    } else if (last && !last->IsSafe()) {
+    if (last && !last->IsSafe()) {
         free.after = last;
     }
     return free;
-}
-
-void TrackSpace::LetSlotsWaitFor(const std::shared_ptr<LocalSegment>& segment, LogKind log) {
-    for (FreeSlot& free : freeSlots) {
-        if (free.afterNext == log) {
-            free.after = segment;
-            free.afterNext.reset();
-        }
-    }
 }
 
 std::vector<SegmentInfo> TrackSpace::ListSegments() const {
@@ -400,7 +388,7 @@ void TrackSpace::RemoveSegment(const SegmentId& id, Epoch epoch) {
         segments.erase(segment);
         freed.front() = MakeFree(*removed, id.log);
     }
-    removed->SetRemoved(freed.front().after == nullptr && !freed.front().afterNext);
+    removed->SetRemoved(freed.front().after == nullptr);
     const std::lock_guard lock(mutex);
     if (slots.contains(removed->GetSlot()->GetNumber())) {
         freeSlots.splice(freeSlots.end(), freed);

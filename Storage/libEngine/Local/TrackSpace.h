@@ -11,7 +11,6 @@
 #include <map>
 #include <memory>
 #include <mutex>
-#include <optional>
 #include <string>
 #include <utility>
 #include <vector>
@@ -55,14 +54,11 @@ class TrackSpace {
         // The slot waits until this is safe, for what made the removed segment superfluous may lie
         // in it: the removed one is needed again when a loss of power takes that.
         std::shared_ptr<LocalSegment> after = nullptr;
-        // The same for the next segment that this log will have.
-        std::optional<LogKind> afterNext = std::nullopt;
     };
 
     [[noreturn]] void Throw(EngineError::Kind kind, const std::string& text) const;
     std::shared_ptr<LocalSegment> FindBefore(const Key& key) const;
     FreeSlot MakeFree(const LocalSegment& removed, LogKind log) const;
-    void LetSlotsWaitFor(const std::shared_ptr<LocalSegment>& segment, LogKind log);
     void CheckWanted(const Reservation& wanted) const;
     void Settle(const Reservation& wanted, IProgress& progress);
     void RemoveFreeSlots(std::uint64_t count);

@@ -7,6 +7,7 @@
 #include <condition_variable>
 #include <cstdint>
 #include <filesystem>
+#include <limits>
 #include <mutex>
 #include <optional>
 #include <string>
@@ -29,10 +30,13 @@ class LocalEngineSealTest : public LocalStoreTest {
         Close();  // in front of what it calls
     }
 
-    // Flushes of files stand still until they may go on.
-    void HoldFlushes() {
-        calls.SetHook(FileCall::FlushData, [this] {
+    // Flushes of files, the next `count` of them, stand still until they may go on.
+    void HoldFlushes(int count = std::numeric_limits<int>::max()) {
+        calls.SetHook(FileCall::FlushData, [this, count] {
             std::unique_lock lock(mutex);
+            if (held == count) {
+                return;
+            }
             ++held;
             changed.notify_all();
             changed.wait(lock, [this] { return mayGo; });
@@ -105,7 +109,7 @@ TEST_F(LocalEngineSealTest, WaitsForTheMediumWhenTheChunksWereFlushed) {
 }
 
 TEST_F(LocalEngineSealTest, ARemovedSegmentIsNotWrittenAnyMore) {
-    HoldFlushes();
+    HoldFlushes(1);
     engine->Seal(Ring(1), 1, 1);
     WaitForFlush();
     engine->RemoveSegment(Ring(1), 1);
@@ -158,6 +162,18 @@ TEST_F(LocalEngineSealTest, ASlotIsUsedAgainWhenWhatMadeItSuperfluousIsSafe) {
     engine->CreateSegment(Ring(5), 1);
     EXPECT_GE(calls.CountCalls(FileCall::FlushData), before + 1);
     EXPECT_FALSE(Info(Ring(4)).mayFollowLoss);
+}
+
+TEST_F(LocalEngineSealTest, ASlotIsWrittenOverWhenItsNewStartIsSafe) {
+    std::uint64_t before = calls.CountCalls(FileCall::FlushData);
+    engine->CreateSegment(Ring(2), 1);  // nothing can be left in a slot that held none
+    EXPECT_EQ(calls.CountCalls(FileCall::FlushData), before);
+    engine->RemoveSegment(Ring(2), 1);
+    engine->CreateSegment(Ring(3), 1);
+    engine->CreateSegment(Ring(4), 1);
+    before = calls.CountCalls(FileCall::FlushData);
+    engine->CreateSegment(Ring(5), 1);
+    EXPECT_GT(calls.CountCalls(FileCall::FlushData), before);
 }
 
 TEST_F(LocalEngineSealTest, AFlushThatFailsMeanwhileIsToldAndMadeGood) {

@@ -129,6 +129,38 @@ TEST_F(SlotLoaderTest, ASegmentThatWasOnlyBeingStartedIsNoDamage) {
                   SlotPath(0) + ": a segment was being started, 2 unflushed chunks are there"});
 }
 
+// The server after the crash flushes what it finds, and goes on. It writes the header, too, but
+// nothing says that this has reached the medium when the power fails again.
+TEST_F(SlotLoaderTest, ASegmentThatIsFoundWithoutAHeaderIsOnlyBeingStartedUntilItIsFlushed) {
+    const std::string zeros(4096, '\0');
+    Lap(1, 2);
+    WriteAt(SlotPath(0), 0, zeros);
+    Crash();
+    engine->Claim(Ring(1), 2);
+    Append(Ring(1), 50, {"m"}, Durability::Mode::Os, 2);
+    WriteAt(SlotPath(0), 0, zeros);
+    Crash();
+    EXPECT_EQ(Info(Ring(1)).count, 3U);
+    EXPECT_TRUE(Info(Ring(1)).mayFollowLoss);
+    EXPECT_TRUE(Reports().empty());
+    Append(Ring(1), 60, {"m"}, Durability::Mode::Always, 2);
+    Append(Ring(1), 70, {"m"}, Durability::Mode::Always, 2);
+    WriteAt(SlotPath(0), 0, zeros);
+    Crash();
+    EXPECT_EQ(Info(Ring(1)).count, 5U);
+    EXPECT_EQ(Reports().size(), 1U);
+}
+
+TEST_F(SlotLoaderTest, ASegmentThatIsFoundWithoutAHeaderHasOneWhenItIsSealed) {
+    Lap(1, 2);
+    WriteAt(SlotPath(0), 0, std::string(4096, '\0'));
+    Crash();
+    engine->Seal(Ring(1), 1, 0);
+    Crash();
+    EXPECT_TRUE(Info(Ring(1)).sealed);
+    EXPECT_TRUE(Reports().empty());
+}
+
 TEST_F(SlotLoaderTest, AHeaderThatIsLostBehindAFlushIsDamage) {
     engine->CreateSegment(Ring(1), 1);
     Append(Ring(1), 1, {"m"}, Durability::Mode::Always);
