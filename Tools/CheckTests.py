@@ -1,5 +1,6 @@
 #!/usr/bin/env python3
-"""Fails when a test asserts nothing, or when a page names a test that does not exist.
+"""Fails when a test asserts nothing, when a page names a test that does not exist, or when the page of the promises has
+not a row for each proof of ./run prove.
 
 usage: CheckTests.py [root of the tree]
 
@@ -129,9 +130,27 @@ def proofs(tests):
                     yield f"{file}:{number}: there is no test {case}.{name}"
 
 
+def lastRun(tests):
+    """The last run of every proof stands on the page of the promises, and of nothing else."""
+    page = "Docs/Promise.md"
+    script = tests.root / "run"
+    if page not in tests.pages or not script.exists():
+        return
+    table = tests.pages[page].partition("## The last run\n")[2].partition("\n## ")[0]
+    rows = [row for row in re.findall(r"(?m)^\| ([^|]+?) \|", table) if row != "Proof" and not row.startswith("-")]
+    names = re.findall(r'(?m)^\s+(?:proof|counted) "([^"]+)"', script.read_text())
+    patterns = {name: re.sub(r"\\\$\\\{.*?\\\}", ".*", re.escape(name)) for name in names}
+    for name, pattern in patterns.items():
+        if not any(re.fullmatch(pattern, row) for row in rows):
+            yield f"{page}: the table of the last run has no row for {name}"
+    for row in rows:
+        if not any(re.fullmatch(pattern, row) for pattern in patterns.values()):
+            yield f"{page}: ./run prove has no proof {row}"
+
+
 def check(root):
     tests = Tests(root)
-    return [*assertions(tests), *proofs(tests)]
+    return [*assertions(tests), *proofs(tests), *lastRun(tests)]
 
 
 def main():

@@ -68,6 +68,16 @@ class CheckTestsTest(MadeUpTree.MadeUpTree):
                 self.put("Docs/Promise.md", f"Proved.\n\nBy `{name}`\n")
                 self.assertOneError(self.errors(), "Docs/Promise.md:3: there is no test ", name.removesuffix(".cpp"))
 
+    def testTheLastRunHasARowForEachProofAndNoOther(self):
+        self.put("run", '    proof "loss of power on ${fileSystem,,}" x\n  counted "bugs" y\n')
+        rows = "| Proof | Cycles |\n|---|---|\n| loss of power on ext4 | |\n| bugs | |\n"
+        self.put("Docs/Promise.md", f"## The last run\n\n{rows}")
+        self.assertEqual(self.errors(), [])
+        self.put("Docs/Promise.md", f"## The last run\n\n{rows.replace('| bugs | |', '')}")
+        self.assertOneError(self.errors(), "has no row for bugs")
+        self.put("Docs/Promise.md", f"## The last run\n\n{rows}| killed cats | |\n")
+        self.assertOneError(self.errors(), "./run prove has no proof killed cats")
+
 
 if __name__ == "__main__":
     unittest.main()
