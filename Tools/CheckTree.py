@@ -14,6 +14,7 @@ import Tree
 
 mebibyte = 1 << 20
 sourceLines = 800
+functionLines = 100
 commentColumns = 100
 
 topFolders = {
@@ -121,6 +122,24 @@ def sizes(tree):
                 yield f"{file}: {lines} lines, the limit is {sourceLines}"
 
 
+def functions(tree):
+    """A function fits a screen. Of C++ the linter counts; here, what it does not read."""
+    for file in tree.files:
+        if not file.endswith((".py", ".sh")) and not tree.text(file).startswith("#!"):
+            continue
+        lines = tree.text(file).split("\n")
+        for start, line in enumerate(lines):
+            head = re.match(r"(\s*)(?:def \w+\(|\w+\(\) \{$)", line)
+            if not head:
+                continue
+            inside = re.compile(rf"\s{{{len(head.group(1)) + 1},}}\S|\s*$")
+            end = next((i for i in range(start + 1, len(lines)) if not inside.match(lines[i])), len(lines))
+            while not lines[end - 1].strip():
+                end -= 1
+            if end - start - 1 > functionLines:
+                yield f"{file}:{start + 1}: a function of {end - start - 1} lines, the limit is {functionLines}"
+
+
 def readmes(tree):
     """Each area says what its folders are for: a README with a table that has a row for each folder with files."""
     for area in areas:
@@ -224,7 +243,7 @@ def lines(tree):
                 yield f"{file}:{number}: a comment of {len(line)} columns, the limit is {commentColumns}"
 
 
-rules = (rooms, names, classFiles, sizes, readmes, unitTests, runBits, words, commands, lines)
+rules = (rooms, names, classFiles, sizes, functions, readmes, unitTests, runBits, words, commands, lines)
 
 
 def check(root):

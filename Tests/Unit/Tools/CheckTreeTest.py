@@ -86,6 +86,13 @@ class CheckTreeTest(MadeUpTree.MadeUpTree):
         self.put("README.md", "Try `./run build`, then ./run everything.\n")
         self.assertOneError(self.errors(), "README.md:1: ./run has no command everything")
 
+    def testALongFunctionOfAScriptIsAnError(self):
+        self.put("Tools/Low.py", "def low():\n" + "    pass\n\n" * 51 + "\n\ndef high():\n    pass\n")
+        self.assertOneError(self.errors(), "Tools/Low.py:1: a function of 101 lines, the limit is 100")
+        self.put("Tools/Low.py", "def low():\n" + "    pass\n" * 98 + "\n\ndef high():\n    pass\n")
+        self.put("run", "#!/usr/bin/env bash\nlow() {\n" + "  true\n" * 101 + "}\n", executable=True)
+        self.assertOneError(self.errors(), "run:2: a function of 101 lines, the limit is 100")
+
     def testALargeFileIsAnError(self):
         self.put("Tests/Unit/Platform/libLow/Low.bin", "x" * (1 << 20) + "\n")
         self.assertOneError(self.errors(), "Low.bin: 1048577 bytes, the limit is 1048576")
