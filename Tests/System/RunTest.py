@@ -177,8 +177,10 @@ class RunTest(MadeUpTree.MadeUpTree):
         self.assertEqual((code, out.splitlines()[-1]), (1, "32 passed, 1 failed, 0 skipped"))
 
     def proofs(self, tests, failed=False):
-        storage = ("LocalEngineTest", "LocalEngineCrashTest", "TracksCrashTest")
-        for program in (*(f"Unit/Storage/{name}" for name in storage), "System/SystemTest"):
+        storage = ("LocalEngineTest", "LocalEngineCrashTest", "LocalEngineMemoryTest", "TracksCrashTest", "TracksMemoryTest")
+        system = ("SystemTest", "HostileTest", "FaultProxyTest")
+        programs = [f"Unit/Storage/{name}" for name in storage] + [f"System/{name}" for name in system]
+        for program in (*programs, "Conformance/FaultMatrixTest"):
             self.put(
                 f"build/release/Tests/{program}",
                 f'#!/bin/bash\necho "${{BRANTEL_PROVE:-short}}" >> calls\nprintf \'{tests}\' > "${{2#*xml:}}"\nexit {int(failed)}\n',
@@ -191,15 +193,21 @@ class RunTest(MadeUpTree.MadeUpTree):
         code, out, _ = self.run_("prove")
         self.assertEqual(code, 0)
         self.assertRegex(out, r"(?m)^loss of power on xfs +42  ok ")
-        self.assertEqual(self.calls().count("1"), 8)
+        self.assertEqual(self.calls().count("1"), 15)
         self.assertRegex(out, r"(?m)^seeded bugs +31  ok ")
         self.assertIn("seeded ", self.calls())
 
     def testTheShortFormOfProveTriesAsOftenAsTheTests(self):
         self.proofs('<testsuite tests="2">\\n')
         self.assertEqual(self.run_("prove", "--short")[0], 0)
-        self.assertEqual(self.calls().count("short"), 8)
+        self.assertEqual(self.calls().count("short"), 15)
         self.assertIn("seeded --check", self.calls())
+
+    def testAProofThatRecordsNothingCountsItsTests(self):
+        self.proofs('<testsuite tests="2">\\n<testcase name="a" />\\n<testcase name="b" />\\n')
+        code, out, _ = self.run_("prove")
+        self.assertEqual(code, 0)
+        self.assertRegex(out, r"(?m)^hostile clients, limit by limit +2  ok ")
 
     def testABugThatIsNotCaughtFailsProve(self):
         self.proofs('<testsuite tests="2">\\n')
@@ -223,7 +231,7 @@ class RunTest(MadeUpTree.MadeUpTree):
         code, out, _ = self.run_("prove")
         self.assertEqual(code, 0)
         self.assertRegex(out, r"(?m)^loss of power on ext4 +0  SKIPPED")
-        self.assertIn("8 of these proofs were SKIPPED", out)
+        self.assertIn("15 of these proofs were SKIPPED", out)
 
     def testFindingsOfLintFailTheRun(self):
         self.put("fail-python3")
