@@ -98,6 +98,7 @@ class StorageMemoryTest : public StorageTest {
                 isDone = settle();
             }
             const std::size_t failures = CountedMemory::StopFailing();
+            failed += failures;
             if (!isDone) {
                 ++errors;
                 ASSERT_EQ(Everything(), before) << "without memory after " << after;
@@ -105,11 +106,14 @@ class StorageMemoryTest : public StorageTest {
             if (failures == 0) {
                 EXPECT_TRUE(isDone) << testing::PrintToString(logged);
                 EXPECT_GT(errors, 0U);
+                RecordProperty("cycles", std::to_string(failed));
                 return;
             }
         }
         ADD_FAILURE() << "it never has memory enough";
     }
+
+    std::size_t failed = 0;  // allocations
 };
 
 INSTANTIATE_TEST_SUITE_P(Every, StorageMemoryTest, testing::ValuesIn(Engine::EveryEngine()),

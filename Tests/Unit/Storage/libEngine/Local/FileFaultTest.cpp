@@ -119,6 +119,7 @@ class FileFaultTest : public LocalStoreTest {
         }
         std::printf("%" PRIu64 " lives, in %" PRIu64 " of them an operation failed\n", lives,
                     failed);
+        RecordProperty("cycles", std::to_string(lives));
         EXPECT_EQ(failed == 0, harmless);
     }
 

@@ -72,6 +72,12 @@ class LocalEngineDamageTest : public LocalStoreTest {
 
     static constexpr std::uint32_t smallSize = 3 * ChunkLayout::unit;
 
+    void TearDown() override {
+        if (damages > 0) {
+            RecordProperty("cycles", std::to_string(damages));
+        }
+    }
+
     void Add(const SegmentId& id, std::int64_t timePoint, const std::vector<std::string>& parts) {
         chunks.push_back({id, Append(id, timePoint, parts, Durability::Mode::Always), parts});
     }
@@ -134,6 +140,7 @@ class LocalEngineDamageTest : public LocalStoreTest {
     // or is the last of the open segment and gone.
     void CheckChunks(std::uint32_t slot, std::uint64_t begin, std::uint64_t end, bool mayVanish) {
         const std::string where = "slot " + std::to_string(slot) + " at " + std::to_string(begin);
+        ++damages;
         for (const Chunk& chunk : chunks) {
             const bool hit = IsHit(chunk, slot, begin, end);
             try {
@@ -197,6 +204,7 @@ class LocalEngineDamageTest : public LocalStoreTest {
     }
 
     EngineError::Kind unreadable = EngineError::Kind::Damaged;  // how a bad page shows
+    std::uint64_t damages = 0;                                  // that were checked
     std::vector<Chunk> chunks;
     std::map<std::string, std::string> saved;  // path in the store -> bytes
 };

@@ -127,7 +127,7 @@ class LocalEngineMemoryTest : public LocalStoreTest {
         for (const bool sqlite : {false, true}) {
             for (const bool forEver : {false, true}) {
                 bool reached = true;
-                for (std::int64_t after = 0; reached; ++after) {
+                for (std::int64_t after = 0; reached; ++after, ++attempts) {
                     prepare();
                     const std::string before = State();
                     fail(after, forEver, sqlite);
@@ -148,10 +148,12 @@ class LocalEngineMemoryTest : public LocalStoreTest {
             }
         }
         std::printf("%lld errors\n", static_cast<long long>(errors));
+        RecordProperty("cycles", std::to_string(attempts));
         EXPECT_GT(errors, 0);
     }
 
     ChunkEntry first;
+    std::int64_t attempts = 0;  // with an allocation that fails
 };
 
 const auto nothing = [] {};
