@@ -27,7 +27,7 @@ sys.dont_write_bytecode = True
 import Tree
 
 preset = "release"
-longestTest = 60  # seconds, for the tests of one bug in one program
+longestTest = 40  # seconds, for the tests of one bug in one program
 
 
 class Bug:

@@ -1,6 +1,8 @@
 #include "Support/FaultyFileCalls.h"
 #include "Support/LocalStoreTest.h"
 
+#include <libEngine/Local/SegmentFormat.h>
+
 #include <gtest/gtest.h>
 
 #include <cerrno>
@@ -106,6 +108,20 @@ TEST_F(LocalEngineSealTest, WaitsForTheMediumWhenTheChunksWereFlushed) {
     const std::uint64_t before = calls.CountCalls(FileCall::FlushData);
     engine->Seal(Ring(1), 1, 2);
     EXPECT_EQ(calls.CountCalls(FileCall::FlushData), before + 1);  // of the footer
+}
+
+TEST_F(LocalEngineSealTest, TheIndexIsSafeBeforeTheFooterVouchesForIt) {
+    std::uint64_t count = 1;
+    for (; count <= SegmentFormat::maxInlineCount; ++count) {
+        Append(Ring(1), static_cast<std::int64_t>(count) * 50, {"m"}, Durability::Mode::Always);
+    }
+    const std::uint64_t before = calls.CountCalls(FileCall::WriteVector);
+    std::vector<std::uint64_t> written;  // in front of each flush
+    calls.SetHook(FileCall::FlushData,
+                  [&] { written.push_back(calls.CountCalls(FileCall::WriteVector) - before); });
+    engine->Seal(Ring(1), 1, count);
+    calls.SetHook(FileCall::FlushData, nullptr);
+    EXPECT_EQ(written, (std::vector<std::uint64_t>{1, 2}));
 }
 
 TEST_F(LocalEngineSealTest, ARemovedSegmentIsNotWrittenAnyMore) {
