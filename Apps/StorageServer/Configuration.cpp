@@ -6,6 +6,8 @@
 
 #include <unistd.h>
 
+#include <algorithm>
+#include <cctype>
 #include <sstream>
 #include <stdexcept>
 #include <string_view>
@@ -40,6 +42,13 @@ std::string Comment(const std::string& words) {
         line += " " + word;
     }
     return lines + line + "\n";
+}
+
+// As a comment of one line, whatever it holds.
+std::string OnOneLine(std::string text) {
+    std::replace_if(
+        text.begin(), text.end(), [](unsigned char byte) { return std::iscntrl(byte) != 0; }, '?');
+    return text;
 }
 
 // Refuses the value in the name of where it stands.
@@ -209,7 +218,7 @@ std::vector<Configuration::Change> Configuration::Compare(const ServerOptions& b
 
 std::string Configuration::Describe(const Chosen& chosen) const {
     std::ostringstream text;
-    text << "# " << (chosen.file.empty() ? "No file of settings" : chosen.file) << "\n";
+    text << "# " << (chosen.file.empty() ? "No file of settings" : OnOneLine(chosen.file)) << "\n";
     ServerOptions options = chosen.options;
     if (options.listen.empty()) {
         try {
@@ -228,7 +237,7 @@ std::string Configuration::Describe(const Chosen& chosen) const {
         const bool isSet = !value.empty();
         text << (isSet ? "" : "#") << setting.key << " = "
              << (isSet ? ConfigurationFile::Write(setting, value) : "not set") << "  # "
-             << (origin == chosen.origins.end() ? "default" : origin->second) << "\n";
+             << (origin == chosen.origins.end() ? "default" : OnOneLine(origin->second)) << "\n";
     }
     return text.str() + DescribeAccess(options);
 }
@@ -236,7 +245,7 @@ std::string Configuration::Describe(const Chosen& chosen) const {
 std::string Configuration::DescribeAccess(const ServerOptions& options) const {
     std::string text = "\n# Who may connect:\n";
     for (const ListenAddress& address : options.listen) {
-        text += "#   " + address.Text() + "\n";
+        text += "#   " + OnOneLine(address.Text()) + "\n";
         if (address.kind == ListenAddress::Kind::Tcp) {
             text += "#     everybody: " + std::string(NameOf(options.access.overTcp)) + "\n";
             continue;

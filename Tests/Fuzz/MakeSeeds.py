@@ -398,9 +398,79 @@ def ExportReaderFuzz():
     yield exportFile([1]).replace(number(1) + b"k", number(1 << 60) + b"k")
 
 
+def CommandLineFuzz():
+    """The first byte is the place of the check in the target's list."""
+    texts = {
+        0: "now start-1h end+10s -90s 1h30m 2024-05-01T12:30:00.25Z 2024-05-01T12:30:00+02:00 2024-05-01 1714566600 "
+           "1714566600123456789 12.5 12:500000000 0 1677-09-21T00:12:44Z",
+        1: "-10m..now start.. ..end 2024-05-01+1h [12.5_13) start+1h..start+2h",
+        2: "0s 90s 1h30m 1.5s 250ms 2d12h 1w 9223372036s 1us 1ns",
+        3: "4096 500M 2TiB 1.5GiB 512B 8EiB 0.5kB",
+        4: "8Mbit/s 1.5MB/s 25MiB/s 9kbit",
+        5: "25 29.97 30000/1001 1/1000000000 0.000000001",
+        6: '2\na\v12.5\vx|t\n{"t":12.5}|t\n{"a":{"t":1},"t":"5"}|1\n'.replace("\v", " "),
+        7: "unix:/run/brantel/storage.sock tcp:localhost:4711 tcp:[::1]:1",
+    }
+    for kind, words in texts.items():
+        for word in words.split("|" if kind == 6 else None):
+            yield bytes([kind]) + word.encode()
+    lines = """ls --json --watch -i 2s
+        info 7 --time-format seconds
+        track create --size 10GiB --retention loop --durability interval:200ms -p title=door --no-wait
+        track grow 7 +1GiB
+        track clear 7 -y
+        track delete 7 8 --dry-run
+        prop set 7 title=door
+        prop rm 7 title
+        protect add 7 -10m..now
+        protect rm 3 -y
+        worker ls
+        command watch
+        ping -n 3 --timeout 5s
+        record --track 7 --format mjpeg --fps 25 --start now --retry -
+        record --new --size 1GiB --format lines --time-field 2 --key text file.txt
+        play 7 -1h..now --realtime --rate 2 --keys image,thumbnail -o out
+        get 7 end --next --format json
+        tail 7 -f -n 5
+        export 7 camera.brantel --since-last -f
+        import --new camera.brantel
+        gaps 7 --min 1s
+        graph 7 --width 100
+        du
+        bench append --writers 4 --chunk-size 256KiB --duration 10s
+        check /var/lib/brantel
+        recover damaged.brantel whole.brantel
+        completion bash
+        --help
+        ls --help
+        --version"""
+    for line in lines.splitlines():
+        yield bytes([8]) + "\n".join(line.split()).encode()
+
+
+def ConfigurationFuzz():
+    """A file, variables without their common beginning, and arguments, a zero byte between them."""
+    example = (root / "Packaging/storage.toml").read_text()
+    settings = [line[1:] for line in example.splitlines() if line.startswith("#") and " = " in line and line[1] != " "]
+    yield "\n".join(settings).encode()
+    for line in settings:
+        key, _, value = line.partition(" = ")
+        bare = value.strip('[]"').replace('", "', ",")
+        yield line.encode()
+        yield b"\0" + f"{key.upper().replace('-', '_')}={bare}".encode()
+        yield b"\0\0" + f"--{key}={bare.split(',')[0]}".encode()
+    yield b'engine = "memory"\nlisten = "tcp:*:0"\n\0LOG_LEVEL=debug\nALLOW=user:0=admin,group:0=reader'
+    yield b'capacity = 1048576\nkeep-free = "1_000"\nmax-depth = 0x10\n\0\0--http\noff\n--ready-fd=9'
+    yield b"\0LISTEN=unix:/a,tcp:[::1]:5,tcp:[a]:1\0"
+    for words in (b"check\n/tmp/a", b"recover\na\nb", b"--help", b"--version", b"--check-config",
+                  b"--print-example-config", b"--listen=unix:/a\n--listen\ntcp:[::1]:5\n--insecure-listen"):
+        yield b"\0\0" + words
+    yield b"a = 1\n[b]\nc = [1, {d = '''e'''}]\nf = 1979-05-27T07:32:00Z"
+
+
 targets = {target.__name__: target
            for target in (ServeRequestFuzz, ResponseFuzz, FrameReaderFuzz, LocalStoreFuzz, StoredBytesFuzz,
-                         MjpegSplitterFuzz, ExportReaderFuzz)}
+                         MjpegSplitterFuzz, ExportReaderFuzz, CommandLineFuzz, ConfigurationFuzz)}
 
 
 def main():

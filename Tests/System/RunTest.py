@@ -187,6 +187,7 @@ class RunTest(MadeUpTree.MadeUpTree):
                 executable=True,
             )
         self.put("Tests/Seeded/Run.py", '#!/bin/bash\necho "seeded $*" >> calls\necho "31 of 31 bugs are caught"\n', executable=True)
+        self.put("Tests/Fuzz/RunMany.py", '#!/bin/bash\necho "fuzz $*" >> calls\necho "20000001 executions"\n', executable=True)
 
     def testProveCountsWhatTheProofsTried(self):
         self.proofs('<testsuite tests="2">\\n<property name="cycles" value="30"/>\\n<property name="cycles" value="12"/>\\n')
@@ -196,12 +197,14 @@ class RunTest(MadeUpTree.MadeUpTree):
         self.assertEqual(self.calls().count("1"), 15)
         self.assertRegex(out, r"(?m)^seeded bugs +31  ok ")
         self.assertIn("seeded ", self.calls())
+        self.assertRegex(out, r"(?m)^fuzzing, executions +20000001  ok ")
 
     def testTheShortFormOfProveTriesAsOftenAsTheTests(self):
         self.proofs('<testsuite tests="2">\\n')
         self.assertEqual(self.run_("prove", "--short")[0], 0)
         self.assertEqual(self.calls().count("short"), 15)
         self.assertIn("seeded --check", self.calls())
+        self.assertNotIn("fuzz build/fuzz", self.calls())
 
     def testAProofThatRecordsNothingCountsItsTests(self):
         self.proofs('<testsuite tests="2">\\n<testcase name="a" />\\n<testcase name="b" />\\n')
@@ -232,6 +235,13 @@ class RunTest(MadeUpTree.MadeUpTree):
         self.assertEqual(code, 0)
         self.assertRegex(out, r"(?m)^loss of power on ext4 +0  SKIPPED")
         self.assertIn("15 of these proofs were SKIPPED", out)
+
+    def testAFindingOfFuzzingFailsProve(self):
+        self.proofs('<testsuite tests="2">\\n')
+        self.put("Tests/Fuzz/RunMany.py", '#!/bin/bash\necho "7 executions, 1 findings"\nexit 1\n', executable=True)
+        code, out, _ = self.run_("prove")
+        self.assertEqual(code, 1)
+        self.assertRegex(out, r"(?m)^fuzzing, executions +7  FAILED")
 
     def testFindingsOfLintFailTheRun(self):
         self.put("fail-python3")
