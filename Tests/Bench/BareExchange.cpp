@@ -9,6 +9,7 @@
 #include <cerrno>
 #include <chrono>
 #include <memory>
+#include <optional>
 #include <stdexcept>
 
 namespace Brantel::Bench {
@@ -122,13 +123,16 @@ void ServeBareExchange(int fd, const std::string& folder, BareBell& bell) {
         std::vector<char> request(shape.requestSize);
         std::vector<char> answer(shape.answerSize, 'a');
         FileWork file(shape, folder + "/file" + std::to_string(fd));
-        std::uint64_t heard = bell.Rings();
+        std::optional<std::uint64_t> heard;
         while (ReceiveAll(fd, request.data(), request.size(), shape.polls != 0)) {
             file.Do(request, answer);
             if (shape.wakes != 0) {
                 bell.Ring();
             } else if (shape.file == BareShape::waits) {
-                bell.WaitFor(heard++);
+                if (heard) {
+                    bell.WaitFor(*heard);
+                }
+                heard = heard ? *heard + 1 : bell.Rings();
             }
             if (!SendAll(fd, answer.data(), answer.size())) {
                 break;

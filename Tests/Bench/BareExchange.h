@@ -19,7 +19,7 @@ struct BareShape {
 
     // What the serving end does with each request beside: nothing; writes it to a file, and flushes
     // that; reads the answer from it. Or it answers once another connection, whose shape wakes, has
-    // sent a request more.
+    // sent a request more; the first time at once.
     static constexpr std::uint64_t inMemory = 0;
     static constexpr std::uint64_t writes = 1;
     static constexpr std::uint64_t writesAndFlushes = 2;

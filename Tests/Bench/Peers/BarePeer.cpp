@@ -62,7 +62,12 @@ BareShape ShapeOf(const Task& task, Keeping keeping, bool polls) {
 
 class BareCalls : public ICalls {
   public:
-    BareCalls(int fd, const BareShape& shape) : exchange(fd, shape) {}
+    BareCalls(int fd, const BareShape& shape) : exchange(fd, shape) {
+        if (shape.file == BareShape::waits) {
+            // From now on it waits.
+            exchange.Call();
+        }
+    }
     void Call() override { exchange.Call(); }
 
   private:

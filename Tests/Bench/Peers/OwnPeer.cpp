@@ -59,7 +59,8 @@ class OwnCalls : public ICalls {
         if (task.size > 0) {
             chunk.SetData("data", std::string(task.size, 'x'));
         }
-        time = this->client->GetEndOfTrack(track).ToNanoseconds();
+        // Of an empty track -1; the first chunk lies behind what a wait begins with.
+        time = std::max(0L, this->client->GetEndOfTrack(track).ToNanoseconds());
         if (task.work == Work::Next || task.work == Work::Previous) {
             FillForWalk();
         } else if (task.work == Work::Read) {
@@ -226,17 +227,29 @@ class OwnPeer : public IPeer {
         }
         return command;
     }
-    // Tracks that recycle their oldest chunks; as large as the largest chunk wants them (1/32 of
-    // the capacity), those that are walked through and asked about apart.
-    long TrackFor(StorageClientX& client, const Task& task) {
-        constexpr long leastSize = 8L << 20U;
+    // Tracks that recycle their oldest chunks. Those that are walked through hold all; the others
+    // hold about as few as the other servers keep, where their chunks fit into the smallest
+    // segments; larger chunks take a segment each, which is 1/32 of a track's capacity.
+    static long CapacityFor(const Task& task, bool isWalk) {
+        constexpr long walkCapacity = 8L << 20U;
+        constexpr long fitsSmallest = 512L << 10U;
+        constexpr long leastCapacity = 1L << 20U;
         constexpr long chunksInATrack = 33;
+        const auto size = static_cast<long>(task.size);
+        if (isWalk) {
+            return walkCapacity;
+        }
+        return size <= fitsSmallest
+                   ? std::max(leastCapacity, size * static_cast<long>(keptValues + 1))
+                   : size * chunksInATrack;
+    }
+    long TrackFor(StorageClientX& client, const Task& task) {
         const bool isWalk = task.work == Work::Next || task.work == Work::Previous;
         const std::lock_guard lock(mutex);
         long& track = tracks[{isWalk, task.size}];
         if (track == 0) {
             StorageClientX::TrackParameters wanted;
-            wanted.size = std::max(leastSize, static_cast<long>(task.size) * chunksInATrack);
+            wanted.size = CapacityFor(task, isWalk);
             wanted = client.CreateTrack(wanted);
             server.Until([&] {
                 return client.GetCommandInfo(wanted.commandId).type == StorageClientX::FINISHED;
