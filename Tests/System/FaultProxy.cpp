@@ -22,8 +22,8 @@ namespace Brantel::Tests {
 
 namespace {
 
-constexpr std::size_t largestPiece = 64 * 1024;
-constexpr std::size_t mostKept = 1024 * 1024;
+constexpr std::size_t largestPiece = std::size_t{64} * 1024;
+constexpr std::size_t mostKept = std::size_t{1024} * 1024;
 
 Descriptor ListenOn(const std::string& path) {
     Descriptor socket(::socket(AF_UNIX, SOCK_STREAM | SOCK_CLOEXEC, 0));
