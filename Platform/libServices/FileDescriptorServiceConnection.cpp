@@ -25,7 +25,6 @@
 #include <algorithm>
 #include <cerrno>
 #include <exception>
-#include <new>
 #include <stdexcept>
 #include <system_error>
 #include <utility>
@@ -95,9 +94,9 @@ bool Parse(Message& message, const unsigned char* data, std::size_t size, int de
     return at != nullptr && context.EndedAtLimit();
 }
 
-// Empties a message whose parsing ran out of memory. Such a message says that it has the part or
-// the text that it got no memory for, and Message::Clear would follow that; its destructor does
-// not.
+// Empties a message that could not be received, perhaps for want of memory: then it says that it
+// has the part or the text that it got no memory for, and Message::Clear would follow that; its
+// destructor does not.
 void Empty(Message& message) {
     using google::protobuf::FieldDescriptor;
     const auto& reflection = *message.GetReflection();
@@ -413,11 +412,7 @@ bool FileDescriptorServiceConnection::Receive(Message& message) {
                 " that lacks required fields: " + message.InitializationErrorString());
         }
     } catch (const std::exception& failure) {
-        if (dynamic_cast<const std::bad_alloc*>(&failure) != nullptr) {
-            Empty(message);
-        } else {
-            message.Clear();
-        }
+        Empty(message);
         if (inStep) {
             // A connection that was lost before refused nothing.
             if (lost.empty()) {
