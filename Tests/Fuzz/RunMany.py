@@ -22,14 +22,15 @@ wanted = 20_000_000
 # Thousandths of all executions, by how many a second a target does.
 shares = {
     "ChunkRecordFuzz": 100,
-    "ConfigurationFuzz": 20,
-    "ExportReaderFuzz": 250,
-    "FrameReaderFuzz": 50,
+    "CommandLineFuzz": 300,
+    "ConfigurationFuzz": 10,
+    "ExportReaderFuzz": 150,
+    "FrameReaderFuzz": 20,
     "LocalStoreFuzz": 1,
-    "MjpegSplitterFuzz": 519,
-    "ResponseFuzz": 40,
-    "ServeRequestFuzz": 10,
-    "StoredBytesFuzz": 10,
+    "MjpegSplitterFuzz": 399,
+    "ResponseFuzz": 10,
+    "ServeRequestFuzz": 5,
+    "StoredBytesFuzz": 5,
 }
 
 
