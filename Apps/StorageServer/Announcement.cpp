@@ -6,6 +6,7 @@
 #include <cerrno>
 #include <cstdio>
 #include <fstream>
+#include <stdexcept>
 #include <string_view>
 #include <system_error>
 #include <utility>
@@ -15,9 +16,9 @@ namespace Brantel::Server {
 namespace {
 
 [[noreturn]] void Fail(int descriptor) {
-    throw std::system_error(
-        errno, std::generic_category(),
-        "Could not write to descriptor " + std::to_string(descriptor) + " (--ready-fd)");
+    throw std::runtime_error("Could not write to descriptor " + std::to_string(descriptor) +
+                             " (--ready-fd): " + std::generic_category().message(errno) +
+                             "; pass one that is open, or leave it out");
 }
 
 void WriteAll(int descriptor, std::string_view text) {
@@ -69,8 +70,9 @@ void Announcement::WriteFile(const std::string& text) const {
     if (!stream || std::rename(unfinished.c_str(), file.c_str()) != 0) {
         const int error = errno;
         std::remove(unfinished.c_str());
-        throw std::system_error(error, std::generic_category(),
-                                "Could not write " + file + " (--port-file)");
+        throw std::runtime_error("Could not write " + file +
+                                 " (--port-file): " + std::generic_category().message(error) +
+                                 "; make its folder for the server's user, or choose another file");
     }
 }
 

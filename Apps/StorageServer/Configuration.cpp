@@ -79,6 +79,11 @@ void TakeFlag(const Setting& setting, const Setting::Texts& texts, ServerOptions
     throw std::invalid_argument(reason);
 }
 
+// By other machines. What a name stands for is found out at the start alone.
+bool MayBeReached(const std::string& host) {
+    return !host.starts_with("127.") && host != "::1" && host != "localhost";
+}
+
 bool KeepsFiles(const std::vector<EngineName>& engines, const std::string& name) {
     for (const EngineName& engine : engines) {
         if (engine.name == name) {
@@ -248,6 +253,9 @@ std::string Configuration::DescribeAccess(const ServerOptions& options) const {
         text += "#   " + OnOneLine(address.Text()) + "\n";
         if (address.kind == ListenAddress::Kind::Tcp) {
             text += "#     everybody: " + std::string(NameOf(options.access.overTcp)) + "\n";
+            if (!options.listensInsecurely && MayBeReached(address.host)) {
+                text += "#     but other machines may reach it: refused without insecure-listen\n";
+            }
             continue;
         }
         text += "#     root";

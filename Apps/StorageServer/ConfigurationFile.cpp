@@ -18,8 +18,9 @@ namespace Brantel::Server {
 namespace {
 
 [[noreturn]] void FailToRead(const std::string& path) {
-    throw std::system_error(errno, std::generic_category(),
-                            path + ": the settings could not be read");
+    throw std::runtime_error(
+        path + ": the settings could not be read: " + std::generic_category().message(errno) +
+        "; name another file by --config, or none by --config \"\"");
 }
 
 std::string ReadText(const std::string& path) {

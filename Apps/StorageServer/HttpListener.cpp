@@ -20,7 +20,8 @@ using Addresses = std::unique_ptr<addrinfo, decltype(&freeaddrinfo)>;
 [[noreturn]] void Fail(const ListenAddress& address, const std::string& reason) {
     throw std::runtime_error("Could not listen on " +
                              (address.host.empty() ? "any address" : address.host) + " port " +
-                             std::to_string(address.port) + " for HTTP: " + reason);
+                             std::to_string(address.port) + " for HTTP: " + reason +
+                             "; choose another address by --http, or off");
 }
 
 Addresses Resolve(const ListenAddress& address) {

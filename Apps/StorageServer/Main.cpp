@@ -36,6 +36,7 @@
 #include <memory>
 #include <stdexcept>
 #include <string>
+#include <system_error>
 #include <vector>
 
 namespace {
@@ -94,8 +95,16 @@ std::vector<Brantel::Server::EngineName> EngineNames() {
 
 EnginePointer MakeEngine(const ServerOptions& options, ServerLog& log) {
     for (const EngineChoice& choice : engines) {
-        if (options.engine == choice.name) {
+        if (options.engine == choice.name && !choice.keepsFiles) {
             return choice.make(options, log);
+        }
+        if (options.engine == choice.name) {
+            try {
+                return choice.make(options, log);
+            } catch (const std::runtime_error& error) {
+                throw std::runtime_error(std::string(error.what()) +
+                                         "; mend that, or choose another folder by --data");
+            }
         }
     }
     throw std::runtime_error("Unknown engine " + options.engine);
@@ -124,8 +133,13 @@ ServerOptions Complete(ServerOptions options) {
     }
     if (!options.dataFolder.empty() && options.dataFolder == surroundings.DataFolder()) {
         // The engine makes the last folder alone, so that a slip of the pen makes no tree.
-        std::filesystem::create_directories(
-            std::filesystem::path(options.dataFolder).parent_path());
+        const std::filesystem::path above = std::filesystem::path(options.dataFolder).parent_path();
+        std::error_code error;
+        std::filesystem::create_directories(above, error);
+        if (error) {
+            throw std::runtime_error(above.string() + ": making the folder of the tracks failed: " +
+                                     error.message() + "; choose another one by --data");
+        }
     }
     return options;
 }

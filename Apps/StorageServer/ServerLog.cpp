@@ -5,6 +5,8 @@
 
 #include <cstdlib>
 #include <exception>
+#include <stdexcept>
+#include <system_error>
 #include <utility>
 
 namespace Brantel::Server {
@@ -53,7 +55,9 @@ bool IsAudited(const OperationRecord& record) {
 bool MayQuote(const OperationRecord& record) {
     return record.outcome == OperationRecord::Outcome::Failed &&
            (record.operation == "SetTrackProperties" ||
-            record.operation == "RemoveTrackProperties");
+            record.operation == "RemoveTrackProperties" ||
+            // Other failures of appends quote nothing, and say what an operator must know.
+            (record.operation == "Append" && record.failure.find(" key ") != record.failure.npos));
 }
 
 LogEvent EventOf(const OperationRecord& record, LogLevel level) {
@@ -84,8 +88,14 @@ std::shared_ptr<LogStream> ServerLog::OpenAudit(const LogOptions& options) {
     if (options.auditFile.empty()) {
         return nullptr;
     }
-    return std::make_shared<LogStream>(std::make_unique<LogOutput>(options.auditFile),
-                                       LogLine::Style{options.format, false});
+    try {
+        return std::make_shared<LogStream>(std::make_unique<LogOutput>(options.auditFile),
+                                           LogLine::Style{options.format, false});
+    } catch (const std::system_error& error) {
+        throw std::runtime_error(std::string(error.what()) +
+                                 "; make its folder for the server's user, or choose another file "
+                                 "by --audit-file");
+    }
 }
 
 std::shared_ptr<LogStream> ServerLog::Audit() const {

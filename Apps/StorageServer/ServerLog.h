@@ -25,7 +25,7 @@ namespace Brantel::Server {
 // is left out.
 class ServerLog : public IOperationObserver {
   public:
-    // Throws std::system_error that names the audit file when it can't be opened.
+    // Throws std::runtime_error that names the audit file when it can't be opened.
     explicit ServerLog(const LogOptions& options);
     ~ServerLog() override;
     ServerLog(const ServerLog&) = delete;

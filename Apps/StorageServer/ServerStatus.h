@@ -20,9 +20,16 @@ struct RefusalCount {
     std::uint64_t count = 0;
 };
 
+// What a limit allows, in the unit of the option that sets it.
+struct LimitInForce {
+    const char* name = "";
+    std::uint64_t value = 0;
+};
+
 // What is told of the store that is served.
 struct ServedStatus {
     std::vector<std::string> addresses;
+    std::vector<LimitInForce> limits;
     std::vector<RefusalCount> refusals;
     Services::ServiceListenerCounters connections;
     Tracks::StorageStatus storage;

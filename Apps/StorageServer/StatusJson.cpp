@@ -137,6 +137,10 @@ void AddServed(Json& json, const ServedStatus& served) {
         {"active", connections.active},         {"accepted", connections.accepted},
         {"refused", connections.refused},       {"lost", connections.lostConnections},
         {"failed", connections.failedHandlers}, {"in_flight_bytes", connections.bytesInFlight}};
+    Json& limits = json["limits"] = Json::object();
+    for (const LimitInForce& limit : served.limits) {
+        limits[limit.name] = limit.value;
+    }
     Json& refusals = json["refused_by_limit"] = Json::object();
     for (const RefusalCount& refusal : served.refusals) {
         refusals[refusal.limit] = refusal.count;

@@ -39,7 +39,7 @@ bool IsLoopback(const std::string& address) {
 StorageServer::StorageServer(Engine::IEngine& engine, const ServerOptions& options, ServerLog& log,
                              ClientSession::Observers observers)
     : observers(std::move(observers)),
-      storage(engine, MakeStorageOptions(options, log)),
+      storage(OpenStorage(engine, options, log)),
       access(options.access),
       limits(options.limits),
       listener([this](Services::FileDescriptorServiceConnection& connection,
@@ -55,6 +55,21 @@ StorageServer::StorageServer(Engine::IEngine& engine, const ServerOptions& optio
 
 StorageServer::~StorageServer() {
     Stop();
+}
+
+std::unique_ptr<Tracks::Storage> StorageServer::OpenStorage(Engine::IEngine& engine,
+                                                            const ServerOptions& options,
+                                                            ServerLog& log) {
+    try {
+        return std::make_unique<Tracks::Storage>(engine, MakeStorageOptions(options, log));
+    } catch (const std::runtime_error& error) {
+        if (options.dataFolder.empty()) {
+            throw;
+        }
+        throw std::runtime_error(
+            std::string(error.what()) + "; nothing was changed: " + "\"brantel-storaged check " +
+            options.dataFolder + "\" says what is damaged, and recover copies what is whole");
+    }
 }
 
 Services::ServiceListenerOptions StorageServer::MakeListenerOptions(const ServerOptions& options,
@@ -83,9 +98,9 @@ std::unique_ptr<Services::IServiceHandler> StorageServer::MakeService(
     client.isGone = [&connection] { return connection.PeerGone(); };
     const auto session = MakeSession(peer);
     return std::make_unique<ClientHandler>(
-        std::make_unique<GuardedStorage>(storage.MakeTrackStorage(), session),
-        std::make_unique<GuardedReaderFactory>(storage.MakeReaderFactory(client), session),
-        std::make_unique<GuardedWriterFactory>(storage.MakeWriterFactory(client), session),
+        std::make_unique<GuardedStorage>(storage->MakeTrackStorage(), session),
+        std::make_unique<GuardedReaderFactory>(storage->MakeReaderFactory(client), session),
+        std::make_unique<GuardedWriterFactory>(storage->MakeWriterFactory(client), session),
         [&connection] { connection.GiveRoomBack(); });
 }
 
@@ -167,7 +182,7 @@ void StorageServer::NoteAddresses(bool isUnix, const ServerOptions& options) {
 }
 
 void StorageServer::AskStorage() {
-    const std::unique_ptr<BrantelStorageApi::ITrackStorage> tracks = storage.MakeTrackStorage();
+    const std::unique_ptr<BrantelStorageApi::ITrackStorage> tracks = storage->MakeTrackStorage();
     Protocol::TrackList list;
     tracks->ListTracks(list);
     long space = 0;
@@ -180,8 +195,14 @@ ServedStatus StorageServer::GetStatus() const {
     for (const Refused& refused : RefusedByLimit()) {
         status.refusals.push_back({refused.limit, refused.count});
     }
+    {
+        const std::lock_guard guard(reloadMutex);
+        for (const ServerLimits::Setting& setting : ServerLimits::settings) {
+            status.limits.push_back({setting.name, limits.*setting.value});
+        }
+    }
     status.connections = listener.Counters();
-    status.storage = storage.GetStatus();
+    status.storage = storage->GetStatus();
     return status;
 }
 
@@ -191,7 +212,7 @@ void StorageServer::Start() {
 
 void StorageServer::Stop() {
     // First, so that no thread that the listener waits for waits for a chunk.
-    storage.Stop();
+    storage->Stop();
     listener.Stop();
 }
 

@@ -77,6 +77,9 @@ class StorageServer {
     void Stop();
 
   private:
+    static std::unique_ptr<Tracks::Storage> OpenStorage(Engine::IEngine& engine,
+                                                        const ServerOptions& options,
+                                                        ServerLog& log);
     static Services::ServiceListenerOptions MakeListenerOptions(const ServerOptions& options,
                                                                 ServerLog& log);
     std::unique_ptr<Services::IServiceHandler> MakeService(
@@ -90,7 +93,7 @@ class StorageServer {
     // the counters, which are synchronised by themselves: all outlive the listener.
     const ClientSession::Observers observers;
     RefusalCounters refusals;
-    Tracks::Storage storage;
+    const std::unique_ptr<Tracks::Storage> storage;
     // Guards what follows.
     mutable std::mutex reloadMutex;
     AccessRules access;

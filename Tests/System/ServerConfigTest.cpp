@@ -67,9 +67,11 @@ TEST_F(ServerConfigTest, AWrongFileIsRefusedInBothWays) {
         "brantel-storaged: " + file + ":2: max-ids = 0: 0 is not within 1 to 16777216\n";
     EXPECT_EQ(Show({"--config", file, "--check-config"}, 1), reason);
     EXPECT_EQ(Show({"--config", file, "--engine", "memory"}, 1), reason);
-    EXPECT_EQ(Show({"--config", folder.File("nowhere")}, 1),
-              "brantel-storaged: " + folder.File("nowhere") +
-                  ": the settings could not be read: No such file or directory\n");
+    EXPECT_EQ(
+        Show({"--config", folder.File("nowhere")}, 1),
+        "brantel-storaged: " + folder.File("nowhere") +
+            ": the settings could not be read: No such file or directory; name another file by "
+            "--config, or none by --config \"\"\n");
 }
 
 TEST_F(ServerConfigTest, AnUnknownKeyIsRefusedWithItsLine) {

@@ -203,6 +203,7 @@ TEST_F(ServerHttpTest, TheStatusIsJson) {
     EXPECT_EQ(answer.status, 200);
     EXPECT_THAT(answer.head, HasSubstr("Content-Type: application/json"));
     EXPECT_THAT(answer.body, HasSubstr("\"state\": \"ready\""));
+    EXPECT_THAT(answer.body, HasSubstr("\"max-connections\": 4096"));
     EXPECT_THAT(answer.body, HasSubstr("unix:" + server->SocketPath()));
 }
 

@@ -15,6 +15,7 @@
 #include <gmock/gmock.h>
 #include <gtest/gtest.h>
 
+#include <chrono>
 #include <fstream>
 #include <future>
 #include <memory>
@@ -382,6 +383,22 @@ TEST_P(ServerLimitsTest, AWaitKeepsNothingOfALargeRequestFromOthers) {
     AppendChunk(*honest, track, 1001, "what it waits for");
     const Response answer = hostile.Receive();
     EXPECT_TRUE(answer.trackreader_wait().result()) << answer.exception();
+}
+
+TEST_P(ServerLimitsTest, AWaitEndsWithinASecondWhenItsClientHasGone) {
+    Serve();
+    Request wait;
+    wait.set_operation(BrantelStorageApi::OPERATION_TrackReader_Wait);
+    wait.mutable_trackreader_wait()->mutable_timecode()->set_nanoseconds(1000);
+    wait.mutable_trackreader_wait()->set_timeout(-1);
+    auto client = std::make_unique<RawClient>(Hostile());
+    wait.mutable_trackreader_wait()->set_object_handle(client->OpenReader(track));
+    ASSERT_EQ(honest->GetWorkerIds().size(), 1U);
+    client->Send(wait);
+    const auto start = std::chrono::steady_clock::now();
+    client.reset();
+    EXPECT_TRUE(Eventually([&] { return honest->GetWorkerIds().empty(); }));
+    EXPECT_LT(std::chrono::steady_clock::now() - start, std::chrono::seconds(1));
 }
 
 TEST_P(ServerLimitsTest, TheServerEndsInGoodOrderInTheMiddleOfEverything) {

@@ -1,6 +1,8 @@
 // Who may do what: clients over TCP, and clients of other users over a Unix-domain socket.
 
 #include "Support/ChildProcess.h"
+#include "Support/OperationTable.h"
+#include "Support/RawClient.h"
 #include "Support/Refusal.h"
 #include "Support/ServerProcess.h"
 #include "Support/TemporaryFolder.h"
@@ -12,10 +14,12 @@
 
 #include <unistd.h>
 
+#include <algorithm>
 #include <cstdlib>
 #include <filesystem>
 #include <functional>
 #include <memory>
+#include <set>
 #include <stdexcept>
 #include <string>
 #include <vector>
@@ -24,6 +28,8 @@ namespace Brantel::Tests {
 namespace {
 
 using ProtocolX::StorageClientX;
+using testing::HasSubstr;
+using testing::Not;
 using Time::TimePoint;
 
 constexpr uid_t otherUser = 65534;
@@ -71,6 +77,52 @@ TEST_F(ServerRolesTest, OverTcpOneReadsUnlessMoreIsAllowed) {
               Denied("SetTrackProperties", "editor"));
     EXPECT_EQ(RefusalOf([&] { client->ClearTrack(track); }), Denied("ClearTrack", "admin"));
     EXPECT_EQ(RefusalOf([&] { CreateTrack(*client); }), Denied("CreateTrack", "admin"));
+}
+
+// The role that an operation needs, and its name in a refusal; no name: it needs a reader or a
+// writer, which only those have who may open one.
+struct Need {
+    std::string name;
+    std::string role;
+};
+
+Need NeedOf(const std::string& operation) {
+    static const std::set<std::string> editors = {"SetTrackProperties", "RemoveTrackProperties",
+                                                  "Protect", "Unprotect"};
+    static const std::set<std::string> admins = {"CreateTrack", "GrowTrack", "ClearTrack",
+                                                 "DeleteTrack"};
+    const std::string name = operation.substr(operation.find('_') + 1);
+    if (operation.starts_with("TrackStorage_")) {
+        return {name, admins.contains(name)    ? "admin"
+                      : editors.contains(name) ? "editor"
+                                               : "reader"};
+    }
+    if (name != "Constructor") {
+        return {};
+    }
+    return operation.starts_with("TrackWriter_") ? Need{"OpenTrackWriter", "writer"}
+                                                 : Need{"OpenTrackReader", "reader"};
+}
+
+TEST_F(ServerRolesTest, EveryOperationNeedsItsRole) {
+    const std::vector<std::string> roles = {"none", "reader", "writer", "editor", "admin"};
+    for (std::size_t role = 0; role < roles.size(); ++role) {
+        const auto server = Serve({"--tcp-role", roles[role]});
+        RawClient client(*server, Transport::Tcp);
+        int seen = 0;
+        for (const BrantelStorageApi::OperationRow& row : BrantelStorageApi::OperationTable()) {
+            const Need need = NeedOf(row.name);
+            const auto needed = std::find(roles.begin(), roles.end(), need.role) - roles.begin();
+            const std::string answer = client.Ask(RequestOf(row)).exception();
+            if (!need.name.empty() && static_cast<std::ptrdiff_t>(role) < needed) {
+                EXPECT_EQ("Exception from server: " + answer, Denied(need.name, need.role));
+            } else {
+                EXPECT_THAT(answer, Not(HasSubstr("Permission denied"))) << row.name;
+            }
+            ++seen;
+        }
+        EXPECT_EQ(seen, 35);
+    }
 }
 
 TEST_F(ServerRolesTest, TheServersOwnUserMayDoEverythingOverASocket) {

@@ -186,6 +186,13 @@ TEST_F(ServerStartTest, TheSocketOfAKilledServerIsTakenOver) {
     EXPECT_EQ(CreateTrack(*server.ConnectOverUnix()), 1);
 }
 
+TEST_F(ServerStartTest, TheSocketIsForItsUserAndItsGroupUnlessOtherwiseAskedFor) {
+    const ServerProcess server(socketPath);
+    struct stat file {};
+    ASSERT_EQ(stat(socketPath.c_str(), &file), 0);
+    EXPECT_EQ(file.st_mode & 0777U, 0660U);
+}
+
 TEST_F(ServerStartTest, TheSocketHasTheModeThatWasAskedFor) {
     const ServerProcess server(socketPath, {"--socket-mode", "600"});
     struct stat file {};
@@ -199,7 +206,8 @@ TEST_F(ServerStartTest, AnAuditFileThatCannotBeWrittenIsRefused) {
                         "unix:" + socketPath},
                        1),
               "brantel-storaged: " + path +
-                  ": the file could not be opened for writing: No such file or directory\n");
+                  ": the file could not be opened for writing: No such file or directory; make its "
+                  "folder for the server's user, or choose another file by --audit-file\n");
 }
 
 TEST_F(ServerStartTest, TooFewDescriptorsAreAWarning) {
@@ -213,6 +221,49 @@ TEST_F(ServerStartTest, TooFewDescriptorsAreAWarning) {
                    " warning: The system allows 700 open files, too few for "
                    "max-connections 4096") != std::string::npos;
     })) << server.Errors();
+}
+
+// A start that fails, and all that the last line of its log must say.
+struct FailedStart {
+    std::vector<std::string> arguments;
+    std::vector<std::string> says;
+};
+
+TEST_F(ServerStartTest, WhateverKeepsItFromStartingIsSaidWithWhatToDo) {
+    const PlainTcpListener taken("127.0.0.1");
+    const std::string port = std::to_string(taken.Port());
+    const std::string nowhere = folder.File("nowhere/it");
+    const std::string socket = "unix:" + socketPath;
+    const std::string missing = "No such file or directory";
+    const std::string inUse = "Address already in use";
+    const std::vector<std::string> memory = {"--engine", "memory", "--listen", socket};
+    const auto with = [&memory](const std::vector<std::string>& more) {
+        std::vector<std::string> all = memory;
+        all.insert(all.end(), more.begin(), more.end());
+        return all;
+    };
+    std::ofstream(folder.File("file")) << "no store";
+    const std::vector<FailedStart> starts = {
+        {{"--engine", "memory", "--listen", "unix:" + nowhere}, {nowhere, missing, "--listen"}},
+        {{"--engine", "memory", "--listen", "tcp:127.0.0.1:" + port}, {port, inUse, "--listen"}},
+        {{"--engine", "memory", "--listen", "tcp:*:0"}, {"reached from", "--insecure-listen"}},
+        {with({"--http", "127.0.0.1:" + port}), {port, inUse, "--http"}},
+        {with({"--config", nowhere}), {nowhere, missing, "--config"}},
+        {with({"--audit-file", nowhere}), {nowhere, missing, "--audit-file"}},
+        {with({"--port-file", nowhere}), {nowhere, missing, "--port-file", "make its folder"}},
+        {with({"--ready-fd", "57"}), {"57", "Bad file descriptor", "--ready-fd", "pass one"}},
+        {{"--listen", socket, "--data", nowhere}, {nowhere, missing, "--data"}},
+        {{"--listen", socket, "--data", folder.File("file")}, {"is not a folder", "--data"}},
+        {{"--listen", socket, "--data", "/proc/x"}, {"/proc/x", "making the folder", "--data"}},
+    };
+    for (const FailedStart& start : starts) {
+        const std::string errors = ErrorsOf(start.arguments, 1);
+        const std::string lastLine = errors.substr(errors.rfind('\n', errors.size() - 2) + 1);
+        for (const std::string& text : start.says) {
+            EXPECT_THAT(lastLine, HasSubstr(text));
+        }
+        EXPECT_FALSE(std::filesystem::exists(socketPath)) << errors;
+    }
 }
 
 TEST_F(ServerStartTest, ARefusedAddressSaysWhatToDo) {

@@ -60,6 +60,17 @@ TEST_F(CommandLineTest, WhatIsNotSaidHasADefault) {
     EXPECT_EQ(parsed.options->durability.mode, Durability::Mode::Always);
     EXPECT_EQ(parsed.options->limits.messageBytes, 268'435'456U);
     EXPECT_EQ(parsed.options->limits.connections, 4096U);
+    EXPECT_EQ(parsed.options->limits.workersPerConnection, 1024U);
+    EXPECT_EQ(parsed.options->limits.bytesInFlight, 536'870'912U);
+    EXPECT_EQ(parsed.options->limits.transferRate, 65'536U);
+    EXPECT_EQ(parsed.options->limits.transferGraceMilliseconds, 10'000U);
+    EXPECT_EQ(parsed.options->limits.elements, 65'536U);
+    EXPECT_EQ(parsed.options->limits.depth, 8U);
+    EXPECT_EQ(parsed.options->limits.idsPerRequest, 65'536U);
+    EXPECT_EQ(parsed.options->access.overTcp, Brantel::Server::Role::Reader);
+    EXPECT_FALSE(parsed.options->listensInsecurely);
+    ASSERT_TRUE(parsed.options->http.has_value());
+    EXPECT_EQ(parsed.options->http->Text(), "tcp:127.0.0.1:9187");
     EXPECT_EQ(parsed.options->readyDescriptor, -1);
 }
 
@@ -256,7 +267,7 @@ TEST_F(CommandLineTest, AFileThatIsNotThereEndsItWithoutTheUsage) {
     EXPECT_EQ(parsed.exitCode, 1);
     EXPECT_EQ(parsed.text,
               "brantel-storaged: /nowhere/storage.toml: the settings could not be read: No such "
-              "file or directory\n");
+              "file or directory; name another file by --config, or none by --config \"\"\n");
 }
 
 TEST_F(CommandLineTest, TheSettingsInForceAreShown) {

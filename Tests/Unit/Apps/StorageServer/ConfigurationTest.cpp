@@ -140,7 +140,10 @@ TEST_F(ConfigurationTest, AFileThatCannotBeReadIsRefusedWithWhatTheSystemSaid) {
         onFolder.Read();
         FAIL() << "a folder was read";
     } catch (const std::runtime_error& error) {
-        EXPECT_EQ(error.what(), folder.Path() + ": the settings could not be read: Is a directory");
+        EXPECT_EQ(error.what(),
+                  folder.Path() +
+                      ": the settings could not be read: Is a directory; name another "
+                      "file by --config, or none by --config \"\"");
     }
 }
 
@@ -201,6 +204,20 @@ TEST_F(ConfigurationTest, WhoMayConnectIsShown) {
                           "#     everybody else whom the mode of the file lets in: none\n"
                           "#   tcp:localhost:0\n"
                           "#     everybody: reader\n"));
+}
+
+TEST_F(ConfigurationTest, AnAddressThatWillBeRefusedIsShownAsSuch) {
+    const std::string remark = "#     but other machines may reach it: refused without";
+    for (const std::string host : {"*", "192.0.2.1", "[::]", "recorder.example"}) {
+        const std::string listen = "listen = 'tcp:" + host + ":0'\n";
+        EXPECT_THAT(Make().Describe(ReadOf(listen)), HasSubstr(remark));
+        EXPECT_THAT(Make().Describe(ReadOf(listen + "insecure-listen = true\n")),
+                    Not(HasSubstr(remark)));
+    }
+    for (const std::string host : {"127.0.0.1", "localhost", "[::1]"}) {
+        EXPECT_THAT(Make().Describe(ReadOf("listen = 'tcp:" + host + ":0'\n")),
+                    Not(HasSubstr(remark)));
+    }
 }
 
 // A file in which every line that holds a setting has lost its comment sign.

@@ -203,7 +203,8 @@ TEST_F(HttpServerTest, APortThatIsTakenIsNamed) {
     } catch (const std::runtime_error& error) {
         EXPECT_EQ(std::string(error.what()), "Could not listen on 127.0.0.1 port " +
                                                  std::to_string(taken.Port()) +
-                                                 " for HTTP: Address already in use");
+                                                 " for HTTP: Address already in use; choose "
+                                                 "another address by --http, or off");
     }
 }
 

@@ -12,8 +12,8 @@
 #include <fstream>
 #include <iterator>
 #include <optional>
+#include <stdexcept>
 #include <string>
-#include <system_error>
 
 namespace {
 
@@ -109,6 +109,17 @@ TEST_F(ServerLogTest, WhatQuotesPropertiesIsLeftOut) {
     EXPECT_THAT(text, HasSubstr("Permission"));
 }
 
+TEST_F(ServerLogTest, WhatQuotesTheKeyOfAChunkIsLeftOutAndOtherFailuresOfAppendsAreNot) {
+    Open();
+    log->OnOperation(Record("Append", Kind::Append, Outcome::Failed,
+                            "Track 5: data key secret occurs twice in the chunk"));
+    log->OnOperation(Record("Append", Kind::Append, Outcome::Failed,
+                            "Track 5: time point 5 is not after the last one, 9"));
+    const std::string text = Logged();
+    EXPECT_THAT(text, Not(HasSubstr("secret")));
+    EXPECT_THAT(text, HasSubstr("time point 5 is not after the last one, 9"));
+}
+
 TEST_F(ServerLogTest, TheAuditHasAFileOfItsOwnWhateverTheLevel) {
     options.auditFile = auditPath;
     options.level = LogLevel::Error;
@@ -153,7 +164,7 @@ TEST_F(ServerLogTest, AReloadThatFailsLeavesEverythingAsItWas) {
     LogOptions wrong = options;
     wrong.auditFile = folder.File("nowhere/audit");
     wrong.level = LogLevel::Debug;
-    EXPECT_THROW(log->Reload(wrong), std::system_error);
+    EXPECT_THROW(log->Reload(wrong), std::runtime_error);
     log->OnOperation(Record("GetChunk", Kind::Read));
     log->OnOperation(Record("ClearTrack", Kind::Change));
     EXPECT_EQ(Logged(), "");
