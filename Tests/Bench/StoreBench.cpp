@@ -27,6 +27,7 @@
 #include <unistd.h>
 
 #include <algorithm>
+#include <array>
 #include <csignal>
 #include <cstdio>
 #include <cstdlib>
@@ -246,7 +247,7 @@ int Serve(const Options& options) {
 // Runs the work in a child and waits for it: whatever ends that, the folder is removed, and what
 // ends this process ends the child and its servers.
 int InFolder(const std::function<void(const std::string&)>& work) {
-    constexpr int endings[] = {SIGINT, SIGTERM, SIGHUP};
+    constexpr std::array<int, 3> endings{SIGINT, SIGTERM, SIGHUP};
     struct sigaction interrupts {};
     interrupts.sa_handler = [](int) {};
     for (const int number : endings) {

@@ -64,12 +64,12 @@ class CpuMeter {
                 servers.push_back(clock);
             }
         }
-        client = SecondsOf(CLOCK_PROCESS_CPUTIME_ID);
-        server_ = ServerTotal();
+        clientStart = SecondsOf(CLOCK_PROCESS_CPUTIME_ID);
+        serverStart = ServerTotal();
     }
     void Read(Sample& sample) const {
-        sample.clientSeconds = SecondsOf(CLOCK_PROCESS_CPUTIME_ID) - client;
-        sample.serverSeconds = ServerTotal() - server_;
+        sample.clientSeconds = SecondsOf(CLOCK_PROCESS_CPUTIME_ID) - clientStart;
+        sample.serverSeconds = ServerTotal() - serverStart;
     }
 
   private:
@@ -82,8 +82,8 @@ class CpuMeter {
     }
 
     std::vector<clockid_t> servers;
-    double client = 0;
-    double server_ = 0;
+    double clientStart = 0;
+    double serverStart = 0;
 };
 
 // Calls until the time is over, some times at least.

@@ -1,6 +1,7 @@
 #include "Bench/StoreTable.h"
 
 #include <algorithm>
+#include <array>
 #include <cmath>
 #include <cstdio>
 #include <nlohmann/json.hpp>
@@ -37,9 +38,9 @@ std::string Number(double value) {
     if (std::isnan(value)) {
         return "-";
     }
-    char text[64];
-    std::snprintf(text, sizeof text, "%.*f", value >= 1000 ? 0 : value >= 10 ? 1 : 2, value);
-    return text;
+    std::array<char, 64> text{};
+    std::snprintf(text.data(), text.size(), "%.*f", value >= 1000 ? 0 : value >= 10 ? 1 : 2, value);
+    return text.data();
 }
 
 bool IsBare(const std::string& name) {

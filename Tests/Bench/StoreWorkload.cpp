@@ -1,5 +1,7 @@
 #include "Bench/StoreWorkload.h"
 
+#include <array>
+
 namespace Brantel::Bench {
 
 namespace {
@@ -12,8 +14,11 @@ struct Size {
     const char* name;
 };
 
-constexpr Size sizes[] = {
-    {100, "100B"}, {4 * kibi, "4KiB"}, {256 * kibi, "256KiB"}, {mebi, "1MiB"}, {8 * mebi, "8MiB"}};
+constexpr std::array<Size, 5> sizes{{{100, "100B"},
+                                     {4 * kibi, "4KiB"},
+                                     {256 * kibi, "256KiB"},
+                                     {mebi, "1MiB"},
+                                     {8 * mebi, "8MiB"}}};
 
 struct Over {
     Transport transport;
@@ -21,8 +26,8 @@ struct Over {
     const char* about;
 };
 
-constexpr Over transports[] = {{Transport::Unix, "unix", "a Unix socket"},
-                               {Transport::Tcp, "tcp", "TCP"}};
+constexpr std::array<Over, 2> transports{
+    {{Transport::Unix, "unix", "a Unix socket"}, {Transport::Tcp, "tcp", "TCP"}}};
 
 void AddAsks(std::vector<Workload>& all) {
     for (const Over& over : transports) {

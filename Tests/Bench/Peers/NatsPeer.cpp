@@ -8,6 +8,7 @@
 
 #include <nats/nats.h>
 
+#include <array>
 #include <fstream>
 #include <memory>
 #include <stdexcept>
@@ -96,8 +97,8 @@ class NatsCalls : public ICalls {
         jsStreamConfig wanted;
         Check(jsStreamConfig_Init(&wanted));
         wanted.Name = subject;
-        const char* subjects[] = {subject};
-        wanted.Subjects = subjects;
+        std::array<const char*, 1> subjects{subject};
+        wanted.Subjects = subjects.data();
         wanted.SubjectsLen = 1;
         wanted.Storage = inMemory ? js_MemoryStorage : js_FileStorage;
         wanted.MaxMsgs = static_cast<std::int64_t>(IsWalk(task) ? walkValues : keptValues);
