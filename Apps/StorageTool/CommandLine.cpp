@@ -79,6 +79,19 @@ void CommandLine::DeclareVerbs() {
     DeclareCompletion(*verbs);
 }
 
+// Where a verb is missing, a word that is none is more to the point.
+std::string CommandLine::Describe(const CLI::ParseError& error) const {
+    const std::vector<std::string> unknown = root->remaining(true);
+    if (unknown.empty() || dynamic_cast<const CLI::RequiredError*>(&error) == nullptr) {
+        return error.what();
+    }
+    const std::string family = verbs->ChosenName();
+    const std::string& word = unknown.front();
+    return word.starts_with('-')
+               ? "There is no option " + word
+               : "There is no verb " + family + (family.empty() ? "" : " ") + word;
+}
+
 CommandLine::Answer CommandLine::Parse(const std::vector<std::string>& arguments) {
     Answer answer;
     try {
@@ -91,10 +104,9 @@ CommandLine::Answer CommandLine::Parse(const std::vector<std::string>& arguments
     } catch (const CLI::ParseError& error) {
         const std::string name = verbs->ChosenName();
         answer.exitCode = ExitCodes::misused;
-        answer.text = arguments.empty()
-                          ? root->help()
-                          : "brantel: " + std::string(error.what()) + "\nTry: brantel " + name +
-                                (name.empty() ? "" : " ") + "--help\n";
+        answer.text = arguments.empty() ? root->help()
+                                        : "brantel: " + Describe(error) + "\nTry: brantel " + name +
+                                              (name.empty() ? "" : " ") + "--help\n";
     }
     answer.isComplete = true;
     return answer;

@@ -9,7 +9,8 @@
 
 namespace CLI {
 class App;
-}
+class ParseError;
+}  // namespace CLI
 
 namespace Brantel::Tool {
 
@@ -38,6 +39,7 @@ class CommandLine {
   private:
     void DeclareCommonOptions();
     void DeclareVerbs();
+    std::string Describe(const CLI::ParseError& error) const;
 
     CommonOptions options;
     std::unique_ptr<CLI::App> root;

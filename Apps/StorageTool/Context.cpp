@@ -1,6 +1,7 @@
 #include "Context.h"
 
 #include "ExitCodes.h"
+#include "Terminal.h"
 
 #include <poll.h>
 #include <unistd.h>
@@ -51,9 +52,12 @@ Context::Context(const CommonOptions& options, Output& output)
       server(options.server),
       timeout(options.Timeout()),
       output(output),
-      interrupts(timeout) {}
+      interrupts(timeout) {
+    output.SetInterrupts(&interrupts);
+}
 
 Context::~Context() {
+    output.SetInterrupts(nullptr);
     Disconnect();
 }
 
@@ -126,6 +130,23 @@ void Context::AddTime(JsonObject& object, std::string_view key, TimePoint timePo
         object.Add(key, timePoint.ToNanoseconds());
     } else {
         object.Add(key, std::string_view(TimeText::Print(timePoint, style.timeFormat)));
+    }
+}
+
+void Context::RefuseOnTerminal(std::string_view bytes) const {
+    if (output.IsTerminal() && !Terminal::IsText(bytes)) {
+        throw Misuse(
+            "The data are no text, and a terminal can't show them: send them to a file or a "
+            "program (> FILE, | PROGRAM) or give -o");
+    }
+}
+
+void Context::Would(const std::string& text, JsonObject fields) {
+    if (style.json) {
+        fields.Add("dryRun", true).Add("would", std::string_view(text));
+        output.Line(fields.Print());
+    } else {
+        output.Line("Would " + text);
     }
 }
 

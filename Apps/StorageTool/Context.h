@@ -62,6 +62,13 @@ class Context {
     // The same as a member of an object: null when there is none.
     void AddTime(JsonObject& object, std::string_view key, Time::TimePoint timePoint) const;
 
+    // Throws Misuse when the output is a terminal and these bytes are no text for it.
+    void RefuseOnTerminal(std::string_view bytes) const;
+
+    // What a dry run says on the standard output, beginning with the verb: "Would create ...", or
+    // the fields of an object and the text.
+    void Would(const std::string& text, JsonObject fields);
+
     // The track's start and end, as a reader of TimeText needs them. Throws when there is no such
     // track.
     TimeBounds BoundsOf(std::int64_t track);

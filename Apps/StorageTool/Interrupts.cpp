@@ -22,6 +22,8 @@ namespace Brantel::Tool {
 namespace {
 
 constexpr std::array signals{SIGINT, SIGTERM, SIGHUP, SIGQUIT};
+// Only ends the call of the system that it comes upon.
+constexpr int wakeSignal = SIGUSR1;
 
 [[noreturn]] void Fail(const char* what) {
     throw std::system_error(errno, std::generic_category(), what);
@@ -61,6 +63,9 @@ void Complain(const std::string& text) {
 Interrupts::Interrupts(std::chrono::nanoseconds callLimit) : callLimit(callLimit) {
     const sigset_t set = SetOfSignals();
     pthread_sigmask(SIG_BLOCK, &set, nullptr);
+    struct sigaction nothing {};
+    nothing.sa_handler = [](int) {};
+    sigaction(wakeSignal, &nothing, nullptr);
     signalDescriptor = signalfd(-1, &set, SFD_CLOEXEC);
     if (signalDescriptor < 0) {
         Fail("signalfd");
@@ -102,6 +107,16 @@ Interrupts::Call::~Call() {
     interrupts.calls.erase(entry);
 }
 
+Interrupts::Waiting::Waiting(Interrupts& interrupts) : interrupts(interrupts) {
+    const std::lock_guard guard(interrupts.mutex);
+    entry = interrupts.waiting.insert(interrupts.waiting.end(), pthread_self());
+}
+
+Interrupts::Waiting::~Waiting() {
+    const std::lock_guard guard(interrupts.mutex);
+    interrupts.waiting.erase(entry);
+}
+
 void Interrupts::SetName(const std::string& callee) {
     const std::lock_guard guard(mutex);
     name = callee;
@@ -130,6 +145,17 @@ void Interrupts::Run() {
             TakeSignal();
         }
         CheckCalls();
+        WakeWaiting();
+    }
+}
+
+// Each time anew: the first signal may have come just before the call.
+void Interrupts::WakeWaiting() {
+    const std::lock_guard guard(mutex);
+    if (Requested()) {
+        for (const pthread_t thread : waiting) {
+            pthread_kill(thread, wakeSignal);
+        }
     }
 }
 

@@ -1,5 +1,7 @@
 #pragma once
 
+#include <pthread.h>
+
 #include <atomic>
 #include <chrono>
 #include <cstdint>
@@ -47,6 +49,20 @@ class Interrupts {
         std::list<Clock::time_point>::iterator entry;
     };
 
+    // As long as it lives, calls of the system on the thread that made it come back with EINTR,
+    // again and again, once the end was requested.
+    class Waiting {
+      public:
+        explicit Waiting(Interrupts& interrupts);
+        Waiting(const Waiting&) = delete;
+        Waiting& operator=(const Waiting&) = delete;
+        ~Waiting();
+
+      private:
+        Interrupts& interrupts;
+        std::list<pthread_t>::iterator entry;
+    };
+
     // Of what is called, for the message when it takes too long.
     void SetName(const std::string& callee);
     // What is said when the process ends with a call under way: how far the work got. Called on
@@ -59,6 +75,7 @@ class Interrupts {
     void Run();
     void TakeSignal();
     void CheckCalls();
+    void WakeWaiting();
     [[noreturn]] void EndNow(const std::string& reason);
 
     const std::chrono::nanoseconds callLimit;
@@ -73,6 +90,7 @@ class Interrupts {
     std::string name = "The server";
     Clock::time_point requestTime;
     std::list<Clock::time_point> calls;
+    std::list<pthread_t> waiting;
     std::function<std::string()> lastWords;
     std::function<void()> restore;
 

@@ -1,10 +1,14 @@
 #include "Output.h"
 
+#include "Interrupts.h"
+
 #include <fcntl.h>
 #include <poll.h>
 #include <unistd.h>
 
 #include <cerrno>
+#include <chrono>
+#include <optional>
 #include <system_error>
 #include <utility>
 
@@ -39,18 +43,22 @@ void WaitUntilWritable(int descriptor) {
     }
 }
 
-void WriteAll(int descriptor, std::string_view bytes) {
-    while (!bytes.empty()) {
-        const ssize_t size = write(descriptor, bytes.data(), bytes.size());
-        if (size >= 0) {
-            bytes.remove_prefix(static_cast<std::size_t>(size));
-        } else if (errno == EAGAIN) {
-            WaitUntilWritable(descriptor);
-        } else if (errno != EINTR) {
-            Fail(errno);
+// How long nothing was taken although the end was requested.
+class Patience {
+  public:
+    void Check() {
+        constexpr std::chrono::milliseconds longest(300);
+        const auto now = Interrupts::Clock::now();
+        if (now - begin.value_or(now) > longest) {
+            throw OutputBlocked("Interrupted; nobody takes what is written");
         }
+        begin = begin.value_or(now);
     }
-}
+    void Renew() { begin.reset(); }
+
+  private:
+    std::optional<Interrupts::Clock::time_point> begin;
+};
 
 }  // namespace
 
@@ -69,6 +77,7 @@ Output::Output(int descriptor) : descriptor(descriptor), isTerminal(isatty(descr
 Output::Output(Output&& other) noexcept
     : descriptor(std::exchange(other.descriptor, -1)),
       isTerminal(other.isTerminal),
+      interrupts(other.interrupts),
       collected(std::move(other.collected)) {}
 
 Output::~Output() {
@@ -83,7 +92,7 @@ void Output::Write(std::string_view bytes) {
         return;
     }
     Flush();
-    WriteAll(descriptor, bytes);
+    WriteAll(bytes);
 }
 
 void Output::Line(std::string_view text) {
@@ -96,7 +105,31 @@ void Output::Line(std::string_view text) {
 
 void Output::Flush() {
     const std::string bytes = std::exchange(collected, {});
-    WriteAll(descriptor, bytes);
+    WriteAll(bytes);
+}
+
+void Output::WriteAll(std::string_view bytes) const {
+    std::optional<Interrupts::Waiting> waiting;
+    if (interrupts != nullptr) {
+        waiting.emplace(*interrupts);
+    }
+    Patience patience;
+    while (!bytes.empty()) {
+        const ssize_t size = write(descriptor, bytes.data(), bytes.size());
+        if (size >= 0) {
+            bytes.remove_prefix(static_cast<std::size_t>(size));
+            patience.Renew();
+            continue;
+        }
+        if (errno == EAGAIN) {
+            WaitUntilWritable(descriptor);
+        } else if (errno != EINTR) {
+            Fail(errno);
+        }
+        if (interrupts != nullptr && interrupts->Requested()) {
+            patience.Check();
+        }
+    }
 }
 
 }  // namespace Brantel::Tool

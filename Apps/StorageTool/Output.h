@@ -7,6 +7,14 @@
 
 namespace Brantel::Tool {
 
+class Interrupts;
+
+// The end was requested, and nobody takes what is written.
+class OutputBlocked : public std::runtime_error {
+  public:
+    using std::runtime_error::runtime_error;
+};
+
 // Nobody reads the output any more.
 class OutputClosed : public std::runtime_error {
   public:
@@ -31,7 +39,12 @@ class Output {
     // Closes without writing what is left: Flush reports failures.
     ~Output();
 
-    // Throw OutputClosed when the reader is gone, std::system_error when writing fails.
+    // From now on the request to end cuts off the writing of what nobody takes; null: no more.
+    // Borrowed.
+    void SetInterrupts(Interrupts* newInterrupts) { interrupts = newInterrupts; }
+
+    // Throw OutputClosed when the reader is gone, OutputBlocked when the end was requested and
+    // nothing was taken for a moment, std::system_error when writing fails.
     void Write(std::string_view bytes);
     void Line(std::string_view text);
     void Flush();
@@ -40,8 +53,11 @@ class Output {
     int Descriptor() const { return descriptor; }
 
   private:
+    void WriteAll(std::string_view bytes) const;
+
     int descriptor = -1;
     bool isTerminal = false;
+    Interrupts* interrupts = nullptr;
     std::string collected;
 };
 

@@ -27,14 +27,21 @@ std::string WithoutOrigin(const std::string& text) {
 }
 
 int RunVerb(const CommandLine& commandLine, Output& output) {
+    commandLine.Verbs().RefuseEmptyValues();
     Context context(commandLine.Options(), output);
     try {
         const int exitCode = commandLine.Verbs().RunChosen(context);
         output.Flush();
         return exitCode;
+    } catch (const OutputClosed&) {
+        throw;
     } catch (const SocketDisconnected& error) {
         output.Flush();
         return Fail("The connection to " + context.Address().text + " was lost: " + error.what());
+    } catch (const std::exception&) {
+        // What was done and printed before stands.
+        output.Flush();
+        throw;
     }
 }
 

@@ -52,10 +52,12 @@ Progress::~Progress() {
 
 void Progress::Update(std::int64_t done) {
     constexpr std::chrono::milliseconds onTerminalEvery(100);
+    constexpr std::chrono::seconds elsewhereFirst(1);
     constexpr std::chrono::seconds elsewhereEvery(5);
     const auto now = Clock::now();
-    const Clock::duration pause =
-        onTerminal ? Clock::duration(onTerminalEvery) : Clock::duration(elsewhereEvery);
+    const Clock::duration pause = onTerminal       ? Clock::duration(onTerminalEvery)
+                                  : shown == begin ? Clock::duration(elsewhereFirst)
+                                                   : Clock::duration(elsewhereEvery);
     if (!context.Style().quiet && now - shown >= pause) {
         Show(done, now);
     }

@@ -87,6 +87,19 @@ std::string Terminal::Printable(std::string_view text) {
     return result;
 }
 
+bool Terminal::IsText(std::string_view bytes) {
+    constexpr std::string_view blanks = "\n\r\t";
+    while (!bytes.empty()) {
+        const std::size_t size =
+            blanks.find(bytes.front()) != std::string_view::npos ? 1 : PrintableSize(bytes);
+        if (size == 0) {
+            return false;
+        }
+        bytes.remove_prefix(size);
+    }
+    return true;
+}
+
 std::size_t Terminal::Width(std::string_view text) {
     std::size_t width = 0;
     for (const char byte : text) {

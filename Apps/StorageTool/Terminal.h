@@ -23,6 +23,9 @@ struct Terminal {
     // and so do bytes that are no UTF-8.
     static std::string Printable(std::string_view text);
 
+    // Whether a terminal shows these bytes as text and is not moved by them but by their lines.
+    static bool IsText(std::string_view bytes);
+
     // How many columns a printable text takes: one for each character.
     static std::size_t Width(std::string_view text);
 

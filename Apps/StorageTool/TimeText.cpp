@@ -332,8 +332,8 @@ TimePoint TimeText::Resolve(const TimeBounds& bounds) const {
     }
     std::int64_t result = 0;
     if (__builtin_add_overflow(origin, offset, &result)) {
-        throw std::runtime_error("The time " + DurationText::Print(offset) + " from " +
-                                 std::to_string(origin) + " ns is outside of 64 bits");
+        throw Misuse("The time " + DurationText::Print(offset) + " from " + std::to_string(origin) +
+                     " ns is outside of 64 bits");
     }
     return TimePoint::Nanoseconds(result);
 }
@@ -381,9 +381,8 @@ TimeRange TimeRange::Parse(const std::string& text) {
 TimeRange::Resolved TimeRange::Resolve(const TimeBounds& bounds) const {
     const Resolved range{from.Resolve(bounds), to.Resolve(bounds)};
     if (range.out < range.in) {
-        throw std::runtime_error(
-            "The range ends at " + TimeText::Print(range.out, TimeFormat::Auto) +
-            ", before it begins at " + TimeText::Print(range.in, TimeFormat::Auto));
+        throw Misuse("The range ends at " + TimeText::Print(range.out, TimeFormat::Auto) +
+                     ", before it begins at " + TimeText::Print(range.in, TimeFormat::Auto));
     }
     return range;
 }

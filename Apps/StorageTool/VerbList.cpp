@@ -1,5 +1,7 @@
 #include "VerbList.h"
 
+#include "ExitCodes.h"
+
 #include <CLI/CLI.hpp>
 
 #include <utility>
@@ -47,6 +49,23 @@ std::string VerbList::ChosenName() const {
         name += (name.empty() ? "" : " ") + app->get_name();
     }
     return name;
+}
+
+void VerbList::RefuseEmptyValues() const {
+    for (const CLI::App* const app : {static_cast<const CLI::App*>(&root), Chosen()}) {
+        for (const CLI::Option* const option : app->get_options()) {
+            // Flags have no values.
+            if (option->get_items_expected_max() == 0) {
+                continue;
+            }
+            for (const std::string& value : option->results()) {
+                if (value.empty()) {
+                    throw Misuse(option->get_name(option->get_positional()) +
+                                 ": a value that is empty");
+                }
+            }
+        }
+    }
 }
 
 int VerbList::RunChosen(Context& context) const {

@@ -40,6 +40,9 @@ class VerbList {
     const CLI::App* Chosen() const;
     std::string ChosenName() const;
     int RunChosen(Context& context) const;
+    // Throws Misuse for an option or argument of the verb, or of all verbs, that is the empty text:
+    // mostly a variable of a script that was not set, and never what is meant.
+    void RefuseEmptyValues() const;
 
   private:
     CLI::App& root;

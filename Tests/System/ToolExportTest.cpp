@@ -1,11 +1,14 @@
 // A track in a file and back: whole, interrupted, gone on with, damaged, recovered.
 
+#include "Support/Waiting.h"
 #include "ToolFixture.h"
 
 #include <libProtocolX/IStorageWriterX.h>
 
 #include <gmock/gmock.h>
 #include <gtest/gtest.h>
+
+#include <signal.h>
 
 #include <filesystem>
 #include <string>
@@ -18,6 +21,7 @@ using ProtocolX::DataChunk;
 using ProtocolX::StorageClientX;
 using testing::EndsWith;
 using testing::HasSubstr;
+using testing::MatchesRegex;
 using Time::TimePoint;
 
 class ToolExportTest : public ToolFixture {
@@ -147,6 +151,23 @@ TEST_F(ToolExportTest, OtherFilesAreLeftAsTheyAre) {
     EXPECT_THAT(errors, HasSubstr("No such file or directory"));
 }
 
+// The server is killed while the chunks are on their way: what came is whole and gone on with.
+TEST_F(ToolExportTest, ALostServerIsToldWithWhatIsInTheFile) {
+    Append(0, 5000);
+    ProgramRun run({ToolRun::Program(), "export", Number(), file}, Where());
+    ASSERT_TRUE(Eventually([&] { return client->GetWorkerIds().size() == 1; }));
+    server->Process().Signal(SIGKILL);
+    server->Process().Wait();
+    client.reset();
+    EXPECT_EQ(run.Wait(), 1) << run.Errors();
+    EXPECT_THAT(run.Errors(), HasSubstr(" chunks; the same command goes on with " + file + "\n"));
+    EXPECT_THAT(run.Errors(), HasSubstr("The connection to unix:" + socketPath + " was lost"));
+    Start();
+    ASSERT_EQ(Export({file}), 0) << errors;
+    EXPECT_THAT(errors, HasSubstr(", which has 5000 now"));
+    EXPECT_EQ(Tool({"check", file}), 0) << said;
+}
+
 TEST_F(ToolExportTest, AChunkThatCanBeNoRecordIsLeftOutAndTold) {
     Append(0, 1);
     DataChunk chunk;
@@ -192,7 +213,11 @@ TEST_F(ToolExportTest, ADryRunChangesNothing) {
     Append(0, 4);
     ASSERT_EQ(Export({file}), 0) << errors;
     EXPECT_EQ(Tool({"import", "--new", "--dry-run", file}), 0) << errors;
-    EXPECT_THAT(errors, HasSubstr("Would import 4 chunks into a new track"));
+    EXPECT_EQ(said, "Would import 4 chunks into a new track\n");
+    EXPECT_EQ(Tool({"import", "--track", Number(), "--dry-run", "-j", file}), 0) << errors;
+    EXPECT_EQ(said,
+              "{\"track\":1,\"chunks\":0,\"dryRun\":true,\"would\":\"import 0 chunks into "
+              "track 1\"}\n");
     EXPECT_EQ(client->ListTracks().size(), 1U);
 }
 
@@ -211,6 +236,9 @@ TEST_F(ToolExportTest, ADamagedFileIsNeitherImportedNorContinuedButRecovered) {
     const std::string whole = folder.File("whole.brantel");
     EXPECT_EQ(Tool({"recover", file, whole}), 3) << errors;
     EXPECT_THAT(said, HasSubstr(": 9 chunks saved to " + whole + ": 1 findings\n"));
+    EXPECT_EQ(Tool({"recover", "-j", file, folder.File("again.brantel")}), 3) << errors;
+    EXPECT_THAT(said, MatchesRegex("\\{\"where\":\"[^\n]+\",\"problem\":\"[^\n]+\"\\}\n"
+                                   "\\{\"recovered\":\"[^\n]+\",\"chunks\":9,\"findings\":1\\}\n"));
     EXPECT_EQ(Tool({"check", whole}), 0) << said;
     ASSERT_EQ(Tool({"import", "--new", whole}), 0) << errors;
     EXPECT_EQ(TimesOf(2), (std::vector<long>{0, 1, 2, 3, 5, 6, 7, 8, 9}));

@@ -158,13 +158,15 @@ TEST_F(ToolLookTest, AtTheEdgesOfARangeThereAreGapsToo) {
               "1000000000}\n");
 }
 
-TEST_F(ToolLookTest, GapsDoNotReadDamagedData) {
+TEST_F(ToolLookTest, NeitherGapsNorAGraphReadTheData) {
     AppendWithGap();
     Stop();
     Damage("chunk 11;");
     Start();
     EXPECT_EQ(Tool({"gaps", Number()}), 0) << errors;
     EXPECT_THAT(errors, HasSubstr("1 gaps among 4 chunks, "));
+    EXPECT_EQ(Tool({"graph", Number(), "--width", "6"}), 0) << errors;
+    EXPECT_EQ(Tool({"play", Number(), "-q"}), 3);
 }
 
 TEST_F(ToolLookTest, AGraphShowsRateGapsAndProtections) {
@@ -212,6 +214,10 @@ TEST_F(ToolLookTest, DamageIsFoundByTheServerAndInTheFolder) {
     Damage("chunk 11;");
     EXPECT_EQ(Tool({"check", folder.File("store"), "--storaged", ServerProcess::Program()}), 3)
         << errors;
+    EXPECT_EQ(Tool({"check", "-j", folder.File("store"), "--storaged", ServerProcess::Program()}),
+              3);
+    EXPECT_THAT(said, MatchesRegex("\\{\"where\":\"[^\n]*\",\"problem\":\"[^\n]*\"\\}\n"
+                                   "\\{\"checked\":\"[^\n]*\",\"findings\":1\\}\n"));
     EXPECT_EQ(Tool({"recover", folder.File("store"), folder.File("new"), "--storaged",
                     ServerProcess::Program()}),
               3)
@@ -264,7 +270,7 @@ TEST_F(ToolLookTest, WrongMeasurementsAreRefused) {
         arguments.insert(arguments.end(), wrong.begin(), wrong.end());
         EXPECT_EQ(Tool(arguments), 2) << testing::PrintToString(wrong) << errors;
     }
-    EXPECT_EQ(Tool({"bench", "--durability", "sometimes"}), 1);
+    EXPECT_EQ(Tool({"bench", "--durability", "sometimes"}), 2);
     ASSERT_TRUE(Eventually([&] { return client->ListTracks().size() == 1; }));
 }
 

@@ -100,6 +100,20 @@ TEST_F(ToolRetryTest, WithoutRetryTheLossIsToldWithWhatIsStored) {
     EXPECT_EQ(run.Output(), "");
 }
 
+// What the library has to say of the lost connection is no part of the tool's own output.
+TEST_F(ToolRetryTest, DiagnosticsOfTheLibraryStayOutOfTheJson) {
+    ProgramRun run(Command({"-j"}), Where());
+    PipeInput input(pipe);
+    input.Write(MakeMovie(1));
+    ASSERT_TRUE(Eventually([&] { return Times().size() == 1; }));
+    Kill();
+    input.Write(MakePicture(1));
+    EXPECT_EQ(run.Wait(), 1);
+    EXPECT_THAT(run.Errors(), HasSubstr("Storage seems disconnected: "));
+    // The kill may have come between the chunk and its answer.
+    EXPECT_THAT(run.Output(), MatchesRegex("\\{\"track\":1,\"chunks\":[01],[^\n]*\\}\n"));
+}
+
 TEST_F(ToolRetryTest, AServerThatStaysAwayIsGivenUpAfterTheLimit) {
     ProgramRun run(Command({"--retry-for", "100ms"}), Where());
     PipeInput input(pipe);

@@ -161,6 +161,14 @@ TEST_F(ToolInfoTest, JsonHasProperties) {
                 HasSubstr("\"properties\":{\"bytesBase64\":\"/w==\",\"camera\":\"north\"}"));
 }
 
+TEST_F(ToolInfoTest, WhatWasPrintedBeforeAFailureStands) {
+    CreateTrack(*client);
+    const ToolRun run = Run({"info", "1", "7"});
+    EXPECT_EQ(run.ExitCode(), 1);
+    EXPECT_THAT(run.Output(), StartsWith("Track 1\n"));
+    EXPECT_EQ(run.Errors(), "brantel: Track 7 does not exist\n");
+}
+
 TEST_F(ToolInfoTest, AnUnknownTrackIsAFailure) {
     EXPECT_EQ(RefusalOf({"info", "7"}), "brantel: Track 7 does not exist\n");
     EXPECT_THAT(RefusalOf({"info"}, 2), HasSubstr("TRACK is required"));
@@ -238,10 +246,10 @@ TEST_F(ToolCreateTest, WrongArgumentsAreMisuse) {
     EXPECT_THAT(client->ListTracks(), IsEmpty());
 }
 
-TEST_F(ToolCreateTest, ATrackWhosePropertiesAreRefusedIsReported) {
-    const ToolRun run = Run({"track", "create", "1M", "--durability", "never"});
-    EXPECT_EQ(run.ExitCode(), 1);
-    EXPECT_THAT(run.Errors(), HasSubstr("Track 1 was created, but has none of its properties\n"));
+TEST_F(ToolCreateTest, ATrackWhosePropertiesAreRefusedIsDeletedAgain) {
+    EXPECT_THAT(RefusalOf({"track", "create", "1M", "-p", "storage.nonsense=1", "-p", "a=b"}),
+                AllOf(HasSubstr("storage.nonsense"), HasSubstr("; the track was deleted again\n")));
+    EXPECT_THAT(client->ListTracks(), IsEmpty());
 }
 
 using ToolGrowTest = ToolTracksTest;
@@ -297,12 +305,17 @@ TEST_F(ToolDeleteTest, TracksAreDeleted) {
 TEST_F(ToolDeleteTest, NothingHappensWithoutAgreementOrWhileItIsHeld) {
     const long track = CreateTrack(*client);
     client->Protect(track, TimePoint::Nanoseconds(0), TimePoint::Nanoseconds(1));
-    EXPECT_THAT(RefusalOf({"track", "delete", "1"}, 2), HasSubstr("give -y to agree"));
-    EXPECT_THAT(RefusalOf({"track", "delete", "1", "-y"}), HasSubstr("protections"));
-    EXPECT_THAT(RefusalOf({"track", "delete", "5", "-y"}), HasSubstr("Track 5 does not exist"));
-    EXPECT_THAT(OutputOf({"track", "delete", "1", "--dry-run"}),
-                StartsWith("Would delete Track 1"));
-    EXPECT_THAT(client->ListTracks(), SizeIs(1));
+    CreateTrack(*client);
+    EXPECT_THAT(RefusalOf({"track", "delete", "2"}, 2), HasSubstr("give -y to agree"));
+    EXPECT_THAT(RefusalOf({"track", "delete", "2", "5", "-y"}),
+                HasSubstr("Track 5 does not exist"));
+    EXPECT_THAT(OutputOf({"track", "delete", "2", "--dry-run"}),
+                StartsWith("Would delete Track 2"));
+    for (const char* const option : {"-y", "--dry-run"}) {
+        EXPECT_EQ(RefusalOf({"track", "delete", "2", "1", option}),
+                  "brantel: Track 1 has 1 protections and 0 open workers: nothing was deleted\n");
+    }
+    EXPECT_THAT(client->ListTracks(), SizeIs(2));
 }
 
 using ToolPropTest = ToolTracksTest;
@@ -373,12 +386,40 @@ TEST_F(ToolProtectTest, WrongRangesProtectNothing) {
     CreateTrack(*client);
     EXPECT_THAT(RefusalOf({"protect", "add", "1", "soon"}, 2), HasSubstr("Range soon"));
     EXPECT_THAT(RefusalOf({"protect", "add", "1", "start..end"}), HasSubstr("track is empty"));
-    EXPECT_THAT(RefusalOf({"protect", "add", "1", "2s..1s"}), HasSubstr("before it begins"));
-    EXPECT_THAT(RefusalOf({"protect", "add", "1", "1969-01-01..1s"}), HasSubstr("before zero"));
+    EXPECT_THAT(RefusalOf({"protect", "add", "1", "2s..1s"}, 2), HasSubstr("before it begins"));
+    EXPECT_THAT(RefusalOf({"protect", "add", "1", "1969-01-01..1s"}, 2), HasSubstr("before zero"));
     EXPECT_THAT(RefusalOf({"protect", "add", "2", "1s..2s"}), HasSubstr("Track 2 does not exist"));
     EXPECT_THAT(OutputOf({"protect", "add", "1", "1s..2s", "--dry-run"}),
                 StartsWith("Would protect"));
     EXPECT_THAT(client->ListProtections(), IsEmpty());
+}
+
+// Each object says that nothing was done, and what would be.
+TEST_F(ToolTracksTest, ADryRunSpeaksJson) {
+    AppendThreeChunks(CreateTrack(*client));
+    client->SetTrackProperties(1, {{"a", "b"}});
+    CreateTrack(*client);
+    const std::string id =
+        std::to_string(client->Protect(2, TimePoint::Nanoseconds(0), TimePoint::Nanoseconds(9)));
+    const std::vector<std::pair<std::vector<std::string>, std::string>> expected{
+        {{"track", "create", "1MiB"}, "{\"track\":0,\"capacity\":1048576,"},
+        {{"track", "grow", "1", "1GiB"}, "{\"track\":1,\"capacity\":1073741824,"},
+        {{"track", "clear", "1"}, "{\"track\":1,\"chunks\":3,\"size\":[0-9]+,"},
+        {{"track", "delete", "1"}, "{\"track\":1,\"chunks\":3,\"size\":[0-9]+,"},
+        {{"prop", "set", "1", "c=d"}, "{\"track\":1,\"key\":\"c\","},
+        {{"prop", "rm", "1", "a"}, "{\"track\":1,\"key\":\"a\","},
+        {{"protect", "add", "1", "1s..2s"},
+         "{\"track\":1,\"from\":\"1.000000000\",\"to\":\"2.000000000\","},
+        {{"protect", "rm", id}, "{\"protection\":" + id + ","}};
+    for (auto [arguments, begin] : expected) {
+        arguments.insert(arguments.end(), {"--dry-run", "-j"});
+        begin.replace(0, 1, "\\{");
+        EXPECT_THAT(OutputOf(arguments),
+                    MatchesRegex(begin + "\"dryRun\":true,\"would\":\"[a-z]+ [^\n]+\"\\}\n"));
+    }
+    EXPECT_THAT(client->ListTracks(), SizeIs(2));
+    EXPECT_EQ(client->GetTrackProperties(1), (StorageClientX::Properties{{"a", "b"}}));
+    EXPECT_THAT(client->ListProtections(), SizeIs(1));
 }
 
 using ToolWorkerTest = ToolTracksTest;

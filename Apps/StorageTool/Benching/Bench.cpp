@@ -69,12 +69,27 @@ void Bench::MakeTrack() {
 // Says what could not be deleted; whatever is thrown here would hide why the measurement ended.
 void Bench::DeleteTracks() {
     for (const long track : std::exchange(tracks, {})) {
-        try {
-            context.Ask([&](Client& client) { client.DeleteTrack(track); });
-        } catch (const std::runtime_error& error) {
-            Context::Warn("Track " + std::to_string(track) +
-                          " of this measurement is left: " + error.what());
+        std::string reason;
+        while (!TryDelete(track, reason)) {
+            // Interrupted while it was made, which goes on.
+            if (reason.find("is being created") == std::string::npos) {
+                Context::Warn("Track " + std::to_string(track) +
+                              " of this measurement is left: " + reason);
+                break;
+            }
+            constexpr std::chrono::milliseconds pause(10);
+            std::this_thread::sleep_for(pause);
         }
+    }
+}
+
+bool Bench::TryDelete(long track, std::string& reason) {
+    try {
+        context.Ask([&](Client& client) { client.DeleteTrack(track); });
+        return true;
+    } catch (const std::runtime_error& error) {
+        reason = error.what();
+        return false;
     }
 }
 
@@ -171,7 +186,8 @@ Bench::Result Bench::Run(const std::string& operation, int threads, const MakeWo
     if (failure) {
         std::rethrow_exception(failure);
     }
-    context.CheckInterrupt("Interrupted while it measured");
+    context.CheckInterrupt("Interrupted after " + std::to_string(result.latencies.Count()) +
+                           " chunks of " + operation + ", too few for a result");
     return result;
 }
 

@@ -57,6 +57,7 @@ class Bench {
 
     void MakeTrack();
     void DeleteTracks();
+    bool TryDelete(long track, std::string& reason);
     Result Run(const std::string& operation, int threads, const MakeWork& makeWork);
 
     Context& context;

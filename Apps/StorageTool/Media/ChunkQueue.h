@@ -4,6 +4,7 @@
 
 #include <condition_variable>
 #include <cstddef>
+#include <cstdint>
 #include <deque>
 #include <exception>
 #include <memory>
@@ -12,12 +13,22 @@
 
 namespace Brantel::Tool {
 
-// Chunks on their way from one thread to another, not more than a limit of them or of their bytes.
-// Thread-safe.
+// Chunks on their way from one thread to another, not more than twice a limit of them or of their
+// bytes. Waking a thread costs about as much as a call to the server, and takes a processor from
+// those who talk to each other, so that both sides are woken for many chunks at once: who fills
+// when half of it is empty, who takes as Taking says. One thread fills, one takes.
 class ChunkQueue {
   public:
     static constexpr std::size_t mostChunks = 256;
-    static constexpr std::size_t mostBytes = std::size_t{32} << 20U;
+    // Little enough to stay in a processor's cache.
+    static constexpr std::size_t mostBytes = std::size_t{1} << 20U;
+
+    enum class Taking : std::uint8_t {
+        // Each chunk as soon as it is there: for those that come when they come.
+        AtOnce,
+        // Half a queue at a time, or what has come within some milliseconds.
+        Together
+    };
 
     struct Item {
         std::unique_ptr<ProtocolX::DataChunk> chunk;
@@ -25,9 +36,11 @@ class ChunkQueue {
         std::size_t bytes = 0;
     };
 
+    explicit ChunkQueue(Taking taking) : taking(taking) {}
+
     // A chunk to be filled: an empty one, or one that has been given back, as it was left.
     std::unique_ptr<ProtocolX::DataChunk> Spare();
-    void GiveBack(std::unique_ptr<ProtocolX::DataChunk> chunk);
+    void GiveBack(Item item);
 
     // Waits for room, which one chunk of any size always finds. False when the taker has gone.
     bool Push(Item item);
@@ -40,11 +53,24 @@ class ChunkQueue {
     void Leave();
 
   private:
+    bool IsFull(std::size_t more) const;
+    bool IsHalfFull() const;
+    // Fills `taken`, which is empty then only at the end.
+    void TakeAll();
+
+    const Taking taking;
+
+    // Of the taker alone.
+    std::deque<Item> taken;
+
+    // Guards what follows.
     std::mutex mutex;
-    std::condition_variable changed;
+    std::condition_variable filled;
+    std::condition_variable emptied;
     std::deque<Item> items;
     std::size_t bytes = 0;
-    std::vector<std::unique_ptr<ProtocolX::DataChunk>> spare;
+    std::vector<Item> spare;
+    std::size_t spareBytes = 0;
     std::exception_ptr failure;
     bool ended = false;
     bool left = false;

@@ -22,8 +22,14 @@ class ISplitter {
     ISplitter(const ISplitter&) = delete;
     ISplitter& operator=(const ISplitter&) = delete;
 
-    // The next bytes of the stream.
-    void Feed(std::string_view bytes) { held.Append(bytes); }
+    // The next bytes of the stream: room for so many, to be filled, and how many have been.
+    char* Room(std::size_t size) { return held.Room(size); }
+    void Feed(std::size_t size) { held.Add(size); }
+    // The same from memory.
+    void Feed(std::string_view bytes) {
+        bytes.copy(Room(bytes.size()), bytes.size());
+        Feed(bytes.size());
+    }
 
     // There will be no more of them.
     void Finish() { finished = true; }

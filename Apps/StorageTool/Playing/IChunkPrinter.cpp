@@ -9,6 +9,7 @@
 #include <cstdio>
 #include <filesystem>
 #include <string_view>
+#include <system_error>
 #include <utility>
 
 namespace Brantel::Tool {
@@ -24,6 +25,7 @@ class RawPrinter : public IChunkPrinter {
 
     std::string Print(const DataChunk& chunk) override {
         for (const ChunkForms::Block& block : ChunkForms::Blocks(chunk)) {
+            context.RefuseOnTerminal(block.bytes);
             context.Out().Write(block.bytes);
             bytes += static_cast<std::int64_t>(block.bytes.size());
         }
@@ -44,6 +46,7 @@ class MjpegPrinter : public IChunkPrinter {
         if (picture == nullptr) {
             return ChunkForms::noPicture;
         }
+        context.RefuseOnTerminal(picture->bytes);
         context.Out().Write(picture->bytes);
         bytes += static_cast<std::int64_t>(picture->bytes.size());
         return {};
@@ -60,6 +63,7 @@ class RecordPrinter : public IChunkPrinter {
     std::string Print(const DataChunk& chunk) override {
         std::string reason;
         const std::string record = ChunkForms::Record(chunk, reason);
+        context.RefuseOnTerminal(record);
         context.Out().Write(record);
         bytes += static_cast<std::int64_t>(record.size());
         return reason;
@@ -92,7 +96,11 @@ class FolderPrinter : public IChunkPrinter {
           folder(std::move(folder)),
           overwrite(overwrite),
           context(context) {
-        std::filesystem::create_directories(this->folder);
+        std::error_code error;
+        std::filesystem::create_directories(this->folder, error);
+        if (error) {
+            throw std::system_error(error, this->folder);
+        }
     }
 
     std::string Print(const DataChunk& chunk) override {

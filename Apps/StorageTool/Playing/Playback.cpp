@@ -6,7 +6,10 @@
 #include "Playing/ChunkWalk.h"
 #include "Progress.h"
 
+#include <libServices/SocketDisconnected.h>
+
 #include <exception>
+#include <functional>
 #include <thread>
 #include <utility>
 
@@ -54,6 +57,20 @@ class ReadAhead {
     std::thread thread;
 };
 
+// Said as long as it lives.
+class LastWords {
+  public:
+    LastWords(Interrupts& interrupts, std::function<std::string()> words) : interrupts(interrupts) {
+        interrupts.SetLastWords(std::move(words));
+    }
+    LastWords(const LastWords&) = delete;
+    LastWords& operator=(const LastWords&) = delete;
+    ~LastWords() { interrupts.SetLastWords({}); }
+
+  private:
+    Interrupts& interrupts;
+};
+
 std::unique_ptr<IChunkPrinter> MakePrinter(Context& context, const PlayOptions& options) {
     if (options.preview) {
         return std::make_unique<PreviewPrinter>(context);
@@ -74,10 +91,28 @@ Playback::Playback(Context& context, const PlayOptions& options)
       pace(context.Ends()) {}
 
 void Playback::Run() {
+    const LastWords words(context.Ends(),
+                          [this] { return std::to_string(chunks) + " chunks were played"; });
+    try {
+        PlayAll();
+    } catch (const OutputBlocked&) {
+        throw Interrupted(HowFar() + "; nobody takes what is written");
+    } catch (const SocketDisconnected&) {
+        Context::Warn(std::to_string(chunks) + " chunks were played, the last one at " +
+                      context.TimeOf(last));
+        throw;
+    }
+}
+
+std::string Playback::HowFar() const {
+    return "Interrupted after " + std::to_string(chunks) + " chunks, at " + context.TimeOf(last);
+}
+
+void Playback::PlayAll() {
     const std::set<std::string> keys(options.keys.begin(), options.keys.end());
     ChunkWalk walk(context, options.track, range, keys, options.reverse);
     {
-        ChunkQueue queue;
+        ChunkQueue queue(ChunkQueue::Taking::Together);
         ReadAhead readAhead(walk, queue);
         // A bar beside bytes or pictures on the same terminal would spoil both.
         std::unique_ptr<Progress> progress;
@@ -85,10 +120,11 @@ void Playback::Run() {
             progress = std::make_unique<Progress>(context, "Playing", Progress::Unit::Bytes, 0);
         }
         for (ChunkQueue::Item item; queue.Pop(item);) {
-            context.CheckInterrupt("Interrupted after " + std::to_string(chunks) + " chunks, at " +
-                                   context.TimeOf(last));
+            if (context.Ends().Requested()) {
+                throw Interrupted(HowFar());
+            }
             Play(*item.chunk);
-            queue.GiveBack(std::move(item.chunk));
+            queue.GiveBack(std::move(item));
             if (progress) {
                 progress->Update(printer->Bytes());
             }

@@ -9,6 +9,7 @@
 #include <libProtocolX/DataChunk.h>
 #include <libTime/TimePoint.h>
 
+#include <atomic>
 #include <cstdint>
 #include <memory>
 #include <set>
@@ -30,7 +31,9 @@ class Playback {
     std::int64_t Bytes() const { return printer->Bytes(); }
 
   private:
+    void PlayAll();
     void Play(const ProtocolX::DataChunk& chunk);
+    std::string HowFar() const;
     bool IsTurn(const ProtocolX::DataChunk& chunk);
 
     Context& context;
@@ -38,7 +41,8 @@ class Playback {
     const TrackRange range;
     std::unique_ptr<IChunkPrinter> printer;
     Pace pace;
-    std::int64_t chunks = 0;
+    // The last words ask on another thread.
+    std::atomic<std::int64_t> chunks = 0;
     std::int64_t leftOut = 0;
     Time::TimePoint last = Time::TimePoint::Nanoseconds(-1);
 };

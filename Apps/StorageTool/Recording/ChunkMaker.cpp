@@ -46,6 +46,9 @@ ChunkMaker::ChunkMaker(const RecordOptions& options) {
     ReadProperties(options);
     key = options.key.empty() ? (format == Format::Mjpeg ? "image" : "data") : options.key;
     if (!options.timeField.empty()) {
+        if (options.timeField.find_first_not_of('0') == std::string::npos) {
+            throw Misuse("--time-field " + options.timeField + ": the first field is 1");
+        }
         timeField.emplace(options.timeField);
     }
     if (!options.duration.empty()) {

@@ -1,11 +1,20 @@
 #include "Verbs/Arguments.h"
 
+#include "Context.h"
+#include "DurationText.h"
+#include "ExitCodes.h"
+
+#include <charconv>
+#include <set>
+
 namespace Brantel::Tool {
 
 CLI::Validator Arguments::Within(std::int64_t lowest, std::int64_t highest) {
     const auto check = [lowest, highest](const std::string& text) -> std::string {
         std::int64_t value = 0;
-        if (!CLI::detail::lexical_cast(text, value) || value < lowest || value > highest) {
+        const char* const end = text.data() + text.size();
+        const auto [rest, error] = std::from_chars(text.data(), end, value);
+        if (error != std::errc() || rest != end || value < lowest || value > highest) {
             return text + " is not a whole number within " + std::to_string(lowest) + " to " +
                    std::to_string(highest);
         }
@@ -30,12 +39,35 @@ CLI::Option* Arguments::AddTracks(CLI::App& verb, std::vector<std::int64_t>& tra
         ->check(Within(1, highest));
 }
 
+void Arguments::RefuseTwice(const std::string& what, const std::vector<std::int64_t>& numbers) {
+    std::set<std::int64_t> seen;
+    for (const std::int64_t number : numbers) {
+        if (!seen.insert(number).second) {
+            throw Misuse(what + " " + std::to_string(number) + " is given twice");
+        }
+    }
+}
+
+void Arguments::RefuseFormatBesideJson(const Context& context, const std::string& format) {
+    if (context.Style().json && format != "raw" && format != "json") {
+        throw Misuse("Either --json or --format " + format);
+    }
+}
+
 CLI::Option* Arguments::AddYes(CLI::App& verb, bool& yes) {
     return verb.add_flag("-y,--yes", yes, "Agree beforehand instead of being asked");
 }
 
 CLI::Option* Arguments::AddDryRun(CLI::App& verb, bool& dryRun) {
     return verb.add_flag("--dry-run", dryRun, "Say what would be done and change nothing");
+}
+
+std::chrono::nanoseconds Arguments::Interval(const std::string& text) {
+    const std::chrono::nanoseconds interval(DurationText::Parse(text));
+    if (interval.count() <= 0) {
+        throw Misuse("The interval must be above 0: " + text);
+    }
+    return interval;
 }
 
 CLI::Option* Arguments::AddInterval(CLI::App& verb, std::string& interval) {

@@ -2,6 +2,7 @@
 
 #include "Benching/Bench.h"
 #include "Context.h"
+#include "DurabilityText.h"
 #include "DurationText.h"
 #include "ExitCodes.h"
 #include "SizeText.h"
@@ -45,6 +46,7 @@ Bench::Plan MakePlan(const BenchOptions& options) {
     plan.writers = options.writers;
     plan.readers = options.readers;
     plan.durability = options.durability;
+    DurabilityText::Check(plan.durability);
     if (plan.chunkSize < 1 || plan.chunkSize > largestChunk) {
         throw Misuse("A chunk has 1 to " + std::to_string(largestChunk) +
                      " bytes: " + options.chunkSize);

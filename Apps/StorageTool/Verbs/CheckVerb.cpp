@@ -2,6 +2,7 @@
 
 #include "Context.h"
 #include "ExitCodes.h"
+#include "Export/DataFile.h"
 #include "Export/ExportSalvage.h"
 #include "Playing/ChunkWalk.h"
 #include "Playing/TrackRange.h"
@@ -112,7 +113,7 @@ int CheckFile(Context& context, const std::string& path) {
     Findings findings(context);
     std::int64_t bytes = 0;
     Progress progress(context, "Checking", Progress::Unit::Bytes,
-                      static_cast<std::int64_t>(std::filesystem::file_size(path)));
+                      static_cast<std::int64_t>(DataFile::OpenToRead(path).Size()));
     const ExportSalvage::Sums sums = ExportSalvage::Run(
         path, {[&](const DataChunk& chunk) {
                    bytes += static_cast<std::int64_t>(chunk.GetSizeOnFile());
@@ -135,7 +136,7 @@ int Check(Context& context, const CheckOptions& options) {
         return CheckTracks(context, {*track}, "Track " + options.what);
     }
     if (std::filesystem::is_directory(options.what)) {
-        return StorageProgram(context, options.program).Run({"check", options.what});
+        return StorageProgram(context, options.program).RunForFolder("check", options.what, {});
     }
     return CheckFile(context, options.what);
 }

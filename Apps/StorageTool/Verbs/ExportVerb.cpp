@@ -14,6 +14,7 @@
 
 #include <libProtocolX/DataChunk.h>
 #include <libProtocolX/StorageClientX.h>
+#include <libServices/SocketDisconnected.h>
 
 #include <CLI/CLI.hpp>
 
@@ -66,7 +67,12 @@ class Export {
           writer(OpenWriter()) {}
 
     int Run() {
-        CopyChunks();
+        try {
+            CopyChunks();
+        } catch (const SocketDisconnected&) {
+            Context::Warn(HowFar());
+            throw;
+        }
         writer.Finish();
         Verify();
         if (options.overwrite) {
@@ -114,9 +120,7 @@ class Export {
         Progress progress(context, "Exporting", Progress::Unit::Bytes, 0);
         for (DataChunk chunk; walk.Next(chunk);) {
             if (context.Ends().Requested()) {
-                writer.WriteOut();
-                throw Interrupted("Interrupted after " + std::to_string(writer.Count()) +
-                                  " chunks; the same command goes on with " + path);
+                throw Interrupted("Interrupted after " + HowFar());
             }
             const std::string reason = writer.Append(chunk);
             if (!reason.empty()) {
@@ -129,6 +133,17 @@ class Export {
         leftOut += walk.Damaged();
     }
 
+    // What an export that ends now leaves behind.
+    std::string HowFar() {
+        const std::string chunks = std::to_string(writer.Count()) + " chunks; ";
+        if (options.overwrite) {
+            std::filesystem::remove(path);
+            return chunks + options.File() + " is as it was";
+        }
+        writer.WriteOut();
+        return chunks + "the same command goes on with " + path;
+    }
+
     // Everything is read again, from the file.
     void Verify() {
         ExportReader reader(DataFile::OpenToRead(path));
@@ -136,6 +151,8 @@ class Export {
                           static_cast<std::int64_t>(reader.Size()));
         std::uint64_t count = 0;
         for (DataChunk chunk; reader.Next(chunk); ++count) {
+            context.CheckInterrupt("Interrupted: " + path + " is written, but not verified; " +
+                                   "brantel check " + path + " does that");
             progress.Update(static_cast<std::int64_t>(reader.Place()));
         }
         if (count != writer.Count()) {

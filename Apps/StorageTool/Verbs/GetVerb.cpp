@@ -57,6 +57,10 @@ int Get(Context& context, const GetOptions& options) {
     if (options.next && options.previous) {
         throw Misuse("Either --next or --previous");
     }
+    if (options.overwrite && options.file.empty()) {
+        throw Misuse("-f overwrites a file: it goes with -o");
+    }
+    Arguments::RefuseFormatBesideJson(context, options.format);
     const TimePoint time = TimeText::Parse(options.time).Resolve(context.BoundsOf(options.track));
     DataChunk chunk;
     if (!Find(context, options, time, chunk)) {
@@ -74,6 +78,9 @@ int Get(Context& context, const GetOptions& options) {
                                  reason);
     }
     if (options.file.empty()) {
+        if (format != "json") {
+            context.RefuseOnTerminal(bytes);
+        }
         context.Out().Write(bytes);
         return ExitCodes::done;
     }

@@ -141,7 +141,8 @@ int Graph(Context& context, const GraphOptions& options) {
     constexpr int narrowest = 10;
     const TrackRange range = TrackRange::Resolve(context, options.track, options.range);
     if (range.IsEmpty()) {
-        context.Note("Track " + std::to_string(options.track) + " is empty");
+        context.Note("Track " + std::to_string(options.track) +
+                     (options.range.empty() ? " is empty" : ": the range is empty"));
         return ExitCodes::done;
     }
     const int terminal = Terminal::SizeOf(context.Out().Descriptor()).columns;

@@ -62,19 +62,39 @@ Content ReadAll(Context& context, const std::string& path) {
     return content;
 }
 
+// 0 when there is none.
+std::int64_t ParseSize(const std::string& text) {
+    const std::int64_t size = text.empty() ? 0 : SizeText::Parse(text);
+    if (!text.empty() && size == 0) {
+        throw Misuse("Size " + text + ": a track has at least 1 byte");
+    }
+    return size;
+}
+
 // One import of a file into one track.
 class Import {
   public:
     Import(Context& context, const ImportOptions& options)
-        : context(context), options(options), content(ReadAll(context, options.file)) {}
+        : context(context),
+          options(options),
+          size(ParseSize(options.size)),
+          content(ReadAll(context, options.file)) {}
 
     int Run() {
         const std::int64_t wanted = options.track > 0 ? options.track : content.header.track;
         const bool exists = !options.anew && wanted > 0 && Exists(wanted);
+        if (exists && size > 0) {
+            throw Misuse("--size is for a track that is made; track " + std::to_string(wanted) +
+                         " is there: brantel track grow makes it larger");
+        }
         const TimePoint after = exists ? FindEnd(wanted) : TimePoint::Nanoseconds(-1);
         if (options.dryRun) {
-            context.Note("Would import " + std::to_string(CountAfter(after)) + " chunks into " +
-                         (exists ? "track " + std::to_string(wanted) : "a new track"));
+            JsonObject fields;
+            fields.Add("track", exists ? wanted : options.anew ? 0 : wanted);
+            fields.Add("chunks", CountAfter(after));
+            context.Would("import " + std::to_string(CountAfter(after)) + " chunks into " +
+                              (exists ? "track " + std::to_string(wanted) : "a new track"),
+                          fields);
             return ExitCodes::done;
         }
         track = exists ? wanted : Create(options.anew ? 0 : wanted);
@@ -127,8 +147,7 @@ class Import {
     std::int64_t Create(std::int64_t id) {
         StorageClientX::TrackParameters wanted;
         wanted.id = id;
-        wanted.size =
-            options.size.empty() ? content.header.capacity : SizeText::Parse(options.size);
+        wanted.size = size > 0 ? size : content.header.capacity;
         const auto made =
             context.Ask([&](StorageClientX& client) { return client.CreateTrack(wanted); });
         CommandWatch(context, "Creating track " + std::to_string(made.id), made.size)
@@ -187,6 +206,7 @@ class Import {
 
     Context& context;
     const ImportOptions& options;
+    const std::int64_t size;  // 0: as it was
     const Content content;
     std::int64_t track = 0;
     TrackAppender::Sums imported;

@@ -1,7 +1,6 @@
 #include "Verbs/LsVerb.h"
 
 #include "Context.h"
-#include "DurationText.h"
 #include "ExitCodes.h"
 #include "Terminal.h"
 #include "TrackOverview.h"
@@ -72,7 +71,7 @@ void PrintOver(Context& context, const LsOptions& options) {
 }
 
 int Watch(Context& context, const LsOptions& options) {
-    const std::chrono::nanoseconds interval(DurationText::Parse(options.interval));
+    const std::chrono::nanoseconds interval = Arguments::Interval(options.interval);
     const bool inPlace = context.Out().IsTerminal() && !context.Style().json;
     if (inPlace) {
         context.Out().Write("\x1b[2J");
@@ -104,8 +103,9 @@ void DeclareLs(VerbList& verbs) {
         verbs.Add("ls", "Lists the tracks: how full they are, what they hold, and who writes",
                   [options](Context& context) { return Ls(context, *options); });
     Arguments::AddTracks(verb, options->tracks, 0)->description("Only these tracks");
-    verb.add_flag("-w,--watch", options->watch, "Keep the list fresh until interrupted");
-    Arguments::AddInterval(verb, options->interval);
+    CLI::Option* const watch =
+        verb.add_flag("-w,--watch", options->watch, "Keep the list fresh until interrupted");
+    Arguments::AddInterval(verb, options->interval)->needs(watch);
     VerbList::AddExample(verb, "brantel ls", "all tracks");
     VerbList::AddExample(verb, "brantel ls -j | jq .track", "the numbers of all tracks");
 }

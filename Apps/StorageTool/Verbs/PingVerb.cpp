@@ -4,6 +4,7 @@
 #include "DurationText.h"
 #include "ExitCodes.h"
 #include "VerbList.h"
+#include "Verbs/Arguments.h"
 
 #include <CLI/CLI.hpp>
 
@@ -77,7 +78,7 @@ void DeclarePing(VerbList& verbs) {
     constexpr std::int64_t highestCount = 1'000'000'000;
     verb.add_option("-n,--count", options->count, "How often")
         ->type_name("NUMBER")
-        ->check(CLI::Range(std::int64_t{1}, highestCount))
+        ->check(Arguments::Within(1, highestCount))
         ->capture_default_str();
     verb.add_option("-i,--interval", options->interval, "How long between two")
         ->type_name("DURATION")

@@ -24,6 +24,10 @@ int Play(Context& context, const PlayOptions& options) {
     if (options.overwrite && options.folder.empty()) {
         throw Misuse("-f overwrites files: it goes with -o");
     }
+    if (options.preview && context.Style().json) {
+        throw Misuse("Either --preview or --json");
+    }
+    Arguments::RefuseFormatBesideJson(context, options.format);
     PlayOptions chosen = options;
     if (context.Style().json) {
         chosen.format = "json";

@@ -87,8 +87,10 @@ int Set(Context& context, const SetOptions& options) {
     if (options.dryRun) {
         const StorageClientX::Properties present = Read(context, options.track);
         for (const auto& [key, value] : properties) {
-            context.Out().Line("Would " + std::string(present.contains(key) ? "replace " : "add ") +
-                               Terminal::Printable(key));
+            JsonObject fields;
+            fields.Add("track", options.track).Add("key", std::string_view(key));
+            context.Would((present.contains(key) ? "replace " : "add ") + Terminal::Printable(key),
+                          fields);
         }
         return ExitCodes::done;
     }
@@ -108,7 +110,9 @@ int Remove(Context& context, const RemoveOptions& options) {
     }
     if (options.dryRun) {
         for (const auto& [key, value] : removed) {
-            context.Out().Line("Would remove " + Terminal::Printable(key));
+            JsonObject fields;
+            fields.Add("track", options.track).Add("key", std::string_view(key));
+            context.Would("remove " + Terminal::Printable(key), fields);
         }
         return ExitCodes::done;
     }

@@ -52,13 +52,18 @@ int Add(Context& context, const AddOptions& options) {
     const TimeRange range = TimeRange::Parse(options.range);
     const auto [in, out] = range.Resolve(context.BoundsOf(options.track));
     if (in.ToNanoseconds() < 0) {
-        throw std::runtime_error("The range begins at " + context.TimeOf(in) + ", before zero");
+        throw Misuse("The range begins at " + context.TimeOf(in) + ", before zero");
     }
     context.Note("Range " + Stretch(context, in, out) + " (" +
                  DurationText::Print((out - in).ToNanoseconds()) + ")");
     if (options.dryRun) {
-        context.Out().Line("Would protect " + Stretch(context, in, out) + " of track " +
-                           std::to_string(options.track));
+        JsonObject fields;
+        fields.Add("track", options.track);
+        context.AddTime(fields, "from", in);
+        context.AddTime(fields, "to", out);
+        context.Would(
+            "protect " + Stretch(context, in, out) + " of track " + std::to_string(options.track),
+            fields);
         return ExitCodes::done;
     }
     const std::int64_t id = context.Ask([&, first = in, last = out](StorageClientX& client) {
@@ -132,13 +137,17 @@ Protection Find(const std::vector<Protection>& protections, std::int64_t id) {
 }
 
 int Remove(Context& context, const RemoveOptions& options) {
+    Arguments::RefuseTwice("Protection", options.protections);
     const std::vector<Protection> present = ReadAll(context);
     std::string names;
     for (const std::int64_t id : options.protections) {
         names += (names.empty() ? "" : ", ") + Describe(context, Find(present, id));
     }
     if (options.dryRun) {
-        context.Out().Line("Would remove protection " + names);
+        for (const std::int64_t id : options.protections) {
+            context.Would("remove protection " + Describe(context, Find(present, id)),
+                          JsonObject().Add("protection", id));
+        }
         return ExitCodes::done;
     }
     context.Confirm("Without protection " + names + " what it holds may be recycled. Go on?",

@@ -17,6 +17,7 @@
 #include <CLI/CLI.hpp>
 
 #include <algorithm>
+#include <atomic>
 #include <chrono>
 #include <cstdint>
 #include <exception>
@@ -24,7 +25,6 @@
 #include <optional>
 #include <stdexcept>
 #include <string>
-#include <string_view>
 #include <system_error>
 #include <thread>
 #include <utility>
@@ -65,8 +65,7 @@ class Feeder {
     bool FeedFile() {
         const std::unique_ptr<ISplitter> splitter = maker.MakeSplitter();
         try {
-            for (std::size_t size = Read(); size != 0; size = Read()) {
-                splitter->Feed(std::string_view(buffer).substr(0, size));
+            for (std::size_t size = Read(*splitter); size != 0; size = Read(*splitter)) {
                 if (!TakeAll(*splitter)) {
                     return false;
                 }
@@ -83,7 +82,12 @@ class Feeder {
         }
     }
 
-    std::size_t Read() { return input.Read(buffer.data(), buffer.size()); }
+    std::size_t Read(ISplitter& splitter) {
+        constexpr std::size_t atOnce = std::size_t{256} << 10U;
+        const std::size_t size = input.Read(splitter.Room(atOnce), atOnce);
+        splitter.Feed(size);
+        return size;
+    }
 
     bool TakeAll(ISplitter& splitter) {
         while (splitter.Take(piece)) {
@@ -96,12 +100,9 @@ class Feeder {
         return true;
     }
 
-    static constexpr std::size_t bufferSize = std::size_t{256} << 10U;
-
     ChunkMaker& maker;
     InputFiles& input;
     ChunkQueue& queue;
-    std::string buffer = std::string(bufferSize, '\0');
     std::string piece;
     std::thread thread;
 };
@@ -164,11 +165,14 @@ void Report(Context& context, std::int64_t track, const TrackAppender::Sums& sum
 }
 
 void AppendAll(Context& context, TrackAppender& appender, ChunkQueue& queue, Progress& progress) {
+    // The last words are said by another thread, when this one is stuck.
+    const auto stored = std::make_shared<std::atomic<std::int64_t>>(0);
     context.Ends().SetLastWords(
-        [&] { return std::to_string(appender.Stored().chunks) + " chunks were stored"; });
+        [stored] { return std::to_string(*stored) + " chunks were stored"; });
     for (ChunkQueue::Item item; queue.Pop(item);) {
         appender.Append(*item.chunk, item.bytes);
-        queue.GiveBack(std::move(item.chunk));
+        ++*stored;
+        queue.GiveBack(std::move(item));
         progress.Update(appender.Stored().bytes);
     }
 }
@@ -184,7 +188,7 @@ int Record(Context& context, const RecordOptions& options) {
     const Clock::time_point begin = Clock::now();
     std::exception_ptr failure;
     {
-        ChunkQueue queue;
+        ChunkQueue queue(ChunkQueue::Taking::AtOnce);
         Progress progress(context, "Recording", Progress::Unit::Bytes,
                           static_cast<std::int64_t>(InputFiles::TotalSize(options.files)));
         const Feeder feeder(maker, input, queue);

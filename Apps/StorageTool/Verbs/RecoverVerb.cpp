@@ -2,6 +2,7 @@
 
 #include "Context.h"
 #include "ExitCodes.h"
+#include "Export/DataFile.h"
 #include "Export/ExportSalvage.h"
 #include "Export/ExportWriter.h"
 #include "Progress.h"
@@ -42,13 +43,46 @@ ExportFormat::Header HeaderOf(const std::string& source) {
     }
 }
 
-int RecoverFile(Context& context, const RecoverOptions& options) {
-    if (!std::filesystem::exists(options.source)) {
-        throw std::runtime_error(options.source + ": does not exist");
+// What is printed: words, or objects.
+class Printer {
+  public:
+    Printer(Context& context, const RecoverOptions& options) : context(context), options(options) {}
+
+    void Finding(const std::string& problem) {
+        if (context.Style().json) {
+            JsonObject line;
+            line.Add("where", std::string_view(options.source));
+            line.Add("problem", std::string_view(problem));
+            context.Out().Line(line.Print());
+        } else {
+            context.Out().Line(problem);
+        }
     }
+    void Conclude(const ExportSalvage::Sums& sums) {
+        if (context.Style().json) {
+            JsonObject line;
+            line.Add("recovered", std::string_view(options.source));
+            line.Add("file", std::string_view(options.target));
+            line.Add("chunks", sums.chunks).Add("findings", sums.damages);
+            context.Out().Line(line.Print());
+            return;
+        }
+        context.Out().Line(
+            options.source + ": " + std::to_string(sums.chunks) + " chunks saved to " +
+            options.target + ": " +
+            (sums.damages == 0 ? "all was whole" : std::to_string(sums.damages) + " findings"));
+    }
+
+  private:
+    Context& context;
+    const RecoverOptions& options;
+};
+
+int RecoverFile(Context& context, const RecoverOptions& options) {
+    Printer printer(context, options);
     std::optional<ExportWriter> writer;
     Progress progress(context, "Recovering", Progress::Unit::Bytes,
-                      static_cast<std::int64_t>(std::filesystem::file_size(options.source)));
+                      static_cast<std::int64_t>(DataFile::OpenToRead(options.source).Size()));
     const auto open = [&]() -> ExportWriter& {
         return writer ? *writer : writer.emplace(options.target, HeaderOf(options.source));
     };
@@ -59,25 +93,27 @@ int RecoverFile(Context& context, const RecoverOptions& options) {
              if (!reason.empty()) {
                  throw std::runtime_error(options.target + ": " + reason);
              }
-             context.CheckInterrupt("Interrupted; " + options.target + " is not finished");
+             if (context.Ends().Requested()) {
+                 std::filesystem::remove(options.target);
+                 throw Interrupted("Interrupted after " + std::to_string(writer->Count()) +
+                                   " chunks; nothing is left of " + options.target);
+             }
          },
-         [&](const std::string& problem) { context.Out().Line(problem); },
+         [&](const std::string& problem) { printer.Finding(problem); },
          [&](std::uint64_t place) { progress.Update(static_cast<std::int64_t>(place)); }});
     open().Finish();
     if (!sums.hasHeader) {
-        context.Out().Line(options.target +
-                           ": the track's number and properties are lost; it is track 0 here");
+        printer.Finding(options.target +
+                        ": the track's number and properties are lost; it is track 0 here");
     }
-    context.Out().Line(
-        options.source + ": " + std::to_string(sums.chunks) + " chunks saved to " + options.target +
-        ": " + (sums.damages == 0 ? "all was whole" : std::to_string(sums.damages) + " findings"));
+    printer.Conclude(sums);
     return sums.damages == 0 ? ExitCodes::done : ExitCodes::lossy;
 }
 
 int Recover(Context& context, const RecoverOptions& options) {
     if (std::filesystem::is_directory(options.source)) {
         return StorageProgram(context, options.program)
-            .Run({"recover", options.source, options.target});
+            .RunForFolder("recover", options.source, {options.target});
     }
     return RecoverFile(context, options);
 }

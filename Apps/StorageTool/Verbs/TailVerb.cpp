@@ -77,6 +77,7 @@ TimePoint FindBegin(Context& context, const TailOptions& options) {
             return begin + TimePoint::Nanoseconds(1);
         }
         for (std::int64_t left = options.count - 1; left > 0 && begin > TimePoint(); --left) {
+            context.CheckInterrupt();
             const TimePoint before = reader.PreviousTimePoint(begin);
             if (before < TimePoint()) {
                 break;
@@ -107,10 +108,8 @@ std::int64_t PrintAll(Context& context, ChunkWalk& walk, IChunkPrinter& printer,
 }
 
 int Tail(Context& context, const TailOptions& options) {
-    const std::chrono::nanoseconds interval(DurationText::Parse(options.interval));
-    if (interval.count() <= 0) {
-        throw Misuse("The interval must be above 0: " + options.interval);
-    }
+    const std::chrono::nanoseconds interval = Arguments::Interval(options.interval);
+    Arguments::RefuseFormatBesideJson(context, options.format);
     if (options.stats && !options.follow) {
         throw Misuse("--stats measures what comes: it goes with -f");
     }
@@ -138,8 +137,8 @@ void DeclareTail(VerbList& verbs) {
                                [options](Context& context) { return Tail(context, *options); });
     constexpr std::int64_t mostChunks = 1'000'000'000;
     Arguments::AddTrack(verb, options->track);
-    verb.add_flag("-f,--follow", options->follow,
-                  "Go on with chunks as they come, until it is interrupted");
+    CLI::Option* const follow = verb.add_flag(
+        "-f,--follow", options->follow, "Go on with chunks as they come, until it is interrupted");
     verb.add_option("-n,--count", options->count, "How many of those that are there")
         ->type_name("NUMBER")
         ->check(Arguments::Within(0, mostChunks))
@@ -154,7 +153,7 @@ void DeclareTail(VerbList& verbs) {
     verb.add_flag("--stats", options->stats,
                   "At the end, say how long after its time point a chunk was printed; that is the "
                   "delay since it was appended where a recording takes the time of arrival");
-    Arguments::AddInterval(verb, options->interval);
+    Arguments::AddInterval(verb, options->interval)->needs(follow);
     VerbList::AddExample(verb, "brantel tail -f 8", "the lines of a log as they are recorded");
 }
 

@@ -139,7 +139,7 @@ std::vector<std::string> Compose(Context& context, const Snapshot& snapshot,
 }
 
 int Top(Context& context, const TopOptions& options) {
-    const std::chrono::nanoseconds interval(DurationText::Parse(options.interval));
+    const std::chrono::nanoseconds interval = Arguments::Interval(options.interval);
     if (context.Style().json || !context.Out().IsTerminal() || isatty(STDIN_FILENO) != 1) {
         throw Misuse("top needs a terminal; brantel ls -w and brantel worker ls suit elsewhere");
     }

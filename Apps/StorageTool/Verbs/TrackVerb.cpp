@@ -2,6 +2,7 @@
 
 #include "CommandWatch.h"
 #include "Context.h"
+#include "DurabilityText.h"
 #include "DurationText.h"
 #include "ExitCodes.h"
 #include "SizeText.h"
@@ -9,6 +10,8 @@
 #include "VerbList.h"
 #include "Verbs/Arguments.h"
 #include "Verbs/KeyValue.h"
+
+#include <libServices/SocketDisconnected.h>
 
 #include <memory>
 #include <stdexcept>
@@ -113,21 +116,23 @@ void Conclude(Context& context, const StorageClientX::TrackParameters& answer, b
     PrintCommand(context, answer, "finished", quiet ? std::to_string(answer.id) : text);
 }
 
-// Properties are the last step: a track that is there without one of them is said to be so.
+// Properties are the last step: a track without them is not what was wanted, and goes again.
 void SetProperties(Context& context, std::int64_t track,
                    const StorageClientX::Properties& properties) {
-    if (properties.empty()) {
-        return;
-    }
+    std::string reason;
     try {
-        context.Ask([&](StorageClientX& client) {
-            client.SetTrackProperties(track, properties);
-            return true;
-        });
-    } catch (const std::runtime_error&) {
-        Context::Warn(NameOf(track) + " was created, but has none of its properties");
+        context.Ask([&](StorageClientX& client) { client.SetTrackProperties(track, properties); });
+        return;
+    } catch (const SocketDisconnected&) {
+        Context::Warn(NameOf(track) + " was created, but perhaps without its properties");
         throw;
+    } catch (const std::runtime_error& error) {
+        reason = error.what();
     }
+    const auto deleted =
+        context.Ask([&](StorageClientX& client) { return client.DeleteTrack(track); });
+    CommandWatch(context, "Deleting track " + std::to_string(track), 0).Follow(deleted.commandId);
+    throw std::runtime_error(reason + "; the track was deleted again");
 }
 
 void CheckSpace(Context& context, std::int64_t wanted, const std::string& what) {
@@ -165,6 +170,7 @@ int Create(Context& context, const CreateOptions& options) {
     const std::int64_t size = ParseCapacity(options.size);
     const std::int64_t rate = ParseRate(options.rate);
     const StorageClientX::Properties properties = PropertiesOf(options);
+    DurabilityText::Check(options.durability);
     if (options.noWait && !properties.empty()) {
         throw Misuse(
             "--no-wait: a track gets its properties when it has been created; leave one "
@@ -173,9 +179,12 @@ int Create(Context& context, const CreateOptions& options) {
     if (options.dryRun) {
         CheckIsNew(context, options.id);
         CheckSpace(context, size, "A track of " + options.size);
-        context.Out().Line("Would create " +
-                           (options.id == 0 ? "a track" : "track " + std::to_string(options.id)) +
-                           " of " + Holding(size, rate));
+        JsonObject fields;
+        fields.Add("track", options.id).Add("capacity", size);
+        context.Would("create " +
+                          (options.id == 0 ? "a track" : "track " + std::to_string(options.id)) +
+                          " of " + Holding(size, rate),
+                      fields);
         return ExitCodes::done;
     }
     StorageClientX::TrackParameters wanted;
@@ -220,7 +229,9 @@ int Grow(Context& context, const GrowOptions& options) {
     const std::int64_t size = ParseGrowth(context, options);
     const std::string name = NameOf(options.track);
     if (options.dryRun) {
-        context.Out().Line("Would grow " + name + " to " + Holding(size, rate));
+        JsonObject fields;
+        fields.Add("track", options.track).Add("capacity", size);
+        context.Would("grow " + name + " to " + Holding(size, rate), fields);
         return ExitCodes::done;
     }
     StorageClientX::TrackParameters wanted;
@@ -263,7 +274,12 @@ std::string Enumerate(const std::vector<TrackOverview>& tracks) {
 bool Agree(Context& context, const EndOptions& options, const std::vector<TrackOverview>& tracks,
            const std::string& what) {
     if (options.dryRun) {
-        context.Out().Line("Would " + what + " " + Enumerate(tracks));
+        for (const TrackOverview& track : tracks) {
+            JsonObject fields;
+            fields.Add("track", std::int64_t{track.info.trackId}).Add("chunks", track.chunks);
+            fields.Add("size", std::int64_t{track.info.size});
+            context.Would(what + " " + Describe(track), fields);
+        }
         return false;
     }
     context.Confirm("This would " + what + " " + Enumerate(tracks) + ". Go on?", options.yes);
@@ -271,6 +287,7 @@ bool Agree(Context& context, const EndOptions& options, const std::vector<TrackO
 }
 
 int Clear(Context& context, const EndOptions& options) {
+    Arguments::RefuseTwice("Track", options.tracks);
     const std::vector<TrackOverview> tracks = FindAll(context, options.tracks);
     if (!Agree(context, options, tracks, "clear")) {
         return ExitCodes::done;
@@ -294,8 +311,22 @@ int Clear(Context& context, const EndOptions& options) {
     return ExitCodes::done;
 }
 
+// The server would refuse it too, but only when the tracks before it are gone.
+void RefuseHeld(const TrackOverview& track) {
+    if (!track.protections.empty() || track.writer || !track.readers.empty()) {
+        throw std::runtime_error(NameOf(track.info.trackId) + " has " +
+                                 std::to_string(track.protections.size()) + " protections and " +
+                                 std::to_string(track.readers.size() + (track.writer ? 1 : 0)) +
+                                 " open workers: nothing was deleted");
+    }
+}
+
 int Delete(Context& context, const EndOptions& options) {
+    Arguments::RefuseTwice("Track", options.tracks);
     const std::vector<TrackOverview> tracks = FindAll(context, options.tracks);
+    for (const TrackOverview& track : tracks) {
+        RefuseHeld(track);
+    }
     if (!Agree(context, options, tracks, "delete")) {
         return ExitCodes::done;
     }
