@@ -49,15 +49,17 @@ class Patience {
     void Check() {
         constexpr std::chrono::milliseconds longest(300);
         const auto now = Interrupts::Clock::now();
-        if (now - begin.value_or(now) > longest) {
+        if (waits && now - begin > longest) {
             throw OutputBlocked("Interrupted; nobody takes what is written");
         }
-        begin = begin.value_or(now);
+        begin = waits ? begin : now;
+        waits = true;
     }
-    void Renew() { begin.reset(); }
+    void Renew() { waits = false; }
 
   private:
-    std::optional<Interrupts::Clock::time_point> begin;
+    bool waits = false;
+    Interrupts::Clock::time_point begin;
 };
 
 }  // namespace
