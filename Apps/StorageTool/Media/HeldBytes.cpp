@@ -16,6 +16,7 @@ char* HeldBytes::Room(std::size_t size) {
         } else {
             const std::size_t larger = std::max(2 * capacity, held + size);
             // Not filled with zeros first, as a string or a vector would be.
+            // NOLINTNEXTLINE(*-avoid-c-arrays)
             std::unique_ptr<char[]> moved(new char[larger]);
             if (held > 0) {
                 std::memcpy(moved.get(), bytes.get() + begin, held);

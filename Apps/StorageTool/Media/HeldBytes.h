@@ -27,7 +27,7 @@ class HeldBytes {
     std::uint64_t Offset() const { return offset; }
 
   private:
-    std::unique_ptr<char[]> bytes;
+    std::unique_ptr<char[]> bytes;  // NOLINT(*-avoid-c-arrays)
     std::size_t capacity = 0;
     std::size_t begin = 0;
     std::size_t end = 0;
