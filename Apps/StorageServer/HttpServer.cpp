@@ -2,10 +2,10 @@
 
 #include "HttpExchange.h"
 #include "HttpListener.h"
+#include "StopEvent.h"
 
 #include <httplib.h>
 #include <poll.h>
-#include <sys/eventfd.h>
 #include <sys/socket.h>
 #include <unistd.h>
 
@@ -16,7 +16,6 @@
 #include <exception>
 #include <mutex>
 #include <stdexcept>
-#include <system_error>
 #include <thread>
 #include <utility>
 #include <vector>
@@ -66,21 +65,13 @@ class Protocol : public httplib::Server {
     const HttpServer::Answer answer;
 };
 
-int MakeEvent() {
-    const int event = eventfd(0, EFD_CLOEXEC | EFD_NONBLOCK);
-    if (event < 0) {
-        throw std::system_error(errno, std::generic_category(), "eventfd");
-    }
-    return event;
-}
-
 }  // namespace
 
 // One thread accepts, the others serve.
 class HttpServer::Threads {
   public:
     Threads(const ListenAddress& address, Answer answer, HttpLimits limits)
-        : limits(limits), protocol(std::move(answer)), listener(address), stop(MakeEvent()) {
+        : limits(limits), protocol(std::move(answer)), listener(address) {
         try {
             threads.emplace_back([this] { Accept(); });
             for (std::size_t count = 0; count < limits.threads; ++count) {
@@ -110,7 +101,7 @@ class HttpServer::Threads {
             const std::lock_guard lock(mutex);
             isStopping = true;
         }
-        eventfd_write(stop, 1);
+        stop.Raise();
         arrived.notify_all();
         for (std::thread& thread : threads) {
             thread.join();
@@ -118,12 +109,11 @@ class HttpServer::Threads {
         for (const Connection& waiting : queue) {
             close(waiting.socket);
         }
-        close(stop);
     }
 
     // False: it is time to end. Returns for any connection, and after the time.
     bool WaitForConnection(int milliseconds, bool isListening) const {
-        std::array<pollfd, 2> events{{{stop, POLLIN, 0}, {listener.Get(), POLLIN, 0}}};
+        std::array<pollfd, 2> events{{{stop.Get(), POLLIN, 0}, {listener.Get(), POLLIN, 0}}};
         poll(events.data(), isListening ? 2 : 1, milliseconds);
         return events[0].revents == 0;
     }
@@ -176,7 +166,7 @@ class HttpServer::Threads {
 
     void ServeOne(const Connection& connection) noexcept {
         try {
-            HttpExchange exchange(connection.socket, stop, connection.deadline,
+            HttpExchange exchange(connection.socket, stop.Get(), connection.deadline,
                                   limits.requestBytes);
             protocol.Serve(exchange);
             exchange.Finish();
@@ -189,7 +179,7 @@ class HttpServer::Threads {
     const HttpLimits limits;
     Protocol protocol;  // constant after construction
     const HttpListener listener;
-    const int stop;  // readable from Stop on
+    const StopEvent stop;
     std::mutex mutex;
     std::condition_variable arrived;
     // guarded by mutex

@@ -4,16 +4,13 @@
 
 #include <poll.h>
 #include <pthread.h>
-#include <sys/eventfd.h>
 #include <sys/signalfd.h>
 #include <unistd.h>
 
 #include <algorithm>
 #include <array>
-#include <cerrno>
 #include <csignal>
 #include <cstdlib>
-#include <system_error>
 
 namespace Brantel::Server {
 
@@ -23,26 +20,17 @@ constexpr std::chrono::milliseconds tellPause{5000};
 // For the last lines of the log.
 constexpr std::chrono::milliseconds farewell{500};
 
-int MakeEvent() {
-    const int event = eventfd(0, EFD_CLOEXEC | EFD_NONBLOCK);
-    if (event < 0) {
-        throw std::system_error(errno, std::generic_category(), "eventfd");
-    }
-    return event;
-}
-
 }  // namespace
 
 SignalWatch::SignalWatch(const ServerSignals& givenSignals, ServerLog& log,
                          std::chrono::milliseconds limit)
-    : log(log), limit(limit), signals(givenSignals.Open()), stop(MakeEvent()) {
+    : log(log), limit(limit), signals(givenSignals.Open()) {
     thread = std::thread([this] { Run(); });
 }
 
 SignalWatch::~SignalWatch() {
-    eventfd_write(stop, 1);
+    stop.Raise();
     thread.join();
-    close(stop);
     close(signals);
 }
 
@@ -64,7 +52,7 @@ int SignalWatch::Wait() {
 void SignalWatch::Run() {
     pthread_setname_np(pthread_self(), "signals");
     for (;;) {
-        std::array<pollfd, 2> events{{{stop, POLLIN, 0}, {signals, POLLIN, 0}}};
+        std::array<pollfd, 2> events{{{stop.Get(), POLLIN, 0}, {signals, POLLIN, 0}}};
         poll(events.data(), events.size(), Pause());
         if (events[0].revents != 0) {
             return;

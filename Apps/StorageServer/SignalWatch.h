@@ -2,6 +2,7 @@
 
 #include "ServerLog.h"
 #include "ServerSignals.h"
+#include "StopEvent.h"
 
 #include <chrono>
 #include <condition_variable>
@@ -50,8 +51,8 @@ class SignalWatch {
     ServerLog& log;
     const std::chrono::milliseconds limit;
     const Clock::time_point start = Clock::now();
+    const StopEvent stop;
     const int signals;
-    const int stop;  // readable from the destructor on
     std::mutex mutex;
     std::condition_variable heard;
     // Guarded by the mutex.
