@@ -32,7 +32,7 @@ void Log::ThrowIndexDamaged(const Run& run) const {
                                   " log is not what it was");
 }
 
-std::optional<FoundChunk> Log::FindAfter(std::int64_t timePoint, TableSet& tables) const {
+std::optional<Log::Place> Log::LocateAfter(std::int64_t timePoint, TableSet& tables) const {
     const auto run = std::partition_point(
         runs.begin(), runs.end(), [timePoint](const Run& r) { return r.last <= timePoint; });
     if (run == runs.end()) {
@@ -42,14 +42,14 @@ std::optional<FoundChunk> Log::FindAfter(std::int64_t timePoint, TableSet& table
     if (table == nullptr) {
         return std::nullopt;
     }
-    const EntryTable::Cursor found = table->SeekAfter(run->begin, run->end, timePoint);
-    if (found.GetIndex() == run->end) {
+    const std::size_t index = table->FindAfter(run->begin, run->end, timePoint);
+    if (index == run->end) {
         ThrowIndexDamaged(*run);
     }
-    return FoundChunk{{track, kind, run->segment}, found.GetEntry()};
+    return Place{&*run, table, index};
 }
 
-std::optional<FoundChunk> Log::FindUpTo(std::int64_t timePoint, TableSet& tables) const {
+std::optional<Log::Place> Log::LocateUpTo(std::int64_t timePoint, TableSet& tables) const {
     const auto behind = std::partition_point(
         runs.begin(), runs.end(), [timePoint](const Run& r) { return r.first <= timePoint; });
     if (behind == runs.begin()) {
@@ -60,27 +60,71 @@ std::optional<FoundChunk> Log::FindUpTo(std::int64_t timePoint, TableSet& tables
     if (table == nullptr) {
         return std::nullopt;
     }
-    const auto found = table->FindUpTo(run.begin, run.end, timePoint);
-    if (!found) {
+    const std::size_t index = table->FindAfter(run.begin, run.end, timePoint);
+    if (index == run.begin) {
         ThrowIndexDamaged(run);
     }
-    return FoundChunk{{track, kind, run.segment}, *found};
+    return Place{&run, table, index - 1};
 }
 
-ChunkSums Log::SumBefore(std::int64_t timePoint, TableSet& tables) const {
+FoundChunk Log::Get(const Place& place) const {
+    return {{track, kind, place.run->segment}, place.table->GetEntry(place.index)};
+}
+
+std::optional<FoundChunk> Log::FindAfter(std::int64_t timePoint, TableSet& tables) const {
+    const auto place = LocateAfter(timePoint, tables);
+    return place ? std::optional(Get(*place)) : std::nullopt;
+}
+
+std::optional<FoundChunk> Log::FindUpTo(std::int64_t timePoint, TableSet& tables) const {
+    const auto place = LocateUpTo(timePoint, tables);
+    return place ? std::optional(Get(*place)) : std::nullopt;
+}
+
+std::optional<std::int64_t> Log::FindTimeAfter(std::int64_t timePoint, TableSet& tables) const {
+    const auto place = LocateAfter(timePoint, tables);
+    return place ? std::optional(place->table->GetTimePoint(place->index)) : std::nullopt;
+}
+
+std::optional<std::int64_t> Log::FindTimeUpTo(std::int64_t timePoint, TableSet& tables) const {
+    const auto place = LocateUpTo(timePoint, tables);
+    return place ? std::optional(place->table->GetTimePoint(place->index)) : std::nullopt;
+}
+
+Log::Place Log::AimAt(std::int64_t timePoint, TableSet& tables) const {
     const auto run = std::partition_point(runs.begin(), runs.end(),
                                           [timePoint](const Run& r) { return r.last < timePoint; });
     if (run == runs.end()) {
-        return total;
-    }
-    const EntryTable* table = GetTable(*run, tables);
-    if (table == nullptr) {
         return {};
     }
-    const EntryTable::Cursor place = run->first >= timePoint
-                                         ? EntryTable::Cursor(*table, run->begin)
-                                         : table->SeekAfter(run->begin, run->end, timePoint - 1);
-    return {run->countBase + place.GetIndex(), run->durationBase + place.GetDurationBefore()};
+    const EntryTable* table = GetTable(*run, tables);
+    if (table != nullptr) {
+        table->Prefetch(run->begin, run->end, timePoint);
+    }
+    return {&*run, table, 0};
+}
+
+ChunkSums Log::SumBefore(const Place& aim, std::int64_t timePoint) const {
+    if (aim.run == nullptr) {
+        return total;
+    }
+    const Run& run = *aim.run;
+    const std::size_t index = run.first >= timePoint
+                                  ? run.begin
+                                  : aim.table->FindAfter(run.begin, run.end, timePoint - 1);
+    return {run.countBase + index, run.durationBase + aim.table->GetDurationBefore(index)};
+}
+
+ChunkSums Log::Sum(std::int64_t in, std::int64_t out, TableSet& tables) const {
+    // Both at once: what is looked at is seldom in the processor's caches.
+    const Place from = AimAt(in, tables);
+    const Place to = AimAt(out, tables);
+    if (tables.IsMissing()) {
+        return {};
+    }
+    const ChunkSums before = SumBefore(from, in);
+    const ChunkSums behind = SumBefore(to, out);
+    return {behind.count - before.count, behind.duration - before.duration};
 }
 
 void Log::Open(std::uint64_t segment, std::shared_ptr<EntryTable> table) {
@@ -90,6 +134,7 @@ void Log::Open(std::uint64_t segment, std::shared_ptr<EntryTable> table) {
 
 void Log::Close(EntryCache& cache, std::uint64_t instance) {
     if (openTable) {
+        openTable->Pack();
         cache.Put(EntryCache::Key{instance, kind, openSegment}, std::move(openTable));
         openTable.reset();
     }

@@ -2,6 +2,7 @@
 
 #include <libEngine/EngineTypes.h>
 
+#include <cstddef>
 #include <cstdint>
 #include <memory>
 #include <optional>
@@ -75,8 +76,11 @@ class Log {
     std::optional<FoundChunk> FindAfter(std::int64_t timePoint, TableSet& tables) const;
     // The last chunk at or before `timePoint`.
     std::optional<FoundChunk> FindUpTo(std::int64_t timePoint, TableSet& tables) const;
-    // The chunks before `timePoint`; only differences of two answers mean something.
-    ChunkSums SumBefore(std::int64_t timePoint, TableSet& tables) const;
+    // Time points of the same: what lies elsewhere in their entries is not looked at.
+    std::optional<std::int64_t> FindTimeAfter(std::int64_t timePoint, TableSet& tables) const;
+    std::optional<std::int64_t> FindTimeUpTo(std::int64_t timePoint, TableSet& tables) const;
+    // The chunks in [in, out), in < out.
+    ChunkSums Sum(std::int64_t in, std::int64_t out, TableSet& tables) const;
     Engine::SegmentId GetId(const Run& run) const { return {track, kind, run.segment}; }
     // The index of a run's segment. Throws EngineError (Damaged) when it has fewer entries than it
     // had, as what is left of a damaged one may.
@@ -105,6 +109,21 @@ class Log {
     void Replace(std::vector<Run> others);
 
   private:
+    // Where an entry is.
+    struct Place {
+        const Run* run = nullptr;
+        const EntryTable* table = nullptr;
+        std::size_t index = 0;
+    };
+
+    std::optional<Place> LocateAfter(std::int64_t timePoint, TableSet& tables) const;
+    std::optional<Place> LocateUpTo(std::int64_t timePoint, TableSet& tables) const;
+    // Where the first chunk at or behind the time point is to be looked for: without an index yet,
+    // and without a run behind the last one.
+    Place AimAt(std::int64_t timePoint, TableSet& tables) const;
+    // The chunks before the time point; only differences of two answers mean something.
+    ChunkSums SumBefore(const Place& aim, std::int64_t timePoint) const;
+    FoundChunk Get(const Place& place) const;
     void Count(Run& run);
     [[noreturn]] void ThrowIndexDamaged(const Run& run) const;
 

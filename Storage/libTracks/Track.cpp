@@ -24,10 +24,6 @@ std::int64_t Saturated(std::uint64_t sum) {
     return sum > static_cast<std::uint64_t>(most) ? most : static_cast<std::int64_t>(sum);
 }
 
-std::int64_t TimePointOf(const std::optional<FoundChunk>& found) {
-    return found ? found->entry.timePoint : -1;
-}
-
 }  // namespace
 
 Track::Track(const TrackContext& context)
@@ -175,15 +171,15 @@ bool Track::GetPreviousChunk(std::int64_t timePoint, const Protocol::KeyList& ke
 }
 
 std::int64_t Track::GetNextTimePoint(std::int64_t timePoint) {
-    return TimePointOf(Ask([timePoint](const TrackIndex& index, TableSet& tables) {
-        return index.FindAfter(timePoint, tables);
-    }));
+    return Ask([timePoint](const TrackIndex& index, TableSet& tables) {
+        return index.FindTimeAfter(timePoint, tables).value_or(-1);
+    });
 }
 
 std::int64_t Track::GetPreviousTimePoint(std::int64_t timePoint) {
-    return TimePointOf(Ask([timePoint](const TrackIndex& index, TableSet& tables) {
-        return index.FindBefore(timePoint, tables);
-    }));
+    return Ask([timePoint](const TrackIndex& index, TableSet& tables) {
+        return index.FindTimeBefore(timePoint, tables).value_or(-1);
+    });
 }
 
 std::int64_t Track::GetBeginning() {

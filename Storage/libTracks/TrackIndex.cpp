@@ -26,18 +26,35 @@ std::int64_t TrackIndex::GetEnd() const {
     return held.IsEmpty() ? -1 : held.GetEnd();
 }
 
+const Log& TrackIndex::LogWithAfter(std::int64_t timePoint) const {
+    return !held.IsEmpty() && held.GetLast() > timePoint ? held : ring;
+}
+
+const Log& TrackIndex::LogWithUpTo(std::int64_t timePoint) const {
+    return !ring.IsEmpty() && ring.GetFirst() <= timePoint ? ring : held;
+}
+
 std::optional<FoundChunk> TrackIndex::FindAfter(std::int64_t timePoint, TableSet& tables) const {
-    const bool isHeld = !held.IsEmpty() && held.GetLast() > timePoint;
-    return (isHeld ? held : ring).FindAfter(timePoint, tables);
+    return LogWithAfter(timePoint).FindAfter(timePoint, tables);
 }
 
 std::optional<FoundChunk> TrackIndex::FindUpTo(std::int64_t timePoint, TableSet& tables) const {
-    const bool isInRing = !ring.IsEmpty() && ring.GetFirst() <= timePoint;
-    return (isInRing ? ring : held).FindUpTo(timePoint, tables);
+    return LogWithUpTo(timePoint).FindUpTo(timePoint, tables);
 }
 
 std::optional<FoundChunk> TrackIndex::FindBefore(std::int64_t timePoint, TableSet& tables) const {
     return timePoint <= 0 ? std::nullopt : FindUpTo(timePoint - 1, tables);
+}
+
+std::optional<std::int64_t> TrackIndex::FindTimeAfter(std::int64_t timePoint,
+                                                      TableSet& tables) const {
+    return LogWithAfter(timePoint).FindTimeAfter(timePoint, tables);
+}
+
+std::optional<std::int64_t> TrackIndex::FindTimeBefore(std::int64_t timePoint,
+                                                       TableSet& tables) const {
+    return timePoint <= 0 ? std::nullopt
+                          : LogWithUpTo(timePoint - 1).FindTimeUpTo(timePoint - 1, tables);
 }
 
 std::optional<FoundChunk> TrackIndex::FindCovering(std::int64_t timePoint, TableSet& tables) const {
@@ -55,10 +72,11 @@ ChunkSums TrackIndex::Sum(std::int64_t in, std::int64_t out, TableSet& tables) c
         return sums;
     }
     for (const Log* log : {&held, &ring}) {
-        const ChunkSums before = log->SumBefore(in, tables);
-        const ChunkSums behind = log->SumBefore(out, tables);
-        sums.count += behind.count - before.count;
-        sums.duration += behind.duration - before.duration;
+        if (!log->IsEmpty()) {
+            const ChunkSums some = log->Sum(in, out, tables);
+            sums.count += some.count;
+            sums.duration += some.duration;
+        }
     }
     return sums;
 }

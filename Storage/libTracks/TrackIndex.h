@@ -24,6 +24,9 @@ struct TrackIndex {
     std::optional<FoundChunk> FindUpTo(std::int64_t timePoint, TableSet& tables) const;
     // The last chunk before the time point.
     std::optional<FoundChunk> FindBefore(std::int64_t timePoint, TableSet& tables) const;
+    // Only where they begin: the first after, and the last before, the time point.
+    std::optional<std::int64_t> FindTimeAfter(std::int64_t timePoint, TableSet& tables) const;
+    std::optional<std::int64_t> FindTimeBefore(std::int64_t timePoint, TableSet& tables) const;
     // The chunk that covers the time point: GetChunk's rule.
     std::optional<FoundChunk> FindCovering(std::int64_t timePoint, TableSet& tables) const;
     // The chunks with a time point in [in, out).
@@ -31,6 +34,10 @@ struct TrackIndex {
 
     Log held;
     Log ring;
+
+  private:
+    const Log& LogWithAfter(std::int64_t timePoint) const;
+    const Log& LogWithUpTo(std::int64_t timePoint) const;
 };
 
 }  // namespace Brantel::Tracks

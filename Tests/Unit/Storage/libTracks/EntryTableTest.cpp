@@ -57,14 +57,94 @@ Entries WildEntries(std::size_t count) {
     return entries;
 }
 
+// Of all sizes, each right behind the one before, but for a pause here and there.
+Entries PausedEntries(std::size_t count) {
+    Entries entries = RegularEntries(count);
+    std::mt19937_64 random(11);
+    std::int64_t pause = 0;
+    std::uint32_t offset = 4096;
+    for (std::size_t index = 0; index < count; ++index) {
+        pause += index % 1500 == 1499 ? 3600000000000 : 0;
+        entries[index].timePoint += pause;
+        entries[index].offset = offset;
+        entries[index].length = 256 + 8 * static_cast<std::uint32_t>(random() % 32);
+        offset += entries[index].length;
+    }
+    return entries;
+}
+
+// At 30 a second, which no whole number of nanoseconds makes.
+Entries UnevenEntries(std::size_t count) {
+    Entries entries = RegularEntries(count);
+    std::int64_t time = entries[0].timePoint;
+    for (std::size_t index = 0; index < count; ++index) {
+        entries[index].timePoint = time;
+        entries[index].duration = index % 3 == 0 ? 33333334 : 33333333;
+        time += entries[index].duration;
+    }
+    return entries;
+}
+
+std::vector<Entries> AllKinds(std::size_t count) {
+    return {RegularEntries(count), PausedEntries(count), UnevenEntries(count), WildEntries(count)};
+}
+
+void ExpectSame(const EntryTable& table, const Entries& entries) {
+    ASSERT_EQ(table.GetSize(), entries.size());
+    std::uint64_t sum = 0;
+    for (std::size_t index = 0; index < entries.size(); ++index) {
+        ASSERT_EQ(table.GetEntry(index), entries[index]) << index;
+        ASSERT_EQ(table.GetTimePoint(index), entries[index].timePoint) << index;
+        ASSERT_EQ(table.GetDurationBefore(index), sum) << index;
+        sum += static_cast<std::uint64_t>(entries[index].duration);
+    }
+    ASSERT_EQ(table.GetDurationBefore(entries.size()), sum);
+}
+
 }  // namespace
 
 TEST(EntryTableTest, EntriesComeBackAsTheyWereAdded) {
-    for (const Entries& entries : {RegularEntries(1000), WildEntries(1000)}) {
-        const EntryTable table(entries);
-        ASSERT_EQ(table.GetSize(), entries.size());
+    for (const Entries& entries : AllKinds(5000)) {
+        ExpectSame(EntryTable(entries), entries);
+    }
+}
+
+TEST(EntryTableTest, ATableOfAnySizeCanBeAddedTo) {
+    for (const Entries& entries : AllKinds(2200)) {
+        for (const std::size_t first : {0, 1, 63, 64, 65, 1023, 1024, 1025, 1088, 2111}) {
+            EntryTable table(
+                {entries.begin(), entries.begin() + static_cast<std::ptrdiff_t>(first)});
+            for (std::size_t index = first; index < entries.size(); ++index) {
+                table.Add(entries[index]);
+            }
+            ExpectSame(table, entries);
+        }
+    }
+}
+
+TEST(EntryTableTest, WhatIsPackedInBetweenStaysAsItWas) {
+    for (const Entries& entries : AllKinds(1200)) {
+        EntryTable table;
         for (std::size_t index = 0; index < entries.size(); ++index) {
-            ASSERT_EQ(table.GetEntry(index), entries[index]) << index;
+            table.Add(entries[index]);
+            if (index % 37 == 0) {
+                table.Pack();
+            }
+        }
+        ExpectSame(table, entries);
+    }
+}
+
+TEST(EntryTableTest, AnyTimePointOfALargeTableIsFound) {
+    for (const Entries& entries : AllKinds(5000)) {
+        const EntryTable table(entries);
+        for (const std::size_t begin : {std::size_t{0}, std::size_t{777}, std::size_t{2500}}) {
+            for (std::size_t index = begin; index < entries.size(); ++index) {
+                const std::int64_t time = entries[index].timePoint;
+                ASSERT_EQ(table.FindAfter(begin, entries.size(), time), index + 1);
+                ASSERT_EQ(table.FindAfter(begin, entries.size(), time - 1), index);
+                ASSERT_EQ(table.FindAfter(begin, index + 1, time + 1), index + 1);
+            }
         }
     }
 }
@@ -121,8 +201,9 @@ TEST(EntryTableTest, AChunkOfARegularStreamTakesAFewBytes) {
     for (const Engine::ChunkEntry& entry : RegularEntries(count)) {
         table.Add(entry);
     }
-    EXPECT_LT(table.GetMemory(), 8 * count);
-    EXPECT_LT(EntryTable(RegularEntries(count)).GetMemory(), 5 * count);
+    EXPECT_LT(table.GetMemory(), 4 * count);
+    EXPECT_LT(EntryTable(RegularEntries(count)).GetMemory(), 2 * count);
+    EXPECT_LT(EntryTable(PausedEntries(count)).GetMemory(), 3 * count);
     RecordProperty("bytesForEachOpenChunk", std::to_string(table.GetMemory() / count));
 }
 
