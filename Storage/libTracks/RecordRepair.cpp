@@ -32,6 +32,12 @@ std::string LostProperties() {
 constexpr const char* lostPropertiesText =
     "its properties are lost, and it recycles nothing until storage.retention is set again";
 
+bool HasPossibleTimes(const Engine::SegmentInfo& info) {
+    return info.first.timePoint >= 0 && info.last.timePoint >= info.first.timePoint &&
+           info.last.duration >= 0 &&
+           info.last.duration <= std::numeric_limits<std::int64_t>::max() - info.last.timePoint;
+}
+
 }  // namespace
 
 void RecordRepair::Run() {
@@ -116,15 +122,17 @@ bool RecordRepair::HasProtection(Engine::TrackId track) {
     });
 }
 
-// Chunks lie in the held log because somebody protected them.
+// Chunks lie in the held log because somebody protected them. Of segments with impossible times
+// nothing is held: whoever loads the track refuses them.
 void RecordRepair::HoldWhatWasHeld(Engine::TrackId track) {
-    std::int64_t begin = std::numeric_limits<std::int64_t>::max();
+    constexpr std::int64_t largest = std::numeric_limits<std::int64_t>::max();
+    std::int64_t begin = largest;
     std::int64_t end = -1;
     for (const Engine::SegmentInfo& info : engine.ListSegments(track)) {
-        if (info.id.log == Engine::LogKind::Held && info.count > 0) {
+        if (info.id.log == Engine::LogKind::Held && info.count > 0 && HasPossibleTimes(info)) {
+            const std::uint64_t last = Protections::EndOf(info.last.timePoint, info.last.duration);
             begin = std::min(begin, info.first.timePoint);
-            end =
-                std::max(end, info.last.timePoint + std::max<std::int64_t>(info.last.duration, 1));
+            end = std::max(end, static_cast<std::int64_t>(std::min<std::uint64_t>(last, largest)));
         }
     }
     if (end < 0 || HasProtection(track)) {
