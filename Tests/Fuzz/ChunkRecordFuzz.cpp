@@ -48,22 +48,24 @@ void RequireUnchanged(const DataChunk& chunk) {
 // A file in memory that begins with one byte more, so that no position is 0 by chance.
 class MemoryFile {
   public:
-    MemoryFile(const std::uint8_t* data, std::size_t size)
-        : fd(memfd_create("record", MFD_CLOEXEC)) {
+    MemoryFile() : fd(memfd_create("record", MFD_CLOEXEC)) {
         Require(fd >= 0 && write(fd, "x", 1) == 1, "a file can be made");
-        Require(write(fd, data, size) == static_cast<ssize_t>(size), "a file can be filled");
-        Rewind();
     }
     ~MemoryFile() { close(fd); }
     MemoryFile(const MemoryFile&) = delete;
     MemoryFile& operator=(const MemoryFile&) = delete;
 
+    // Makes these bytes its contents.
+    void Fill(const std::uint8_t* data, std::size_t size) const {
+        Require(pwrite(fd, data, size, 1) == static_cast<ssize_t>(size), "a file can be filled");
+        Require(ftruncate(fd, static_cast<off_t>(size) + 1) == 0, "a file can end");
+    }
     int Get() const { return fd; }
-    void Rewind() { lseek(fd, 1, SEEK_SET); }
+    void Rewind() const { lseek(fd, 1, SEEK_SET); }
     std::size_t Position() const { return static_cast<std::size_t>(lseek(fd, 0, SEEK_CUR)) - 1; }
 
   private:
-    int fd;
+    const int fd;
 };
 
 std::size_t FromBuffer(const std::uint8_t* data, std::size_t size) {
@@ -85,7 +87,7 @@ bool OnlyFrom(const std::set<std::string>& found, const std::set<std::string>& w
     return std::includes(wanted.begin(), wanted.end(), found.begin(), found.end());
 }
 
-void FromFile(MemoryFile& file, const std::set<std::string>& keys, std::size_t expected) {
+void FromFile(const MemoryFile& file, const std::set<std::string>& keys, std::size_t expected) {
     DataChunk chunk = Marked();
     std::string reason;
     file.Rewind();
@@ -104,7 +106,8 @@ void FromFile(MemoryFile& file, const std::set<std::string>& keys, std::size_t e
 
 extern "C" int LLVMFuzzerTestOneInput(const std::uint8_t* data, std::size_t size) {
     const std::size_t taken = FromBuffer(data, size);
-    MemoryFile file(data, size);
+    static const MemoryFile file;
+    file.Fill(data, size);
     FromFile(file, {}, taken);
     FromFile(file, {"image"}, taken);
     return 0;

@@ -42,6 +42,15 @@ void PutChecksum(std::string& bytes, std::size_t at, std::string_view of) {
     std::memcpy(bytes.data() + at, &checksum, sizeof checksum);
 }
 
+// Makes the two checksums of what may be the trailer right.
+void MakeEndRight(std::string& bytes) {
+    constexpr std::size_t guarded = ExportFormat::trailerSize - ExportFormat::checksumSize;
+    const std::size_t place = bytes.size() - ExportFormat::trailerSize;
+    const std::string_view all = bytes;
+    PutChecksum(bytes, place + guarded - ExportFormat::checksumSize, all.substr(0, place));
+    PutChecksum(bytes, place + guarded, all.substr(place, guarded));
+}
+
 // Makes the checksums of the header and of the parts behind it right, as far as their sizes lead.
 void MakeRight(std::string& bytes) {
     std::size_t place = 0;
@@ -68,14 +77,21 @@ void MakeRight(std::string& bytes) {
                     std::string_view(bytes).substr(place + ExportFormat::checksumSize,
                                                    size - ExportFormat::checksumSize));
         place += size;
+        if (head.isIndex && bytes.size() - place == ExportFormat::trailerSize) {
+            MakeEndRight(bytes);
+            return;
+        }
     }
 }
 
+// The same file in memory each time, with these contents.
 DataFile FileOf(const std::string& bytes) {
-    const int descriptor = memfd_create("export", MFD_CLOEXEC);
+    static const int memory = memfd_create("export", MFD_CLOEXEC);
+    const int descriptor = dup(memory);
     Require(descriptor >= 0, "a file can be made");
     DataFile file(descriptor, "file");
     file.Write(0, bytes);
+    file.Truncate(bytes.size());
     return file;
 }
 
@@ -89,6 +105,7 @@ void ReadAll(const std::string& bytes) {
             Require(timePoint > last, "time points increase");
             last = timePoint;
         }
+        Require(ExportReader::IsFinished(FileOf(bytes)), "what comes to its end was finished");
     } catch (const ExportDamage& damage) {
         Require(damage.Place() <= bytes.size(), "damage lies in the file");
         Require(reader.Place() <= damage.Place(), "the reader stays before the damage");

@@ -2,11 +2,12 @@
 // messages, refusals and reason of the end, whatever the peer does. Or the receiver of large
 // messages alone, which then gets small ones too.
 //
-// The first byte chooses the type of the messages and, by its highest bit, the receiver alone. What
-// follows says how the stream is made, so that a short input makes a long one: an operation in
-// three bits, and its argument.
+// The first byte chooses the type of the messages, by its highest bit the receiver alone and by the
+// next one a long stream. What follows says how the stream is made, so that a short input makes a
+// long one: an operation in three bits, and its argument.
 #include "Support/Frames.h"
 #include "Support/FuzzCheck.h"
+#include "Support/MessageMutator.h"
 #include "Support/ReferenceParser.h"
 #include "Support/SocketPair.h"
 
@@ -22,76 +23,123 @@
 #include <EveryField.pb.h>
 #include <EveryField3.pb.h>
 
+#include <algorithm>
 #include <array>
+#include <cstring>
 #include <memory>
 #include <optional>
 #include <string>
-#include <thread>
+#include <string_view>
 #include <vector>
+
+extern "C" std::size_t LLVMFuzzerMutate(std::uint8_t* data, std::size_t size, std::size_t maxSize)
+    __attribute__((weak));
 
 namespace {
 
 using Brantel::Services::FileDescriptorServiceConnection;
 using Brantel::Tests::FuzzInput;
+using Brantel::Tests::MessageMutator;
 using Brantel::Tests::Require;
 using google::protobuf::Message;
 
-constexpr std::size_t messageLimit = 200'000;
-constexpr std::size_t streamLimit = 400'000;
+// Of the first byte.
+constexpr std::uint8_t alone = 0x80;
+constexpr std::uint8_t isLong = 0x40;
+// Over what the reader's buffer holds, so that all ways to receive are taken, and not far over it.
+constexpr std::size_t messageLimit = 70'000;
+constexpr std::size_t streamLimit = 140'000;
+// Most streams are to be quick: over the length from which a text is received in place.
+constexpr std::size_t shortStreamLimit = 12'288;
+// Enough to find what one leaves behind for the next. More messages than frames come when the
+// stream is out of step: each byte may be one then.
+constexpr std::size_t mostFrames = 8;
+constexpr std::size_t mostMessages = 16;
+
+// A frame, or what stands before the first one.
+struct Part {
+    bool isFrame = false;
+    std::string bytes;
+    std::vector<std::size_t> cuts;  // where a piece ends, in the order of the bytes
+};
+
+std::vector<Part> MakeParts(FuzzInput& input, std::uint8_t kind) {
+    const std::size_t limit = (kind & isLong) != 0 ? streamLimit : shortStreamLimit;
+    std::vector<Part> parts(1);
+    std::size_t size = 0;
+    while (!input.AtEnd() && size < limit && parts.size() <= mostFrames) {
+        const std::uint8_t operation = input.Byte();
+        std::string& bytes = parts.back().bytes;
+        const std::size_t before = bytes.size();
+        switch (operation & 7U) {
+            case 0: parts.back().cuts.push_back(before); continue;
+            case 1: parts.push_back({true, {}, {}}); continue;
+            case 2: {
+                const std::size_t count = input.Short();
+                bytes.append(std::min(count, limit), static_cast<char>(input.Byte()));
+                break;
+            }
+            case 3: bytes += input.Bytes(input.Short()); break;
+            default: bytes += input.Bytes(1U + (operation >> 3U)); break;
+        }
+        size += bytes.size() - before;
+    }
+    return parts;
+}
 
 struct Stream {
     std::string bytes;
-    std::vector<std::size_t> cuts;   // where a piece ends
+    std::vector<std::size_t> cuts;
     std::vector<std::size_t> sizes;  // of the frames
 };
 
-// Ends the frame that began at `begin`, with its length in front when frames have one.
-void Close(Stream& stream, std::size_t begin, bool hasLengths) {
-    stream.sizes.push_back(stream.bytes.size() - begin);
-    if (hasLengths) {
-        const std::string length = Brantel::Tests::Varint(stream.sizes.back());
-        stream.bytes.insert(begin, length);
-        for (std::size_t& cut : stream.cuts) {
-            cut += cut > begin ? length.size() : 0;
-        }
-    }
-}
-
-Stream MakeStream(FuzzInput& input, bool hasLengths) {
+// With each frame's length in front when frames have one.
+Stream MakeStream(const std::vector<Part>& parts, bool hasLengths) {
     Stream stream;
-    std::optional<std::size_t> frame;
-    while (!input.AtEnd() && stream.bytes.size() < streamLimit) {
-        const std::uint8_t operation = input.Byte();
-        switch (operation & 7U) {
-            case 0: stream.cuts.push_back(stream.bytes.size()); break;
-            case 1:
-                if (frame) {
-                    Close(stream, *frame, hasLengths);
-                }
-                frame = stream.bytes.size();
-                break;
-            case 2: stream.bytes.append(input.Short(), static_cast<char>(input.Byte())); break;
-            case 3: stream.bytes += input.Bytes(input.Short()); break;
-            default: stream.bytes += input.Bytes(1U + (operation >> 3U)); break;
+    for (const Part& part : parts) {
+        std::string length;
+        if (part.isFrame) {
+            stream.sizes.push_back(part.bytes.size());
+            length = hasLengths ? Brantel::Tests::Varint(part.bytes.size()) : "";
         }
-    }
-    if (frame) {
-        Close(stream, *frame, hasLengths);
+        for (const std::size_t cut : part.cuts) {
+            stream.cuts.push_back(stream.bytes.size() + (cut == 0 ? 0 : length.size() + cut));
+        }
+        stream.bytes += length;
+        stream.bytes += part.bytes;
     }
     return stream;
 }
 
-void Write(Brantel::Tests::RawPeer& peer, const Stream& stream) {
-    std::size_t begin = 0;
-    const std::string_view bytes = stream.bytes;
-    for (const std::size_t cut : stream.cuts) {
-        if (!peer.TryWritePiece(bytes.substr(begin, cut - begin))) {
-            return;
+// What is received from a socket: the pieces of a stream, one after the other, then its end.
+class Pieces {
+  public:
+    explicit Pieces(const Stream& stream) : stream(&stream), cut(stream.cuts.begin()) {}
+
+    // As `recv` does.
+    ssize_t Receive(void* target, std::size_t size) {
+        while (cut != stream->cuts.end() && *cut <= place) {
+            ++cut;
         }
-        begin = cut;
+        const std::size_t end = cut == stream->cuts.end() ? stream->bytes.size() : *cut;
+        const std::size_t count = std::min(size, end - place);
+        std::memcpy(target, stream->bytes.data() + place, count);
+        place += count;
+        return static_cast<ssize_t>(count);
     }
-    peer.TryWritePiece(bytes.substr(begin));
-    peer.FinishWriting();
+
+  private:
+    const Stream* stream;
+    std::vector<std::size_t>::const_iterator cut;
+    std::size_t place = 0;
+};
+
+std::optional<Pieces> arriving;
+
+// A socket that nothing is received from but what is arriving; it stands for any other.
+int AnySocket() {
+    static const Brantel::Tests::SocketPair pair;
+    return ::dup(pair.near.Get());
 }
 
 // The next frame of a stream, or why there is none.
@@ -154,7 +202,7 @@ void CompareFramed(FileDescriptorServiceConnection& connection, const Message& t
                    std::string_view rest) {
     // One object for all, so that nothing of an earlier message may be left.
     const std::unique_ptr<Message> message(type.New());
-    for (;;) {
+    for (std::size_t count = 0; count < mostMessages; ++count) {
         const Next next = TakeFrame(rest);
         std::string why;
         const Outcome outcome = Receive(connection, *message, why);
@@ -190,7 +238,7 @@ void CompareBare(const int& fd, Brantel::Services::SpinGovernor& governor, const
     }
 }
 
-const Message& TypeOf(std::uint8_t number) {
+const Message& TypeOf(std::uint8_t kind) {
     static const std::array<const Message*, 6> types{
         &Brantel::Tests::EveryField::default_instance(),
         &Brantel::Tests::EveryField3::default_instance(),
@@ -198,37 +246,127 @@ const Message& TypeOf(std::uint8_t number) {
         &google::protobuf::FileDescriptorProto::default_instance(),
         &google::protobuf::UninterpretedOption::default_instance(),
         &google::protobuf::Struct::default_instance()};
-    return *types[number % types.size()];
+    return *types[(kind & (isLong - 1U)) % types.size()];
+}
+
+void PutPlain(std::string& input, std::string_view bytes) {
+    if (!bytes.empty()) {
+        input.push_back(static_cast<char>((bytes.size() - 1) << 3U | 4U));
+        input += bytes;
+    }
+}
+
+// As operations; runs of one byte in their short form.
+void PutBytes(std::string& input, std::string_view bytes) {
+    constexpr std::size_t leastRun = 8;
+    constexpr std::size_t mostPlain = 32;
+    std::size_t plain = 0;  // bytes at the front that are not put yet
+    while (plain < bytes.size()) {
+        const char byte = bytes[plain];
+        std::size_t run = 1;
+        while (plain + run < bytes.size() && bytes[plain + run] == byte && run < UINT16_MAX) {
+            ++run;
+        }
+        if (run >= leastRun || plain + run > mostPlain) {
+            PutPlain(input, bytes.substr(0, plain));
+            bytes.remove_prefix(plain);
+            plain = 0;
+        }
+        if (run >= leastRun) {
+            input += {'\2', static_cast<char>(run), static_cast<char>(run >> 8U), byte};
+            bytes.remove_prefix(run);
+        } else {
+            plain += run;
+        }
+    }
+    PutPlain(input, bytes);
+}
+
+std::string InputOf(std::uint8_t kind, const std::vector<Part>& parts) {
+    std::string input(1, static_cast<char>(kind));
+    for (const Part& part : parts) {
+        if (part.isFrame) {
+            input.push_back('\1');
+        }
+        std::size_t place = 0;
+        for (const std::size_t cut : part.cuts) {
+            const std::size_t end = std::min(cut, part.bytes.size());
+            PutBytes(input, std::string_view(part.bytes).substr(place, end - place));
+            input.push_back('\0');
+            place = end;
+        }
+        PutBytes(input, std::string_view(part.bytes).substr(place));
+    }
+    return input;
+}
+
+// Makes another message of a part's bytes, or takes another place to cut it.
+void Change(Part& part, const Message& type, MessageMutator& mutator) {
+    if (mutator.Below(4) == 0) {
+        part.cuts.clear();
+        for (std::size_t count = mutator.Below(4); count > 0; --count) {
+            part.cuts.push_back(mutator.Below(part.bytes.size() + 1));
+        }
+        std::sort(part.cuts.begin(), part.cuts.end());
+        return;
+    }
+    const std::unique_ptr<Message> message(type.New());
+    message->ParsePartialFromString(part.bytes);  // as far as it goes
+    for (std::size_t count = 1 + mutator.Below(4); count > 0; --count) {
+        mutator.Mutate(*message);
+    }
+    if (mutator.Below(8) != 0) {
+        mutator.Complete(*message);
+    }
+    part.bytes = message->SerializePartialAsString();
 }
 
 }  // namespace
+
+// In the place of the system's, by the linker's --wrap.
+extern "C" ssize_t __wrap_recv(int, void* target, std::size_t size, int);   // NOLINT(*identifier*)
+extern "C" ssize_t __wrap_recv(int, void* target, std::size_t size, int) {  // NOLINT(*identifier*)
+    return arriving->Receive(target, size);
+}
 
 extern "C" int LLVMFuzzerTestOneInput(const std::uint8_t* data, std::size_t size) {
     const google::protobuf::LogSilencer noLinePerBadText;
     FuzzInput input(data, size);
     const std::uint8_t kind = input.Byte();
-    const bool isBare = kind >= 0x80U;
-    const Message& type = TypeOf(kind & 0x7FU);
-    const Stream stream = MakeStream(input, !isBare);
-    // What fits into the socket needs no second thread.
-    const bool fits = stream.bytes.size() < 60'000 && stream.cuts.size() < 60;
-    Brantel::Tests::SocketPair pair;
+    const bool isBare = (kind & alone) != 0;
+    const Message& type = TypeOf(kind);
+    const Stream stream = MakeStream(MakeParts(input, kind), !isBare);
+    arriving.emplace(stream);
     Brantel::Services::SpinGovernor governor(std::chrono::nanoseconds(0));
-    std::thread writing;
-    if (fits) {
-        Write(pair.far, stream);
-    } else {
-        writing = std::thread([&] { Write(pair.far, stream); });
-    }
     if (isBare) {
-        const Brantel::Tests::Descriptor near(pair.near.Take());
+        const Brantel::Tests::Descriptor near(AnySocket());
         CompareBare(near.Get(), governor, type, stream);
     } else {
-        FileDescriptorServiceConnection connection(pair.near.Take(), messageLimit, governor);
+        FileDescriptorServiceConnection connection(AnySocket(), messageLimit, governor);
         CompareFramed(connection, type, stream.bytes);
     }
-    if (writing.joinable()) {
-        writing.join();
-    }
     return 0;
+}
+
+// Every second time the fuzzer's own changes, otherwise a change of one frame.
+extern "C" std::size_t LLVMFuzzerCustomMutator(std::uint8_t* data, std::size_t size,
+                                               std::size_t maxSize, unsigned seed) {
+    const google::protobuf::LogSilencer noLinePerBadText;
+    MessageMutator mutator(seed);
+    if (mutator.Below(2) == 0 || size == 0) {
+        return LLVMFuzzerMutate(data, size, maxSize);
+    }
+    FuzzInput input(data, size);
+    const std::uint8_t kind = input.Byte();
+    std::vector<Part> parts = MakeParts(input, kind);
+    if (parts.size() == 1 || mutator.Below(8) == 0) {
+        parts.push_back({true, {}, {}});
+    }
+    Change(parts[1 + mutator.Below(parts.size() - 1)], TypeOf(kind), mutator);
+    const std::string changed = InputOf(kind, parts);
+    if (changed.size() > maxSize) {
+        return size;
+    }
+    changed.copy(reinterpret_cast<char*>(data), changed.size());
+    return changed.size();
 }

@@ -279,12 +279,13 @@ def everyField3():
 
 
 def FrameReaderFuzz():
-    alone = 0x80
+    alone, long, lengthOfShortStreams = 0x80, 0x40, 12288
     for type, message in [*everyField(), *everyField3()]:
+        kind = type | (long if len(message) > lengthOfShortStreams else 0)
         for piece in (7, 3000, 1 << 20):
             if len(message) // piece < 60:
-                yield bytes([type]) + frame(message, piece)
-                yield bytes([type | alone]) + frame(message, piece)
+                yield bytes([kind]) + frame(message, piece)
+                yield bytes([kind | alone]) + frame(message, piece)
     # Several messages in one piece, a damaged one among them; a length over the limit; half a frame.
     yield b"\x00" + (b"\x01" + b"\x0c\x08\x05") * 3 + b"\x01\x0c\x0f\xff" + b"\x01\x0c\x08\x06"
     yield b"\x00" + b"\x24\xff\xff\xff\xff\x0f"

@@ -136,6 +136,11 @@ void CallStub(const OperationRow& row, BrantelStorageApi::Stubs& stubs, const Re
     }
 }
 
+bool HasPart(const Response& response, const OperationRow& row) {
+    return response.GetReflection()->HasField(response,
+                                              Response::descriptor()->FindFieldByName(row.name));
+}
+
 void CallStubs(const std::string& bytes) {
     Response response;
     const bool isResponse = response.ParseFromString(bytes);
@@ -145,8 +150,13 @@ void CallStubs(const std::string& bytes) {
     stubs.MakeReader(1);
     stubs.MakeWriter(2);
     isGood = false;
+    // All others hand over nothing, each in its way: one in ten of them, by what the bytes are.
+    constexpr std::size_t oneOf = 10;
+    std::size_t number = std::hash<std::string>()(bytes);
     for (const OperationRow& row : BrantelStorageApi::OperationTable()) {
-        CallStub(row, stubs, response, isResponse);
+        if (HasPart(response, row) || ++number % oneOf == 0) {
+            CallStub(row, stubs, response, isResponse);
+        }
     }
 }
 

@@ -12,26 +12,38 @@ import argparse
 import concurrent.futures
 import os
 import pathlib
+import queue
 import re
 import subprocess
 import sys
 import time
+import typing
 
 folder = pathlib.Path(__file__).resolve().parent
 wanted = 20_000_000
-# Thousandths of all executions, by how many a second a target does.
-shares = {
-    "ChunkRecordFuzz": 100,
-    "CommandLineFuzz": 300,
-    "ConfigurationFuzz": 10,
-    "ExportReaderFuzz": 150,
-    "FrameReaderFuzz": 20,
-    "LocalStoreFuzz": 1,
-    "MjpegSplitterFuzz": 399,
-    "ResponseFuzz": 10,
-    "ServeRequestFuzz": 5,
-    "StoredBytesFuzz": 5,
+
+
+class Target(typing.NamedTuple):
+    share: int  # of all executions, in ten-thousandths
+    longest: int  # bytes of an input; of those that it begins with, what is longer is cut off
+
+
+# The order is that of the time that they take, so that all processors are busy to the end.
+targets = {
+    "CommandLineFuzz": Target(500, 256),
+    "ChunkRecordFuzz": Target(2500, 512),
+    "MjpegSplitterFuzz": Target(4000, 512),
+    "FrameReaderFuzz": Target(500, 1024),
+    "ConfigurationFuzz": Target(50, 1024),
+    "ExportReaderFuzz": Target(2245, 600),
+    "StoredBytesFuzz": Target(50, 512),
+    "ResponseFuzz": Target(100, 1024),
+    "ServeRequestFuzz": Target(50, 4096),
+    "LocalStoreFuzz": Target(5, 256),
 }
+# What is freed is kept from being used again for long enough, and what allocated it is told well enough, when neither
+# takes more time than the target itself.
+quick = "quarantine_size_mb=4:malloc_context_size=4"
 
 
 def fixedAddresses():
@@ -48,9 +60,11 @@ def commandOf(build, target, executions):
     corpus.mkdir(parents=True, exist_ok=True)
     subprocess.run((sys.executable, "-B", folder / "MakeSeeds.py", target, seeds), check=True)
     dictionary = folder / f"{target}.dict"
-    # Its standard output is closed: the client library reports a server's failures there.
+    # Its standard output is closed: the client library reports a server's failures there. Leaks are looked for once, when
+    # the process ends. Choosing inputs by how rare they are takes longer than executing them.
     return [
         *fixedAddresses(), build / "Tests/Fuzz" / target, f"-runs={executions}", "-timeout=20", "-rss_limit_mb=4096",
+        f"-max_len={targets[target].longest}", "-detect_leaks=0", "-entropic=0", "-reload=0",
         "-print_final_stats=1", "-close_fd_mask=1", f"-artifact_prefix={build}/{target}-",
         *([f"-dict={dictionary}"] if dictionary.exists() else []), corpus, folder / target, seeds,
     ]
@@ -60,8 +74,10 @@ def execute(build, target, executions):
     """How often it ran, how long that took, and whether it came to its end without a finding."""
     started = time.monotonic()
     log = build / f"{target}.log"
+    environment = {"ASAN_OPTIONS": quick, **os.environ}
     with open(log, "wb") as output:
-        code = subprocess.run(commandOf(build, target, executions), stdout=output, stderr=output).returncode
+        code = subprocess.run(
+            commandOf(build, target, executions), stdout=output, stderr=output, env=environment).returncode
     text = log.read_text(errors="replace")
     count = re.findall(r"(?m)^stat::number_of_executed_units:\s*(\d+)", text)
     seconds = max(1, round(time.monotonic() - started))
@@ -72,23 +88,36 @@ def execute(build, target, executions):
     return done, code == 0
 
 
+def sharesOf(names, executions):
+    """How often each of them is to run, so that together it is at least so often."""
+    whole = sum(targets[name].share for name in names)
+    return {name: -(-executions * targets[name].share // whole) for name in names}
+
+
+def stayOnOne(processors):
+    """Ties what this thread starts to a processor: the threads of a storage hand over to each other several times for each
+    input, which takes far longer from one processor to another."""
+    os.sched_setaffinity(0, {processors.get()})
+
+
 def main():
     parser = argparse.ArgumentParser(usage=__doc__.split("\n\n")[1].removeprefix("usage: "))
     parser.add_argument("--executions", type=int, default=wanted)
     parser.add_argument("build", type=pathlib.Path)
-    parser.add_argument("targets", nargs="*")
+    parser.add_argument("targets", nargs="*", choices=[*targets, []], metavar="target")
     arguments = parser.parse_args()
-    targets = arguments.targets or sorted(shares)
     if pathlib.Path("/dev/shm").is_dir() and os.access("/dev/shm", os.W_OK):
         os.environ["TMPDIR"] = "/dev/shm"  # stores are made by the thousand: where nothing has to be flushed
-    whole = sum(shares[target] for target in targets)
-    with concurrent.futures.ThreadPoolExecutor(os.cpu_count()) as pool:
-        results = list(pool.map(
-            lambda target: execute(arguments.build.resolve(), target, -(-arguments.executions * shares[target] // whole)),
-            targets))
+    started = time.monotonic()
+    shares = sharesOf(arguments.targets or list(targets), arguments.executions)
+    processors = queue.SimpleQueue()
+    for processor in os.sched_getaffinity(0):
+        processors.put(processor)
+    with concurrent.futures.ThreadPoolExecutor(processors.qsize(), initializer=stayOnOne, initargs=(processors,)) as pool:
+        results = list(pool.map(lambda name: execute(arguments.build.resolve(), name, shares[name]), shares))
     done = sum(count for count, _ in results)
     findings = sum(not good for _, good in results)
-    print(f"{done} executions, {findings} findings")
+    print(f"{done} executions, {findings} findings, in {round(time.monotonic() - started)} s")
     return 0 if findings == 0 and done >= arguments.executions else 1
 
 

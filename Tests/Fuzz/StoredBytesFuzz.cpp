@@ -44,6 +44,12 @@ std::int64_t NumberOf(FuzzInput& input) {
     return byte < numbers.size() ? numbers[byte] : byte - 8;
 }
 
+// What is changed.
+struct Original {
+    MemoryEngine engine{engineLimit};
+    const KnownTracks known = Brantel::Tests::FillStorage(engine, [] {});
+};
+
 class Changes {
   public:
     explicit Changes(MemoryEngine& engine) : engine(engine), records(engine.ScanRecords("")) {}
@@ -129,14 +135,15 @@ void Use(MemoryEngine& engine, KnownTracks& known) {
 }  // namespace
 
 extern "C" int LLVMFuzzerTestOneInput(const std::uint8_t* data, std::size_t size) {
-    MemoryEngine engine(engineLimit);
-    KnownTracks known = Brantel::Tests::FillStorage(engine, [] {});
+    static Original original;
+    const std::unique_ptr<MemoryEngine> engine = original.engine.Clone();
+    KnownTracks known = original.known;
     FuzzInput input(data, size);
-    Changes changes(engine);
+    Changes changes(*engine);
     for (std::size_t count = 0; !input.AtEnd() && count < mostChanges; ++count) {
         changes.Apply(input);
     }
-    Use(engine, known);
-    Use(engine, known);
+    Use(*engine, known);
+    Use(*engine, known);
     return 0;
 }

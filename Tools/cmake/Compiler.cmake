@@ -39,7 +39,8 @@ if(BRANTEL_SANITIZE)
   endif()
 endif()
 if(BRANTEL_FUZZ)
-  add_compile_options(-fsanitize=fuzzer-no-link)
+  # Twice as many inputs in the same time as with the -O1 of the other sanitizers.
+  add_compile_options(-fsanitize=fuzzer-no-link -O2)
 endif()
 if(BRANTEL_COVERAGE)
   add_compile_options(--coverage -O0 -g)
@@ -51,4 +52,12 @@ endif()
 # overlapping memory.
 macro(brantel_allow_short_texts)
   add_compile_options("$<$<AND:$<CXX_COMPILER_ID:GNU>,$<CONFIG:Release>>:-Wno-restrict>")
+endmacro()
+
+# For generated code and for what tests others: which of its lines an input reaches tells a fuzzer nothing of the product,
+# and it would be most of what it looks at.
+macro(brantel_leave_out_of_fuzzing target)
+  if(BRANTEL_FUZZ)
+    target_compile_options(${target} PRIVATE -fno-sanitize=fuzzer-no-link)
+  endif()
 endmacro()
