@@ -8,11 +8,10 @@
 namespace Brantel::Tracks {
 
 void TrackState::CheckUsableLocked(Engine::TrackId track) const {
-    const std::string name = "Track " + std::to_string(track);
-    switch (phase) {
-        case TrackRecord::Phase::Creating: throw std::runtime_error(name + " is being created");
-        case TrackRecord::Phase::Deleting: throw std::runtime_error(name + " is being deleted");
-        case TrackRecord::Phase::Ready: break;
+    if (phase != TrackRecord::Phase::Ready) {
+        const bool isNew = phase == TrackRecord::Phase::Creating;
+        throw std::runtime_error("Track " + std::to_string(track) +
+                                 (isNew ? " is being created" : " is being deleted"));
     }
     if (!failure.empty()) {
         throw TrackError(track, "it can't be used: " + failure);

@@ -1,11 +1,14 @@
 // Reads of chunks by their time, whose bytes the system has in memory, beside a bare loop that
-// reads and checks as many bytes at places of a file; both in the same random order.
+// reads and checks as many bytes at places of a file; both in the same random order. And beside a
+// loop over records as long as the chunks are with their heads, one behind the other in the file:
+// such a record of 4 KiB lies in two pages, where the bytes of the first loop lie in one.
 #include "Bench/BareFile.h"
 #include "Bench/BenchStore.h"
 #include "Bench/Comparison.h"
 #include "Bench/EngineRows.h"
 
 #include <libEngine/Checksum.h>
+#include <libEngine/ChunkLayout.h>
 
 #include <algorithm>
 #include <array>
@@ -38,6 +41,15 @@ std::vector<std::uint64_t> RandomOrder(std::uint64_t count) {
     return order;
 }
 
+// What each chunk takes of its segment, heads included; all have one size.
+std::uint64_t LengthOfChunks(BenchStore& store, std::uint64_t count) {
+    Protocol::Ids ids;
+    ids.add_ids(1);
+    Protocol::TrackInfos infos;
+    store.GetStorage().GetTrackInfos(ids, infos);
+    return infos.infos(0).size() / count - Engine::ChunkLayout::indexEntrySize;
+}
+
 void MeasureRead(Report& report, const std::string& folder, const ReadCase& wanted) {
     const std::string name = std::to_string(wanted.size);
     BenchStore store(folder + "/store" + name, BenchStore::Preparation::Allocate);
@@ -50,6 +62,10 @@ void MeasureRead(Report& report, const std::string& folder, const ReadCase& want
     FlushFileSystem(folder);
     const std::uint64_t checksum = Engine::Checksum({buffer.Get(), buffer.GetSize()});
     const std::vector<std::uint64_t> order = RandomOrder(wanted.count);
+    const std::uint64_t length = LengthOfChunks(store, wanted.count);
+    const PageBuffer record(length);
+    const BareFile records(folder + "/records" + name, wanted.count * length, length);
+    const std::uint64_t recordChecksum = Engine::Checksum({record.Get(), record.GetSize()});
     const auto turn = [&](const auto& read) {
         return [&wanted, &order, read] {
             return SecondsOf([&] {
@@ -65,6 +81,12 @@ void MeasureRead(Report& report, const std::string& folder, const ReadCase& want
             throw std::runtime_error("The bare file has other bytes");
         }
     };
+    const auto recordRead = [&](std::uint64_t index) {
+        records.Read(record.Get(), record.GetSize(), index * length);
+        if (Engine::Checksum({record.Get(), record.GetSize()}) != recordChecksum) {
+            throw std::runtime_error("The bare records have other bytes");
+        }
+    };
     Protocol::Chunk chunk;
     Protocol::TimePoint time;
     const Protocol::KeyList keys;
@@ -76,10 +98,14 @@ void MeasureRead(Report& report, const std::string& folder, const ReadCase& want
             throw std::runtime_error("A chunk was not read");
         }
     };
-    const Medians seconds = TakeTurns(rounds, turn(bareRead), turn(ourRead));
+    const std::vector<double> seconds =
+        TakeTurns(rounds, {turn(bareRead), turn(recordRead), turn(ourRead)});
     const auto reads = static_cast<double>(wanted.reads);
-    report.AtLeast(wanted.name, Microseconds(seconds.ours / reads),
-                   Microseconds(seconds.base / reads), seconds.base / seconds.ours, wanted.goal);
+    const std::string ours = Microseconds(seconds[2] / reads);
+    report.AtLeast(wanted.name, ours, Microseconds(seconds[0] / reads), seconds[0] / seconds[2],
+                   wanted.goal);
+    report.Note("  beside such records, back to back", ours, Microseconds(seconds[1] / reads),
+                seconds[1] / seconds[2]);
 }
 
 }  // namespace
