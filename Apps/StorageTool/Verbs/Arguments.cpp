@@ -23,6 +23,20 @@ CLI::Validator Arguments::Within(std::int64_t lowest, std::int64_t highest) {
     return {check, ""};
 }
 
+CLI::Option* Arguments::AddChunkFormat(CLI::App& verb, std::string& format,
+                                       const std::string& help) {
+    return verb.add_option("--format", format, help)
+        ->type_name("FORMAT")
+        ->check(CLI::IsMember({"raw", "mjpeg", "record", "json"}))
+        ->capture_default_str();
+}
+
+CLI::Option* Arguments::AddKeys(CLI::App& verb, std::vector<std::string>& keys) {
+    return verb.add_option("--keys", keys, "Only the data blocks with these keys")
+        ->type_name("KEY,...")
+        ->delimiter(',');
+}
+
 CLI::Option* Arguments::AddTrack(CLI::App& verb, std::int64_t& track) {
     return verb.add_option("TRACK", track, "The track's number")
         ->required()

@@ -18,6 +18,11 @@ struct Arguments {
 
     // A whole number within these bounds; help says no more than the argument's name.
     static CLI::Validator Within(std::int64_t lowest, std::int64_t highest);
+    // --format, of chunks that are written: raw, mjpeg, record or json.
+    static CLI::Option* AddChunkFormat(CLI::App& verb, std::string& format,
+                                       const std::string& help);
+    // --keys, of data blocks.
+    static CLI::Option* AddKeys(CLI::App& verb, std::vector<std::string>& keys);
 
     // TRACK, required.
     static CLI::Option* AddTrack(CLI::App& verb, std::int64_t& track);

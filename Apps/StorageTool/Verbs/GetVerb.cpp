@@ -102,13 +102,8 @@ void DeclareGet(VerbList& verbs) {
         ->required();
     verb.add_flag("--next", options->next, "The first chunk after that time");
     verb.add_flag("--previous", options->previous, "The last chunk before that time");
-    verb.add_option("--format", options->format, "raw, mjpeg, record or json, as of play")
-        ->type_name("FORMAT")
-        ->check(CLI::IsMember({"raw", "mjpeg", "record", "json"}))
-        ->capture_default_str();
-    verb.add_option("--keys", options->keys, "Only the data blocks with these keys")
-        ->type_name("KEY,...")
-        ->delimiter(',');
+    Arguments::AddChunkFormat(verb, options->format, "raw, mjpeg, record or json, as of play");
+    Arguments::AddKeys(verb, options->keys);
     verb.add_option("-o,--output", options->file, "A file instead of the standard output")
         ->type_name("FILE");
     verb.add_flag("-f,--force", options->overwrite, "Overwrite that file");

@@ -45,19 +45,15 @@ void DeclareOptions(CLI::App& verb, PlayOptions& options) {
     Arguments::AddTrack(verb, options.track);
     verb.add_option("RANGE", options.range,
                     "Which part: A..B, A.., ..B, A+DURATION or [A_B). Default: all of it");
-    verb.add_option("--format", options.format,
-                    "raw: the data blocks as they are; mjpeg: those that are JPEG pictures; "
-                    "record: chunk records; json: an object a line (-j too)")
-        ->type_name("FORMAT")
-        ->check(CLI::IsMember({"raw", "mjpeg", "record", "json"}))
-        ->capture_default_str();
+    Arguments::AddChunkFormat(
+        verb, options.format,
+        "raw: the data blocks as they are; mjpeg: those that are JPEG pictures; "
+        "record: chunk records; json: an object a line (-j too)");
     verb.add_option("-o,--output", options.folder,
                     "A folder, for one file each, instead of the standard output")
         ->type_name("FOLDER");
     verb.add_flag("-f,--force", options.overwrite, "Overwrite files of the folder");
-    verb.add_option("--keys", options.keys, "Only the data blocks with these keys")
-        ->type_name("KEY,...")
-        ->delimiter(',');
+    Arguments::AddKeys(verb, options.keys);
     verb.add_flag("--reverse", options.reverse, "The last chunk first");
     verb.add_flag("--realtime", options.realtime, "As fast as it was recorded");
     verb.add_flag("--preview", options.preview, "Show the pictures in the terminal, in real time");

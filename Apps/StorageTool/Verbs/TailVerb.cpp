@@ -143,13 +143,8 @@ void DeclareTail(VerbList& verbs) {
         ->type_name("NUMBER")
         ->check(Arguments::Within(0, mostChunks))
         ->capture_default_str();
-    verb.add_option("--format", options->format, "raw, mjpeg, record or json, as of play")
-        ->type_name("FORMAT")
-        ->check(CLI::IsMember({"raw", "mjpeg", "record", "json"}))
-        ->capture_default_str();
-    verb.add_option("--keys", options->keys, "Only the data blocks with these keys")
-        ->type_name("KEY,...")
-        ->delimiter(',');
+    Arguments::AddChunkFormat(verb, options->format, "raw, mjpeg, record or json, as of play");
+    Arguments::AddKeys(verb, options->keys);
     verb.add_flag("--stats", options->stats,
                   "At the end, say how long after its time point a chunk was printed; that is the "
                   "delay since it was appended where a recording takes the time of arrival");
