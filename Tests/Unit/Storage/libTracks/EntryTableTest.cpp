@@ -158,6 +158,7 @@ TEST(EntryTableTest, ACursorWalksFromAnyPlaceToTheEnd) {
              cursor.Next()) {
             ASSERT_EQ(cursor.GetIndex(), index);
             ASSERT_EQ(cursor.GetEntry(), entries[index]);
+            ASSERT_EQ(cursor.GetDurationBefore(), table.GetDurationBefore(index));
             ++index;
         }
         EXPECT_EQ(index, entries.size());

@@ -99,6 +99,26 @@ TEST_F(FileTest, ASymbolicLinkIsNotFollowed) {
         folder.File("link") + ": opening failed: Too many levels of symbolic links");
 }
 
+// As the system answers whoever does not own the file.
+class ForeignFileCalls : public FileCalls {
+  public:
+    int Open(const char* path, int flags, mode_t mode) override {
+        if ((flags & O_NOATIME) != 0) {
+            errno = EPERM;
+            return -1;
+        }
+        return FileCalls::Open(path, flags, mode);
+    }
+};
+
+TEST_F(FileTest, AFileOfSomebodyElseIsOpenedAllTheSame) {
+    file.Write("abc", 3, 0);
+    ForeignFileCalls foreign;
+    std::string text(3, '\0');
+    File(foreign, Path(), O_RDONLY).Read(text.data(), text.size(), 0);
+    EXPECT_EQ(text, "abc");
+}
+
 TEST_F(FileTest, AFileIsLockedByOne) {
     const File other(calls, Path(), O_RDWR);
     EXPECT_TRUE(file.TryLock());
