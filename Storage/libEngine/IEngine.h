@@ -112,6 +112,11 @@ class IEngine {
     // removed segment may be listed again after a crash.
     virtual std::vector<SegmentInfo> ListSegments(TrackId track) = 0;
 
+    // Chunks of the ring log with a lower ordinal are gone: at least what RemoveSegment was told
+    // for the segments whose space has been used again. A loss of power can take the chunk that
+    // tells of it and leave the segment removed. 0: nothing is known.
+    virtual std::uint64_t GetRingFront(TrackId track) = 0;
+
     // Takes an open segment over: an older epoch's appends and seal throw Fenced from now on. The
     // answer is what the segment holds then. Throws Fenced when a newer one was here.
     virtual SegmentInfo Claim(const SegmentId& id, Epoch epoch) = 0;
@@ -146,11 +151,12 @@ class IEngine {
     // Damaged; the sink's destinations then hold anything.
     virtual void ReadChunk(const SegmentId& id, const ChunkEntry& entry, IChunkSink& sink) = 0;
 
-    // Gives the segment's space back to the track's reservation. What tells that it is not needed
-    // any more (a record, or a chunk behind it in its log) must have been written before: the space
-    // is used again only when that is safe. Throws Fenced; nothing for an unknown segment. A crash
-    // may bring the segment back, whole, until its space is used again.
-    virtual void RemoveSegment(const SegmentId& id, Epoch epoch) = 0;
+    // Gives the segment's space back to the track's reservation. `ringFront`: chunks of the ring
+    // log with a lower ordinal are gone by now, which no loss of power takes back once the space is
+    // used again; what makes a segment of the held log superfluous must be safe before. Throws
+    // Fenced; nothing for an unknown segment. A crash may bring the segment back, whole, until its
+    // space is used again.
+    virtual void RemoveSegment(const SegmentId& id, Epoch epoch, std::uint64_t ringFront) = 0;
 
     // The file or object that a segment lies in, for messages.
     virtual std::string Describe(const SegmentId& id) = 0;

@@ -60,6 +60,10 @@ std::vector<SegmentInfo> ReadOnlyEngine::ListSegments(TrackId track) {
     return engine.ListSegments(track);
 }
 
+std::uint64_t ReadOnlyEngine::GetRingFront(TrackId track) {
+    return engine.GetRingFront(track);
+}
+
 SegmentInfo ReadOnlyEngine::Claim(const SegmentId& id, Epoch epoch) {
     for (SegmentInfo& info : engine.ListSegments(id.track)) {
         if (info.id != id) {
@@ -93,7 +97,7 @@ void ReadOnlyEngine::ReadChunk(const SegmentId& id, const ChunkEntry& entry, ICh
     engine.ReadChunk(id, entry, sink);
 }
 
-void ReadOnlyEngine::RemoveSegment(const SegmentId&, Epoch) {}
+void ReadOnlyEngine::RemoveSegment(const SegmentId&, Epoch, std::uint64_t) {}
 
 std::string ReadOnlyEngine::Describe(const SegmentId& id) {
     return engine.Describe(id);

@@ -31,6 +31,7 @@ class ReadOnlyEngine : public IEngine {
     Space GetSpace() override;
     void CreateSegment(const SegmentId& id, Epoch epoch) override;
     std::vector<SegmentInfo> ListSegments(TrackId track) override;
+    std::uint64_t GetRingFront(TrackId track) override;
     SegmentInfo Claim(const SegmentId& id, Epoch epoch) override;
     void Append(const SegmentId& id, Epoch epoch, const ChunkEntry& entry,
                 std::span<const std::string_view> parts, const Durability& durability) override;
@@ -38,7 +39,7 @@ class ReadOnlyEngine : public IEngine {
     void Seal(const SegmentId& id, Epoch epoch, std::uint64_t count) override;
     std::vector<ChunkEntry> ReadEntries(const SegmentId& id) override;
     void ReadChunk(const SegmentId& id, const ChunkEntry& entry, IChunkSink& sink) override;
-    void RemoveSegment(const SegmentId& id, Epoch epoch) override;
+    void RemoveSegment(const SegmentId& id, Epoch epoch, std::uint64_t ringFront) override;
     std::string Describe(const SegmentId& id) override;
     void Verify(const SegmentId& id, std::uint32_t offset, IVerifyObserver& observer) override;
     void Notify(TrackId track, std::int64_t hint) noexcept override;

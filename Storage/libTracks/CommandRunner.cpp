@@ -123,6 +123,7 @@ void CommandRunner::UndoCreate(const CommandRecord& command) {
 void CommandRunner::UndoGrow(const CommandRecord& command) {
     const std::shared_ptr<Track> track = registry.Find(command.track);
     if (track) {
+        track->GetChanges().KeepFront();
         Progress progress(*this, command.id);
         engine.Reserve(geometry.Reserve(command.track, track->GetChanges().GetCapacity(),
                                         track->GetSegmentSize()),

@@ -65,9 +65,9 @@ void LogWriter::SealTail() {
     tail = 0;
 }
 
-bool LogWriter::Remove(std::uint64_t number) {
+bool LogWriter::Remove(std::uint64_t number, std::uint64_t ringFront) {
     try {
-        context.engine.RemoveSegment(GetId(number), context.epoch);
+        context.engine.RemoveSegment(GetId(number), context.epoch, ringFront);
     } catch (const EngineError& error) {
         context.options.log("a segment could not be removed: " + std::string(error.what()));
         return false;

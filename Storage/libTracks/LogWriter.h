@@ -55,9 +55,9 @@ class LogWriter {
     void AbandonTail() { tail = 0; }
     // The tail takes no more, and will be sealed with its first `kept` chunks.
     void BreakTail(std::uint32_t kept);
-    // Removes a segment whose chunks have all been dropped (blocks); false: it could not be
-    // removed, which is logged, and it stays listed.
-    bool Remove(std::uint64_t number);
+    // Removes a segment whose chunks have all been dropped (blocks), the ring beginning at
+    // `ringFront` by now; false: it could not be removed, which is logged, and it stays listed.
+    bool Remove(std::uint64_t number, std::uint64_t ringFront);
 
     // ---- chunks ----
 

@@ -318,7 +318,7 @@ bool Recycler::RemoveEmptied() {
         LogWriter& writer = kind == LogKind::Ring ? logs.ring : logs.held;
         for (const std::uint64_t segment : ListEmptied(kind)) {
             context.cache.Remove(EntryCache::Key{context.instance, kind, segment});
-            isDone = writer.Remove(segment) && isDone;
+            isDone = writer.Remove(segment, logs.frontOrdinal) && isDone;
         }
     }
     return isDone;

@@ -107,12 +107,15 @@ void StoreCheck::CheckSegment(Track& track, const Engine::SegmentId& id) {
 }
 
 StoreCheck::Ring StoreCheck::ReadRing(Engine::TrackId track, std::uint64_t front) {
-    Ring ring{{}, front};
+    Ring ring{{}, 0};
     for (const SegmentInfo& info : engine.ListSegments(track)) {
         if (info.id.log == LogKind::Ring) {
             ring.segments.push_back(info);
         }
     }
+    // Behind the list: what is removed meanwhile is not missing.
+    front = std::max(front, engine.GetRingFront(track));
+    ring.front = front;
     // What does not belong to the ring any more still tells what had been recycled for it.
     for (const SegmentInfo& info : ring.segments) {
         ring.front = info.count > 0 ? std::max(ring.front, info.last.front) : ring.front;

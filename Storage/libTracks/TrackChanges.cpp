@@ -291,6 +291,11 @@ std::uint64_t TrackChanges::GetCapacity() {
     return state.capacity;
 }
 
+void TrackChanges::KeepFront() {
+    const std::lock_guard lock(gate);
+    logs.WriteFront(context, logs.frontOrdinal);
+}
+
 void TrackChanges::SetCapacity(std::uint64_t capacity, std::vector<Engine::RecordChange> changes) {
     const std::lock_guard lock(gate);
     TrackRecord record = logs.record;

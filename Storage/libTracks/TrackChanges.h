@@ -42,6 +42,9 @@ class TrackChanges {
     void BecomeReady(std::vector<Engine::RecordChange> changes);
     void BeginDeletion(std::vector<Engine::RecordChange> changes);
     std::uint64_t GetCapacity();
+    // Makes it known for good where the ring begins (blocks): before segments that tell of it may
+    // be given back.
+    void KeepFront();
     void SetCapacity(std::uint64_t capacity, std::vector<Engine::RecordChange> changes);
 
   private:

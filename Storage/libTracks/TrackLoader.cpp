@@ -24,6 +24,7 @@ using Engine::SegmentInfo;
 void TrackLoader::Load() {
     Infos ring;
     Infos held;
+    knownFront = std::max(logs.record.ringFront, context.engine.GetRingFront(context.track));
     for (const SegmentInfo& info : context.engine.ListSegments(context.track)) {
         // The owner is settled before anything is believed about an open segment's end.
         const SegmentInfo settled =
@@ -41,8 +42,8 @@ void TrackLoader::Load() {
 void TrackLoader::LoadRing(Infos infos) {
     CutRing(infos);
     EndRing(infos);
-    logs.frontOrdinal = logs.record.ringFront;
-    logs.nextOrdinal = logs.record.ringFront;
+    logs.frontOrdinal = knownFront;
+    logs.nextOrdinal = knownFront;
     for (const SegmentInfo& info : infos) {
         logs.ring.Adopt(info.id.number);
         if (info.count > 0) {
@@ -92,7 +93,7 @@ void TrackLoader::CutRing(Infos& infos) {
 // Drops what lies behind a gap that a loss of power has left, last one first, for good: before its
 // ordinals are given out again.
 void TrackLoader::EndRing(Infos& infos) {
-    const std::size_t end = FindRingEnd(infos, logs.record.ringFront);
+    const std::size_t end = FindRingEnd(infos, knownFront);
     KeepFront(infos, end);
     std::uint64_t dropped = 0;
     for (std::size_t index = infos.size(); index > end; --index) {
@@ -113,21 +114,14 @@ void TrackLoader::EndRing(Infos& infos) {
 // What was recycled for the chunks that go is gone: without the last of them, which tells of it, it
 // would read as missing.
 void TrackLoader::KeepFront(const Infos& infos, std::size_t end) {
-    std::uint64_t front = logs.record.ringFront;
+    std::uint64_t front = knownFront;
     for (std::size_t index = end; index < infos.size(); ++index) {
         front = infos[index].count > 0 ? std::max(front, infos[index].last.front) : front;
     }
-    if (front == logs.record.ringFront) {
-        return;
+    if (front > knownFront) {
+        logs.WriteFront(context, front);
+        knownFront = front;
     }
-    TrackRecord record = logs.record;
-    record.ringFront = front;
-    const std::vector<Engine::RecordChange> changes{
-        {TrackRecord::Key(context.track), record.Encode(), std::nullopt}};
-    if (!context.engine.WriteRecords(changes)) {
-        throw TrackError(context.track, "its record was changed by somebody else");
-    }
-    logs.record = std::move(record);
 }
 
 void TrackLoader::AddToRing(const SegmentInfo& info) {

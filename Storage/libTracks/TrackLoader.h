@@ -39,6 +39,7 @@ class TrackLoader {
     const TrackContext& context;
     TrackState& state;
     TrackLogs& logs;
+    std::uint64_t knownFront = 0;  // of the ring, whatever its chunks say
 };
 
 }  // namespace Brantel::Tracks

@@ -25,6 +25,10 @@ struct TrackLogs {
     explicit TrackLogs(const TrackContext& context)
         : ring(context, Engine::LogKind::Ring), held(context, Engine::LogKind::Held) {}
 
+    // Makes it known for good (blocks) that the ring begins at `front` at least; of the record
+    // nothing else is changed.
+    void WriteFront(const TrackContext& context, std::uint64_t front);
+
     LogWriter ring;
     LogWriter held;
     std::vector<Pending> pending;    // in order of time

@@ -10,10 +10,10 @@ namespace Brantel::Tracks {
 // What must be known of a track at the next start and is not in its segments: the engine's record
 // "track/<id>".
 //
-// The ring log's front is the larger of `ringFront` and the front that its last chunk names. In the
-// held log these entries are live: those in `heldRuns`; in segment `heldTail`, those from
-// `heldTailCount` on; in segments from `heldNext` on, all. Every other entry is dropped for good,
-// also when its segment reappears after a crash.
+// The ring log's front is the largest of `ringFront`, the front that its last chunk names, and what
+// the engine was told when it removed segments. In the held log these entries are live: those in
+// `heldRuns`; in segment `heldTail`, those from `heldTailCount` on; in segments from `heldNext` on,
+// all. Every other entry is dropped for good, also when its segment reappears after a crash.
 struct TrackRecord {
     enum class Phase : std::uint8_t { Creating = 1, Ready = 2, Deleting = 3 };
 

@@ -148,7 +148,7 @@ class EngineWriter {
     void Next() {
         ++number;
         if (number > segmentCount) {
-            engine.RemoveSegment({1, Engine::LogKind::Ring, number - segmentCount}, epoch);
+            engine.RemoveSegment({1, Engine::LogKind::Ring, number - segmentCount}, epoch, 0);
         }
         engine.CreateSegment({1, Engine::LogKind::Ring, number}, epoch);
         end = Engine::ChunkLayout::segmentHeaderSize;

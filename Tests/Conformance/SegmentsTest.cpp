@@ -188,8 +188,8 @@ TEST_P(EngineConformanceTest, ARemovedSegmentIsGoneAndItsSpaceIsUsedAgain) {
     Reserve(1);
     Engine().CreateSegment(Ring(1), 1);
     const ChunkEntry entry = Append(Ring(1), 5, {"m", Bytes(5000, 1)});
-    Engine().RemoveSegment(Ring(1), 1);
-    Engine().RemoveSegment(Ring(1), 1);
+    Engine().RemoveSegment(Ring(1), 1, 0);
+    Engine().RemoveSegment(Ring(1), 1, 0);
     EXPECT_ENGINE_ERROR(Read(Ring(1), entry), Gone);
     EXPECT_ENGINE_ERROR(Engine().ReadEntries(Ring(1)), Gone);
 
@@ -201,6 +201,27 @@ TEST_P(EngineConformanceTest, ARemovedSegmentIsGoneAndItsSpaceIsUsedAgain) {
     harness->Crash();
     EXPECT_EQ(Engine().ReadEntries(Ring(2)), (std::vector<ChunkEntry>{other}));
     EXPECT_FALSE(Info(Ring(1)).has_value());
+}
+
+TEST_P(EngineConformanceTest, WhereTheRingBeginsIsKeptWithTheSpaceOfWhatWasRemoved) {
+    Reserve(3);
+    EXPECT_EQ(Engine().GetRingFront(track), 0U);
+    for (std::uint64_t number = 1; number <= 3; ++number) {
+        Engine().CreateSegment(Ring(number), 1);
+        Append(Ring(number), static_cast<std::int64_t>(number), {"m"});
+    }
+    Engine().RemoveSegment(Ring(1), 1, 4);
+    Engine().RemoveSegment(Ring(2), 1, 2);
+    Engine().CreateSegment(Ring(4), 1);
+    EXPECT_EQ(Engine().GetRingFront(track), 4U);
+    harness->Crash();
+    EXPECT_EQ(Engine().GetRingFront(track), 4U);
+    Engine().CreateSegment(Ring(5), 1);
+    harness->Restart();
+    EXPECT_EQ(Engine().GetRingFront(track), 4U);
+    CountingProgress progress;
+    Engine().Release(track, progress);
+    EXPECT_EQ(Engine().GetRingFront(track), 0U);
 }
 
 TEST_P(EngineConformanceTest, AnOpenSegmentGoesOnAfterARestartAndACrash) {
@@ -226,7 +247,7 @@ TEST_P(EngineConformanceTest, ANewerEpochFencesAnOlderOneOut) {
     Engine().Claim(Ring(1), 2);
     EXPECT_ENGINE_ERROR(Append(Ring(1), 6, {"m"}), Fenced);
     EXPECT_ENGINE_ERROR(Engine().Seal(Ring(1), 1, 1), Fenced);
-    EXPECT_ENGINE_ERROR(Engine().RemoveSegment(Ring(1), 1), Fenced);
+    EXPECT_ENGINE_ERROR(Engine().RemoveSegment(Ring(1), 1, 0), Fenced);
     EXPECT_ENGINE_ERROR(Engine().Claim(Ring(1), 1), Fenced);
     Append(Ring(1), 6, {"m"}, Durability::Mode::Always, 2);
     EXPECT_EQ(Info(Ring(1))->epoch, 2U);
@@ -296,7 +317,7 @@ TEST_P(EngineConformanceTest, VerifyNamesEachDamagedChunkAndChangesNothing) {
 TEST_P(EngineConformanceTest, VerifyingARemovedSegmentEndsWithoutAnError) {
     Reserve(2);
     Engine().CreateSegment(Ring(1), 1);
-    Engine().RemoveSegment(Ring(1), 1);
+    Engine().RemoveSegment(Ring(1), 1, 0);
     CollectingObserver observer;
     Engine().Verify(Ring(1), 0, observer);
     EXPECT_TRUE(observer.damages.empty());

@@ -99,7 +99,7 @@ TEST_P(EngineConformanceTest, AReadOfASegmentThatIsReusedGivesItsOwnBytesOrGone)
         Append(Ring(next), static_cast<std::int64_t>(next), {"m", std::string(60000, letter)},
                Durability::Mode::Os);
         number = next;
-        Engine().RemoveSegment(Ring(next - 1), 1);
+        Engine().RemoveSegment(Ring(next - 1), 1, 0);
     }
     stop = true;
     reader.join();

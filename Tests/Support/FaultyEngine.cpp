@@ -156,8 +156,8 @@ void FaultyEngine::ReadChunk(const SegmentId& id, const ChunkEntry& entry, IChun
     Run(Call::ReadChunk, [&] { inner.ReadChunk(id, entry, sink); });
 }
 
-void FaultyEngine::RemoveSegment(const SegmentId& id, Epoch epoch) {
-    Run(Call::RemoveSegment, [&] { inner.RemoveSegment(id, epoch); });
+void FaultyEngine::RemoveSegment(const SegmentId& id, Epoch epoch, std::uint64_t ringFront) {
+    Run(Call::RemoveSegment, [&] { inner.RemoveSegment(id, epoch, ringFront); });
 }
 
 std::string FaultyEngine::Describe(const SegmentId& id) {

@@ -142,7 +142,7 @@ void LocalWorkload::Recover(const Answered& known) {
         }
         const bool dropped = info.count == 0 || info.last.ordinal < answered.front;
         if (dropped && !last) {
-            engine.RemoveSegment(info.id, epoch);
+            engine.RemoveSegment(info.id, epoch, answered.front);
             continue;
         }
         segments.push_back(
@@ -184,7 +184,7 @@ void LocalWorkload::NextSegment() {
         const Open oldest = segments.front();
         answered.front = std::max(answered.front, oldest.firstOrdinal + oldest.count);
         Tell();
-        engine.RemoveSegment(oldest.id, epoch);
+        engine.RemoveSegment(oldest.id, epoch, answered.front);
         segments.pop_front();
     }
     const SegmentId id{settings.track, LogKind::Ring, ++lastNumber};
@@ -300,6 +300,11 @@ std::vector<std::string> LocalWorkload::Check(IEngine& engine, const Settings& s
             next = entry.ordinal + 1;
             CheckChunk(engine, settings, info.id, entry, problems);
         }
+    }
+    if (engine.GetRingFront(settings.track) > answered.front) {
+        problems.push_back(
+            "the ring begins at " + std::to_string(engine.GetRingFront(settings.track)) +
+            " as the engine says, at " + std::to_string(answered.front) + " as it was told");
     }
     const std::uint64_t end = next.value_or(answered.front);
     if (end < answered.chunks || end > std::max(answered.attempted, answered.chunks)) {

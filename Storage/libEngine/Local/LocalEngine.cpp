@@ -77,6 +77,11 @@ std::vector<SegmentInfo> LocalEngine::ListSegments(TrackId track) {
     return space ? space->ListSegments() : std::vector<SegmentInfo>();
 }
 
+std::uint64_t LocalEngine::GetRingFront(TrackId track) {
+    const auto space = store->FindTrack(track);
+    return space ? space->GetRingFront() : 0;
+}
+
 SegmentInfo LocalEngine::Claim(const SegmentId& id, Epoch epoch) {
     return store->FindSegment(id)->Claim(epoch);
 }
@@ -102,9 +107,9 @@ void LocalEngine::ReadChunk(const SegmentId& id, const ChunkEntry& entry, IChunk
     store->FindSegment(id)->ReadChunk(entry, sink);
 }
 
-void LocalEngine::RemoveSegment(const SegmentId& id, Epoch epoch) {
+void LocalEngine::RemoveSegment(const SegmentId& id, Epoch epoch, std::uint64_t ringFront) {
     if (const auto space = store->FindTrack(id.track)) {
-        space->RemoveSegment(id, epoch);
+        space->RemoveSegment(id, epoch, ringFront, store->GetTimer());
     }
 }
 

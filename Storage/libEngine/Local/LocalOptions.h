@@ -26,7 +26,7 @@ struct LocalOptions {
     std::uint64_t keepFree = std::uint64_t{256} << 20U;
     Preparation preparation = Preparation::Write;
     std::size_t openFiles = 512;   // segment files kept open, besides those being written
-    std::size_t flushThreads = 4;  // for durability Interval
+    std::size_t flushThreads = 4;  // for durability Interval, and that free what was removed
     std::size_t sealThreads = 2;   // that flush and index what is sealed
     std::size_t startThreads = 8;  // that read the tracks at the start
     // Bytes set aside for the catalogue, so that it can be written when the medium is full.

@@ -116,7 +116,7 @@ SegmentWriter& LocalSegment::GetWriter() {
     if (!writer) {
         std::shared_ptr<File> opened = slot->Open();
         const std::lock_guard lock(mutex);
-        writer = std::make_unique<SegmentWriter>(opened, identity, info.end);
+        writer = std::make_unique<SegmentWriter>(opened, identity, info.end, ringFront);
         file = std::move(opened);
     }
     return *writer;
@@ -143,15 +143,16 @@ void LocalSegment::SetUnstarted() noexcept {
     gate.ForgetFlushes(ChunkLayout::segmentHeaderSize);
 }
 
-void LocalSegment::WriteStart(bool isUsed) {
+void LocalSegment::WriteStart(bool isInUse) {
     const std::lock_guard writeLock(writeMutex);
     SegmentWriter& target = GetWriter();
     target.WriteHeader(identity, HeaderState::InUse, GetInfo().mayFollowLoss);
-    target.WriteFooter(MakeFooter({}, FooterState::Open), {});
     gate.NoteWrite(ChunkLayout::segmentHeaderSize);
-    if (isUsed) {
+    if (isInUse) {
         gate.Flush(target.GetFile());
     }
+    target.WriteFooter(MakeFooter({}, FooterState::Open), {});
+    gate.NoteWrite(ChunkLayout::segmentHeaderSize);
 }
 
 bool LocalSegment::IsSafe() const {
@@ -502,18 +503,29 @@ void LocalSegment::WriteSealed(std::span<const SegmentFormat::Entry> packed) {
     writer.reset();
 }
 
-void LocalSegment::SetRemoved(bool markFile) noexcept {
+void LocalSegment::SetRemoved() noexcept {
     const std::lock_guard writeLock(writeMutex);
     removed = true;
-    if (!markFile) {
-        return;
-    }
+}
+
+std::shared_ptr<File> LocalSegment::MarkRemoved(std::uint64_t front) noexcept {
+    const std::lock_guard writeLock(writeMutex);
+    removed = true;
     try {
-        const SegmentWriter marker(GetFile(), identity, ChunkLayout::segmentHeaderSize);
+        std::shared_ptr<File> target = GetFile();
+        const SegmentWriter marker(target, identity, ChunkLayout::segmentHeaderSize,
+                                   std::max(front, ringFront));
         marker.WriteHeader(identity, HeaderState::Free);
+        if (!gate.IsClean()) {
+            // The next segments of its log rely on it, or on that mark; and what the slot holds
+            // next has a gate of its own, which must hear of each failure.
+            gate.NoteWrite(ChunkLayout::segmentHeaderSize);
+            gate.Flush(*target);
+        }
+        return target;
     } catch (const std::exception&) {
         // Not needed: a segment that comes back after a crash is removed again.
-        return;
+        return nullptr;
     }
 }
 

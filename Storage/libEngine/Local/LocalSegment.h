@@ -41,15 +41,16 @@ class LocalSegment : public IFlushTarget, public std::enable_shared_from_this<Lo
     // What lies in front of it in its log may be lost with the power while `segment` (null: what
     // was in front is settled, or gone for good) is not safe. Before WriteStart.
     void SetPredecessor(std::shared_ptr<LocalSegment> segment) noexcept;
+    // Its headers say that the ring begins there at least. Before anything is written.
+    void SetRingFront(std::uint64_t ordinal) noexcept { ringFront = ordinal; }
     // Found without a header: it may follow a loss, and no chunk says that anything was flushed
     // before the header is.
     void SetUnstarted() noexcept;
     // It takes no more chunks, and what it holds is safe only when it is sealed.
     void SetUnflushed(const char* reason) noexcept;
-    // Writes the start of a new segment over what the slot held. With `isUsed`, which says that it
-    // held a segment, that start is flushed before a chunk is written over one of the former
-    // segment: what is left of that would read as damage otherwise.
-    void WriteStart(bool isUsed);
+    // Writes the start of a new segment over what the slot held. With `isInUse`, which says that
+    // it is not safe that a former segment has ended, the header is flushed first.
+    void WriteStart(bool isInUse);
     // Whether all that it holds, and all in front of it in its log, has been flushed.
     bool IsSafe() const;
     // Brings that about (blocks). Failures are told: what is in doubt then is never taken for lost.
@@ -70,9 +71,12 @@ class LocalSegment : public IFlushTarget, public std::enable_shared_from_this<Lo
 
     // Throws Fenced when a newer epoch has claimed it.
     void CheckEpoch(Epoch writer) const;
-    // From now on everything throws Gone. With `markFile` the file says so too, if it can be
-    // written: otherwise the next start lists the segment again.
-    void SetRemoved(bool markFile) noexcept;
+    // From now on everything throws Gone.
+    void SetRemoved() noexcept;
+    // The same, and the file says so, and that the ring begins at `front` by now; that need not be
+    // flushed yet. The answer is the file; null: it can't be written, so that the next start may
+    // list the segment again. No flush for this segment touches the file from then on.
+    std::shared_ptr<File> MarkRemoved(std::uint64_t front) noexcept;
     // Flushes an open segment and leaves an index of what it holds, so that the next start need
     // not read the chunks.
     void Close();
@@ -110,6 +114,7 @@ class LocalSegment : public IFlushTarget, public std::enable_shared_from_this<Lo
     const SegmentFormat::Identity identity;
     const std::uint64_t stamp;
     const LocalReport& report;
+    std::uint64_t ringFront = 0;  // constant once anything is written
     std::atomic<bool> removed = false;
     std::atomic<bool> scheduled = false;  // for a flush by the timer
     FlushGate gate;

@@ -9,6 +9,7 @@
 
 #include <algorithm>
 #include <bit>
+#include <cstddef>
 #include <cstring>
 
 namespace Brantel::Engine {
@@ -28,6 +29,9 @@ bool IsUsable(const Identity& identity, std::uint64_t fileSize) noexcept {
            identity.log <= static_cast<std::uint32_t>(LogKind::Held) &&
            identity.segmentSize == fileSize;
 }
+
+// What the first checksum of a header covers.
+constexpr std::size_t headerBytes = offsetof(Header, ringFront) - sizeof(Header::checksum);
 
 std::size_t FooterBytes(std::size_t entries) noexcept {
     return sizeof(Footer) + entries * sizeof(Entry) - sizeof(std::uint64_t);
@@ -50,14 +54,16 @@ ChunkEntry ChunkHead::GetEntry() const noexcept {
 }
 
 void EncodeHeader(const Identity& identity, HeaderState state, bool mayFollowLoss,
-                  char* page) noexcept {
+                  std::uint64_t ringFront, char* page) noexcept {
     Header header;
     std::memcpy(header.magic, headerMagic.data(), headerMagic.size());
     header.version = version;
     header.state = state;
     header.identity = identity;
     header.mayFollowLoss = mayFollowLoss ? 1 : 0;
-    header.checksum = Checksum(header.magic, sizeof header - sizeof header.checksum);
+    header.checksum = Checksum(header.magic, headerBytes);
+    header.ringFront = ringFront;
+    header.frontChecksum = Checksum(&header.ringFront, sizeof header.ringFront, header.checksum);
     std::memset(page, 0, pageSize);
     std::memcpy(page, &header, sizeof header);
 }
@@ -78,8 +84,11 @@ void EncodeFooter(Footer footer, std::span<const Entry> entries, char* page) noe
 std::optional<Header> DecodeHeader(const char* page, std::uint64_t fileSize) noexcept {
     Header header;
     std::memcpy(&header, page, sizeof header);
-    const bool whole = header.checksum == Checksum(page + sizeof header.checksum,
-                                                   sizeof header - sizeof header.checksum) &&
+    const bool hasFront = header.ringFront != 0 || header.frontChecksum != 0;
+    const bool whole = header.checksum == Checksum(page + sizeof header.checksum, headerBytes) &&
+                       (!hasFront ||
+                        header.frontChecksum == Checksum(&header.ringFront, sizeof header.ringFront,
+                                                         header.checksum)) &&
                        headerMagic == std::string_view(header.magic, sizeof header.magic) &&
                        header.version == version && IsUsable(header.identity, fileSize);
     return whole ? std::optional(header) : std::nullopt;

@@ -30,8 +30,8 @@ namespace Brantel::Engine::SegmentFormat {
 //    20   4  state: 1 in use, 2 free                  20   4  state: 1 open, 2 sealed
 //    24  48  identity                                 24  48  identity
 //    72   8  1: may follow a loss, else 0             72   8  n, the chunks that are indexed
-//                                                     80   8  sum of their durations
-//                                                     88   4  offset behind them
+//    80   8  the ring begins here, or behind it       80   8  sum of their durations
+//    88   8  checksum of that, seeded with the first  88   4  offset behind them
 //   identity                                          92   4  m, entries in this page: n or 0
 //     0   8  track                                    96   8  checksum of [F - 48 n, F); 0 if m = n
 //     8   8  number                                  104  48  entry of the first of them
@@ -71,8 +71,13 @@ namespace Brantel::Engine::SegmentFormat {
 //
 // A header lies in one sector, so a torn write of its page leaves the former one or the new one.
 // One that can't be read is damage when a chunk of the segment says that something was flushed, and
-// was never flushed itself otherwise. Over a segment's chunks others are written only when the
-// header of theirs is flushed.
+// was never flushed itself otherwise.
+//
+// A slot is written over only when a header is flushed in it that tells of the segment's end, be it
+// that of the next segment. The chunk that made the segment superfluous may still be lost; so that
+// header, and each later one in the slot, also says where the ring begins by now (an ordinal): what
+// is missing in front of that was recycled. Programs that left 0 at 80 and 88 waited for that chunk
+// instead; their headers say nothing of it.
 
 constexpr std::uint32_t version = 1;
 constexpr std::uint32_t pageSize = ChunkLayout::unit;
@@ -103,8 +108,10 @@ struct Header {
     HeaderState state = HeaderState::InUse;
     Identity identity;
     std::uint64_t mayFollowLoss = 0;
+    std::uint64_t ringFront = 0;
+    std::uint64_t frontChecksum = 0;
 };
-static_assert(sizeof(Header) == 80);
+static_assert(sizeof(Header) == 96);
 
 struct Entry {
     std::int64_t timePoint = 0;
@@ -167,7 +174,7 @@ std::uint64_t Checksum(const void* bytes, std::size_t size, std::uint64_t seed =
 
 // Fill a page of pageSize bytes.
 void EncodeHeader(const Identity& identity, HeaderState state, bool mayFollowLoss,
-                  char* page) noexcept;
+                  std::uint64_t ringFront, char* page) noexcept;
 // `entries`: those that lie in the page; the footer's count, sums and ends are the caller's.
 void EncodeFooter(Footer footer, std::span<const Entry> entries, char* page) noexcept;
 

@@ -48,9 +48,11 @@ SegmentWriter::Pages SegmentWriter::AllocatePages(std::size_t count) {
 }
 
 SegmentWriter::SegmentWriter(std::shared_ptr<File> openFile,
-                             const SegmentFormat::Identity& identity, std::uint32_t end)
+                             const SegmentFormat::Identity& identity, std::uint32_t end,
+                             std::uint64_t ringFront)
     : file(std::move(openFile)),
       identity(identity),
+      ringFront(ringFront),
       end(end),
       touchedEnd(end),
       pages(AllocatePages(pageCount)) {
@@ -150,7 +152,7 @@ void SegmentWriter::WriteAgain(std::uint32_t begin, std::uint32_t newEnd) const 
 void SegmentWriter::WriteHeader(const SegmentFormat::Identity& newIdentity,
                                 SegmentFormat::HeaderState state, bool mayFollowLoss) const {
     const Pages page = AllocatePages(1);
-    SegmentFormat::EncodeHeader(newIdentity, state, mayFollowLoss, page.get());
+    SegmentFormat::EncodeHeader(newIdentity, state, mayFollowLoss, ringFront, page.get());
     file->Write(page.get(), pageSize, 0);
 }
 

@@ -22,9 +22,9 @@ class File;
 // Not thread-safe.
 class SegmentWriter {
   public:
-    // Goes on at `end`: reads the page that it lies in.
+    // Goes on at `end`: reads the page that it lies in. `ringFront`: as its headers say.
     SegmentWriter(std::shared_ptr<File> file, const SegmentFormat::Identity& identity,
-                  std::uint32_t end);
+                  std::uint32_t end, std::uint64_t ringFront);
 
     // Puts a chunk at the end; not flushed. When it throws, the end stays where it was.
     void Write(const ChunkEntry& entry, std::span<const std::string_view> parts, Epoch epoch,
@@ -65,6 +65,7 @@ class SegmentWriter {
 
     const std::shared_ptr<File> file;
     const SegmentFormat::Identity identity;
+    const std::uint64_t ringFront;
     std::uint32_t end;
     std::uint32_t touchedEnd;
     Pages pages;  // the first of them holds what lies in front of the end in its page

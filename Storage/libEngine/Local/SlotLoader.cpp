@@ -52,6 +52,7 @@ SlotLoader::Content SlotLoader::Read(const Slot& slot) {
     const std::uint64_t headerGeneration = header ? header->identity.generation : 0;
     const std::uint64_t footerGeneration = footer ? footer->identity.generation : 0;
     lastGeneration = std::max({lastGeneration, headerGeneration, footerGeneration});
+    ringFront = std::max(ringFront, header ? header->ringFront : 0);
     // The newer of the two is the slot's last use; the other is left from the one before.
     if (header && headerGeneration >= footerGeneration) {
         if (header->state == HeaderState::InUse) {

@@ -31,6 +31,7 @@ class SlotLoader {
     std::vector<Slot> blankSlots;   // free, never held one
     std::vector<Slot> spoiltSlots;  // hold nothing and have another size: as if they were missing
     std::uint64_t lastGeneration = 0;
+    std::uint64_t ringFront = 0;  // the newest that a header tells
 
   private:
     struct Content;

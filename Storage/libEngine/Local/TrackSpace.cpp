@@ -8,9 +8,9 @@
 #include "Local/SlotLoader.h"
 
 #include <algorithm>
+#include <chrono>
 #include <exception>
 #include <iterator>
-#include <limits>
 #include <list>
 #include <utility>
 
@@ -61,6 +61,10 @@ void TrackSpace::Load() {
     freeSlots = std::move(free);
     segments = std::move(loader.segments);
     lastGeneration = loader.lastGeneration;
+    ringFront = loader.ringFront;
+    for (const auto& [key, segment] : segments) {
+        segment->SetRingFront(ringFront);
+    }
     const std::uint64_t missing =
         found.segmentCount - std::min<std::uint64_t>(found.segmentCount, slots.size());
     context.budget.Adopt(0, missing * found.segmentSize);
@@ -245,9 +249,10 @@ void TrackSpace::Release(IProgress& progress) {
         }
         freeSlots.clear();
         segments.swap(removed);
+        ringFront = 0;  // what comes next under this number is another track
     }
     for (const auto& [key, segment] : removed) {
-        segment->SetRemoved(false);
+        segment->SetRemoved();
     }
     std::uint64_t done = 0;
     try {
@@ -282,6 +287,8 @@ void TrackSpace::CreateSegment(const SegmentId& id, Epoch epoch) {
     std::list<FreeSlot> free;
     SegmentFormat::Identity identity;
     std::shared_ptr<LocalSegment> before;
+    std::shared_ptr<LocalSegment> settled;
+    std::uint64_t front = 0;
     {
         const std::lock_guard lock(mutex);
         if (reservation.segmentCount == 0) {
@@ -303,24 +310,31 @@ void TrackSpace::CreateSegment(const SegmentId& id, Epoch epoch) {
                     static_cast<std::uint32_t>(id.log),
                     reservation.segmentSize};
         before = FindBefore(key);
-        free.splice(free.end(), freeSlots, freeSlots.begin());
+        settled = FindToSettle(key);
+        free = TakeSlot();
         ++lastGeneration;
+        front = ringFront;
     }
     try {
-        if (free.front().after) {
-            free.front().after->MakeSafe();
-            free.front().after.reset();
+        if (free.front().used && settled && !settled->IsSafe()) {
+            settled->MakeSafe();
+        }
+        if (free.front().mark) {
+            // Done by now, as a rule. Nothing else may flush the file of a segment in use.
+            free.front().mark->FlushNow();
         }
         auto segment = std::make_shared<LocalSegment>(free.front().slot, identity, SegmentContent{},
                                                       context.options.report, context.flushMeter);
         if (before && !before->IsSafe()) {
             segment->SetPredecessor(std::move(before));
         }
-        segment->WriteStart(free.front().used);
+        segment->SetRingFront(front);
+        segment->WriteStart(free.front().IsInUse());
         const std::lock_guard lock(mutex);
         segments.emplace(key, std::move(segment));
     } catch (const std::exception&) {
         free.front().used = true;
+        free.front().mark.reset();
         const std::lock_guard lock(mutex);
         freeSlots.splice(freeSlots.end(), free);
         throw;
@@ -337,15 +351,43 @@ std::shared_ptr<LocalSegment> TrackSpace::FindBefore(const Key& key) const {
     return found.first == key.first ? segment : nullptr;
 }
 
-// The slot of a segment that is no longer in the list. What makes a segment superfluous is a
-// record, which is safe, or a chunk behind it in its log, at most in the last segment.
-TrackSpace::FreeSlot TrackSpace::MakeFree(const LocalSegment& removed, LogKind log) const {
-    FreeSlot free{removed.GetSlot(), true};
-    const auto last = FindBefore({log, std::numeric_limits<std::uint64_t>::max()});
-    if (last && !last->IsSafe()) {
-        free.after = last;
+// The segment of the log that has to be safe before this one takes a used slot; null: none. About
+// half of what a full ring holds outlasts a loss of power so, however slow the medium is.
+std::shared_ptr<LocalSegment> TrackSpace::FindToSettle(const Key& key) const {
+    std::uint64_t left = std::max<std::uint64_t>(2, reservation.segmentCount / 2) - 1;
+    auto place = segments.lower_bound(key);
+    while (left > 0 && place != segments.begin() && std::prev(place)->first.first == key.first) {
+        --place;
+        --left;
     }
-    return free;
+    return left > 0 ? nullptr : place->second;
+}
+
+// The longest free one, of those that need no flush before if there are such.
+std::list<TrackSpace::FreeSlot> TrackSpace::TakeSlot() {
+    const auto ready = std::find_if(freeSlots.begin(), freeSlots.end(),
+                                    [](const FreeSlot& slot) { return !slot.IsInUse(); });
+    std::list<FreeSlot> taken;
+    taken.splice(taken.end(), freeSlots, ready == freeSlots.end() ? freeSlots.begin() : ready);
+    return taken;
+}
+
+std::uint64_t TrackSpace::GetRingFront() const {
+    const std::lock_guard lock(mutex);
+    return ringFront;
+}
+
+// Null when there is no memory for it: the next segment in the slot is made without it.
+std::shared_ptr<SlotMark> TrackSpace::Mark(std::shared_ptr<File> file,
+                                           FlushTimer& timer) const noexcept {
+    try {
+        auto mark =
+            std::make_shared<SlotMark>(std::move(file), context.options.report, context.flushMeter);
+        timer.Schedule(mark, std::chrono::milliseconds(0));
+        return mark;
+    } catch (const std::exception&) {
+        return nullptr;
+    }
 }
 
 std::vector<SegmentInfo> TrackSpace::ListSegments() const {
@@ -374,7 +416,8 @@ std::shared_ptr<LocalSegment> TrackSpace::Find(const SegmentId& id) const {
     return segment;
 }
 
-void TrackSpace::RemoveSegment(const SegmentId& id, Epoch epoch) {
+void TrackSpace::RemoveSegment(const SegmentId& id, Epoch epoch, std::uint64_t front,
+                               FlushTimer& timer) {
     std::shared_ptr<LocalSegment> removed;
     std::list<FreeSlot> freed(1);  // before anything changes: there may be no memory
     {
@@ -384,11 +427,15 @@ void TrackSpace::RemoveSegment(const SegmentId& id, Epoch epoch) {
             return;
         }
         segment->second->CheckEpoch(epoch);
+        ringFront = std::max(ringFront, front);
+        front = ringFront;
         removed = std::move(segment->second);
         segments.erase(segment);
-        freed.front() = MakeFree(*removed, id.log);
     }
-    removed->SetRemoved(freed.front().after == nullptr);
+    freed.front() = {removed->GetSlot(), true};
+    if (std::shared_ptr<File> file = removed->MarkRemoved(front)) {
+        freed.front().mark = Mark(std::move(file), timer);
+    }
     const std::lock_guard lock(mutex);
     if (slots.contains(removed->GetSlot()->GetNumber())) {
         freeSlots.splice(freeSlots.end(), freed);

@@ -2,6 +2,7 @@
 
 #include "Local/LocalSegment.h"
 #include "Local/SlotFolder.h"
+#include "Local/SlotMark.h"
 
 #include <libEngine/IEngine.h>
 
@@ -37,7 +38,9 @@ class TrackSpace {
     Reservation GetReservation() const;
     void CreateSegment(const SegmentId& id, Epoch epoch);
     std::vector<SegmentInfo> ListSegments() const;
-    void RemoveSegment(const SegmentId& id, Epoch epoch);
+    // `timer` flushes what says that the segment is gone.
+    void RemoveSegment(const SegmentId& id, Epoch epoch, std::uint64_t front, FlushTimer& timer);
+    std::uint64_t GetRingFront() const;
 
     // Throws Gone.
     std::shared_ptr<LocalSegment> Find(const SegmentId& id) const;
@@ -51,14 +54,18 @@ class TrackSpace {
     struct FreeSlot {
         Slot slot;
         bool used = false;  // by a segment, once
-        // The slot waits until this is safe, for what made the removed segment superfluous may lie
-        // in it: the removed one is needed again when a loss of power takes that.
-        std::shared_ptr<LocalSegment> after = nullptr;
+        // That this segment is gone; null: nothing in the file says so.
+        std::shared_ptr<SlotMark> mark = nullptr;
+
+        // A loss of power may bring that segment back.
+        bool IsInUse() const { return used && !(mark && mark->IsSafe()); }
     };
 
     [[noreturn]] void Throw(EngineError::Kind kind, const std::string& text) const;
     std::shared_ptr<LocalSegment> FindBefore(const Key& key) const;
-    FreeSlot MakeFree(const LocalSegment& removed, LogKind log) const;
+    std::shared_ptr<LocalSegment> FindToSettle(const Key& key) const;
+    std::list<FreeSlot> TakeSlot();
+    std::shared_ptr<SlotMark> Mark(std::shared_ptr<File> file, FlushTimer& timer) const noexcept;
     void CheckWanted(const Reservation& wanted) const;
     void Settle(const Reservation& wanted, IProgress& progress);
     void RemoveFreeSlots(std::uint64_t count);
@@ -77,6 +84,7 @@ class TrackSpace {
     // guarded by mutex
     Reservation reservation;  // no segments: none
     std::uint64_t lastGeneration = 0;
+    std::uint64_t ringFront = 0;  // where the ring begins at least, as RemoveSegment was told
     std::map<std::uint32_t, Slot> slots;
     std::list<FreeSlot> freeSlots;  // longest free first
     std::map<Key, std::shared_ptr<LocalSegment>> segments;

@@ -25,6 +25,7 @@ std::unique_ptr<MemoryEngine> MemoryEngine::Clone() {
     clone->lastVersion = lastVersion;
     clone->records = records;
     clone->reservations = reservations;
+    clone->ringFronts = ringFronts;
     for (const auto& [id, segment] : segments) {
         clone->segments.emplace(id, std::make_shared<MemorySegment>(*segment));
     }
@@ -124,6 +125,7 @@ void MemoryEngine::Release(TrackId track, IProgress& progress) {
     {
         const std::lock_guard lock(mutex);
         reservations.erase(track);
+        ringFronts.erase(track);
         std::erase_if(segments, [track](const auto& entry) {
             if (entry.first.track == track) {
                 entry.second->SetRemoved();
@@ -213,11 +215,19 @@ void MemoryEngine::ReadChunk(const SegmentId& id, const ChunkEntry& entry, IChun
     Find(id)->ReadChunk(entry, sink);
 }
 
-void MemoryEngine::RemoveSegment(const SegmentId& id, Epoch epoch) {
+std::uint64_t MemoryEngine::GetRingFront(TrackId track) {
+    const std::lock_guard lock(mutex);
+    const auto front = ringFronts.find(track);
+    return front == ringFronts.end() ? 0 : front->second;
+}
+
+void MemoryEngine::RemoveSegment(const SegmentId& id, Epoch epoch, std::uint64_t ringFront) {
     const std::lock_guard lock(mutex);
     const auto segment = segments.find(id);
     if (segment != segments.end()) {
         segment->second->CheckEpoch(epoch);
+        std::uint64_t& front = ringFronts[id.track];
+        front = std::max(front, ringFront);
         segment->second->SetRemoved();
         segments.erase(segment);
     }

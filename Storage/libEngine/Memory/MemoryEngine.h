@@ -37,6 +37,7 @@ class MemoryEngine : public IEngine {
     Space GetSpace() override;
     void CreateSegment(const SegmentId& id, Epoch epoch) override;
     std::vector<SegmentInfo> ListSegments(TrackId track) override;
+    std::uint64_t GetRingFront(TrackId track) override;
     SegmentInfo Claim(const SegmentId& id, Epoch epoch) override;
     void Append(const SegmentId& id, Epoch epoch, const ChunkEntry& entry,
                 std::span<const std::string_view> parts, const Durability& durability) override;
@@ -44,7 +45,7 @@ class MemoryEngine : public IEngine {
     void Seal(const SegmentId& id, Epoch epoch, std::uint64_t count) override;
     std::vector<ChunkEntry> ReadEntries(const SegmentId& id) override;
     void ReadChunk(const SegmentId& id, const ChunkEntry& entry, IChunkSink& sink) override;
-    void RemoveSegment(const SegmentId& id, Epoch epoch) override;
+    void RemoveSegment(const SegmentId& id, Epoch epoch, std::uint64_t ringFront) override;
     std::string Describe(const SegmentId& id) override;
     void Verify(const SegmentId& id, std::uint32_t offset, IVerifyObserver& observer) override;
     void Notify(TrackId track, std::int64_t hint) noexcept override;
@@ -71,6 +72,7 @@ class MemoryEngine : public IEngine {
     std::uint64_t lastVersion = 0;
     std::map<std::string, Record> records;
     std::map<TrackId, Reservation> reservations;
+    std::map<TrackId, std::uint64_t> ringFronts;
     // Shared with the readers that are in them when they are removed.
     std::map<SegmentId, std::shared_ptr<MemorySegment>> segments;
 };

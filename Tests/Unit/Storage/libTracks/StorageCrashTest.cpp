@@ -109,8 +109,9 @@ class TrackChain {
         local.startThreads = 1;
         local.catalogueReserve = 0;
         local.preparation = Engine::LocalOptions::Preparation::Allocate;
-        // Without threads that seal, the order of all calls follows from the seed.
+        // Without threads that flush, the order of all calls follows from the seed.
         local.sealThreads = random() % 2;
+        local.flushThreads = local.sealThreads;
         local.report = [this](const std::string& text) { problems.push_back("report: " + text); };
         options.smallestSegmentBytes = 4 * 4096;
         local.directory = folder.File("store");

@@ -2,6 +2,9 @@
 #include "Support/MemoryHarness.h"
 #include "Unit/Storage/libTracks/StorageTest.h"
 
+#include <libEngine/ReadOnlyEngine.h>
+#include <libTracks/StoreCheck.h>
+#include <libTracks/StoreFindings.h>
 #include <libTracks/TrackSettings.h>
 
 #include <gtest/gtest.h>
@@ -140,6 +143,48 @@ TEST_P(StorageFaultsTest, EachEngineCallFailingOnceLeavesTheTrackAsItWasOrDone) 
                 Delete(7);
             }
         }
+    }
+}
+
+// Chunks of which a segment takes one, and leaves much of its room: segments run short before the
+// capacity is used up, and the ring's front moves before the append.
+class StorageShortageTest : public StorageFaultsTest {
+  protected:
+    StorageOptions MakeOptions() override {
+        StorageOptions options = StorageFaultsTest::MakeOptions();
+        options.spareSegments = 3;
+        return options;
+    }
+    // Of the store as it is left by a crash.
+    std::vector<std::string> FindingsAfterACrash() {
+        Close();
+        harness->Crash();
+        std::vector<std::string> texts;
+        StoreFindings findings([&texts](const std::string& text) { texts.push_back(text); });
+        Engine::ReadOnlyEngine shown(GetEngine());
+        StoreCheck(shown, findings).Run();
+        Open();
+        return texts;
+    }
+};
+
+INSTANTIATE_TEST_SUITE_P(Memory, StorageShortageTest,
+                         testing::Values(Engine::FaultyMemoryHarnessFactory()),
+                         testing::PrintToStringParamName());
+
+TEST_P(StorageShortageTest, WhatWasDroppedForAnAppendThatFailedIsNotMissing) {
+    Create(7, 64 << 10);
+    Fill(7, Range(1, 40), 5000);
+    for (int failures = 1; failures <= 3; ++failures) {
+        const std::vector<std::int64_t> before = TimesOf(7);
+        GetFaulty().Inject(Engine::Call::Append, Fault::FailBefore, 1, 0);
+        for (int count = 0; count < failures; ++count) {
+            EXPECT_NE(ErrorOf([&] { Fill(7, {1000}, 5000); }), "no error");
+        }
+        EXPECT_LT(TimesOf(7).size(), before.size());
+        EXPECT_EQ(FindingsAfterACrash(), std::vector<std::string>());
+        GetFaulty().Heal();
+        Fill(7, Range(before.back() + 1, before.back() + 10), 5000);
     }
 }
 

@@ -207,6 +207,18 @@ TEST_P(StorageSegmentsTest, ARingGoesOnForManyLapsInTheSegmentsThatAreReserved) 
     }
 }
 
+TEST_P(StorageSegmentsTest, ATrackUnderTheNumberOfADeletedOneKeepsItsFirstChunks) {
+    Create(7, capacity);
+    FillRing(1, 600);
+    Delete(7);
+    Create(7, capacity);
+    FillRing(1, 20);
+    Crash();
+    EXPECT_EQ(TimesOf(7), RingUpTo(20));
+    Restart();
+    EXPECT_EQ(TimesOf(7), RingUpTo(20));
+}
+
 TEST_P(StorageSegmentsTest, AnAppendThatFindsNoSegmentForHeldChunksChangesNothing) {
     Close();
     StorageOptions options = MakeOptions();

@@ -426,7 +426,7 @@ TEST_F(LocalEngineDamageTest, ASlotWhoseBothEndsAreLostIsLeftAlone) {
     Open();
     EXPECT_EQ(Reports().back(),
               SlotPath(0) + ": neither header nor footer can be read, is left alone");
-    engine->RemoveSegment(Ring(2), 1);
+    engine->RemoveSegment(Ring(2), 1, 0);
     engine->CreateSegment(Ring(3), 1);
     ErrorOf(EngineError::Kind::NoSpace, [this] { engine->CreateSegment(Ring(4), 1); });
     EXPECT_EQ(ReadFile(SlotPath(0)), bytes);

@@ -99,7 +99,7 @@ TEST_F(LocalEngineFullDiskTest, AStoreIsOpenedReadAndGivenBack) {
         EXPECT_EQ(ValueOf("k"), "full");
         EXPECT_EQ(Read(Ring(1), entry)[1], Bytes(5000, 1));
     }
-    engine->RemoveSegment(Ring(1), 1);
+    engine->RemoveSegment(Ring(1), 1, 0);
     SilentProgress progress;
     engine->Release(track, progress);
     EXPECT_TRUE(engine->ListReservations().empty());

@@ -67,7 +67,7 @@ class LocalEngineGoldenTest : public LocalStoreTest {
         engine->WriteRecords(removal);
         engine->CreateSegment(Ring(3), 1);
         Append(Ring(3), 1, {"removed"}, Durability::Mode::Always);
-        engine->RemoveSegment(Ring(3), 1);
+        engine->RemoveSegment(Ring(3), 1, 0);
         for (const Segment& segment : Contents()) {
             engine->CreateSegment(segment.id, 1);
             for (std::size_t chunk = 0; chunk < segment.chunks.size(); ++chunk) {

@@ -169,7 +169,7 @@ TEST_F(LocalEngineMemoryTest, AppendOfASmallChunk) {
                 static_cast<std::uint32_t>(ChunkLayout::HeadLength(1, parts[0].size()));
             engine->Append(Ring(2), 1, entry, parts, Durability{});
         },
-        [this] { engine->RemoveSegment(Ring(2), 1); });
+        [this] { engine->RemoveSegment(Ring(2), 1, 0); });
 }
 
 TEST_F(LocalEngineMemoryTest, AppendOfALargeChunk) {
@@ -184,18 +184,18 @@ TEST_F(LocalEngineMemoryTest, AppendOfALargeChunk) {
                               ChunkLayout::HeadLength(2, parts[0].size()));
                           engine->Append(Ring(2), 1, entry, parts, Durability{});
                       },
-                      [this] { engine->RemoveSegment(Ring(2), 1); });
+                      [this] { engine->RemoveSegment(Ring(2), 1, 0); });
 }
 
 TEST_F(LocalEngineMemoryTest, CreateSegment) {
     ForEachAllocation(
         nothing, [this] { engine->CreateSegment(Ring(2), 1); },
-        [this] { engine->RemoveSegment(Ring(2), 1); });
+        [this] { engine->RemoveSegment(Ring(2), 1, 0); });
 }
 
 TEST_F(LocalEngineMemoryTest, RemoveSegment) {
     ForEachAllocation([this] { engine->CreateSegment(Ring(2), 1); },
-                      [this] { engine->RemoveSegment(Ring(2), 1); }, nothing);
+                      [this] { engine->RemoveSegment(Ring(2), 1, 0); }, nothing);
 }
 
 TEST_F(LocalEngineMemoryTest, Seal) {
@@ -204,13 +204,13 @@ TEST_F(LocalEngineMemoryTest, Seal) {
             engine->CreateSegment(Ring(2), 1);
             Append(Ring(2), 10, {"m"}, Durability::Mode::Always);
         },
-        [this] { engine->Seal(Ring(2), 1, 1); }, [this] { engine->RemoveSegment(Ring(2), 1); });
+        [this] { engine->Seal(Ring(2), 1, 1); }, [this] { engine->RemoveSegment(Ring(2), 1, 0); });
 }
 
 TEST_F(LocalEngineMemoryTest, Claim) {
     ForEachAllocation([this] { engine->CreateSegment(Ring(2), 1); },
                       [this] { engine->Claim(Ring(2), 2); },
-                      [this] { engine->RemoveSegment(Ring(2), 2); });
+                      [this] { engine->RemoveSegment(Ring(2), 2, 0); });
 }
 
 TEST_F(LocalEngineMemoryTest, ReadChunkAndEntries) {

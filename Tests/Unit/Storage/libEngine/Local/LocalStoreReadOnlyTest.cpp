@@ -56,7 +56,7 @@ TEST_F(LocalStoreReadOnlyTest, NothingOfItChanges) {
     shown.Reserve({track, segmentSize, 9}, progress);
     EXPECT_EQ(shown.Claim(Ring(1), 5).epoch, 5U);
     shown.Seal(Ring(1), 5, 1);
-    shown.RemoveSegment(Ring(1), 5);
+    shown.RemoveSegment(Ring(1), 5, 0);
     shown.Release(track, progress);
     EXPECT_EQ(shown.ReadEntries(Ring(1)), std::vector<ChunkEntry>{entry});
     Close();

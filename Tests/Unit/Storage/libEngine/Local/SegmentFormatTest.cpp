@@ -49,7 +49,7 @@ class SegmentFormatTest : public testing::Test {
     }
     std::string Header(SegmentFormat::HeaderState state = SegmentFormat::HeaderState::InUse) {
         std::string page(4096, 'x');
-        SegmentFormat::EncodeHeader(identity, state, false, page.data());
+        SegmentFormat::EncodeHeader(identity, state, false, 21, page.data());
         return page;
     }
     std::string Chunk() {
@@ -70,7 +70,12 @@ TEST_F(SegmentFormatTest, AHeaderHasItsBytes) {
                                  .Text(ExpectedIdentity().Get())
                                  .Number(size, 4)
                                  .Padded(72);
-    EXPECT_EQ(Header(), WithChecksum(rest) + std::string(4096 - 80, '\0'));
+    std::string bytes = WithChecksum(rest);
+    const std::string front = Expected().Number(21, 8).Get();
+    std::uint64_t seed = 0;
+    std::memcpy(&seed, bytes.data(), sizeof seed);
+    bytes += front + WithChecksum(front, seed).substr(0, 8);
+    EXPECT_EQ(Header(), bytes + std::string(4096 - 96, '\0'));
 }
 
 TEST_F(SegmentFormatTest, AFooterHasItsBytes) {
@@ -142,6 +147,7 @@ TEST_F(SegmentFormatTest, WhatWasEncodedIsDecoded) {
     const auto header = SegmentFormat::DecodeHeader(Header().data(), size);
     ASSERT_TRUE(header.has_value());
     EXPECT_EQ(header->identity.GetId(), (SegmentId{7, LogKind::Held, 3}));
+    EXPECT_EQ(header->ringFront, 21U);
     std::size_t needed = 0;
     const std::string chunk = Chunk();
     const auto head = SegmentFormat::DecodeChunk(chunk.data(), chunk.size(), 8192, identity,
@@ -158,6 +164,14 @@ TEST_F(SegmentFormatTest, AChangedBitOfAHeaderIsNoticed) {
         page[place] = static_cast<char>(page[place] ^ 0x10);
         EXPECT_FALSE(SegmentFormat::DecodeHeader(page.data(), size).has_value()) << place;
     }
+}
+
+TEST_F(SegmentFormatTest, AHeaderOfAnEarlierProgramTellsNoFront) {
+    std::string page = Header();
+    page.replace(80, 16, std::string(16, '\0'));
+    const auto header = SegmentFormat::DecodeHeader(page.data(), size);
+    ASSERT_TRUE(header.has_value());
+    EXPECT_EQ(header->ringFront, 0U);
 }
 
 TEST_F(SegmentFormatTest, AChangedBitOfAChunksHeadIsNoticed) {

@@ -38,14 +38,14 @@ class SlotLoaderTest : public LocalStoreTest {
 
 TEST_F(SlotLoaderTest, ChunksOfAnEarlierLapNeverAppear) {
     Lap(1, 40);
-    engine->RemoveSegment(Ring(1), 1);
+    engine->RemoveSegment(Ring(1), 1, 0);
     for (int chunks = 0; chunks < 12; ++chunks) {
         const std::uint64_t number = static_cast<std::uint64_t>(chunks) + 2;
         Lap(number, chunks);
         Crash();
         EXPECT_EQ(Info(Ring(number)).count, static_cast<std::uint64_t>(chunks));
         EXPECT_EQ(engine->ListSegments(track).size(), 1U);
-        engine->RemoveSegment(Ring(number), 1);
+        engine->RemoveSegment(Ring(number), 1, 0);
     }
     EXPECT_TRUE(Reports().empty());
 }
@@ -63,7 +63,7 @@ TEST_F(SlotLoaderTest, ASegmentIsNoFileMore) {
     for (std::uint64_t number = 1; number < 5; ++number) {
         Lap(number, 10);
         engine->Seal(Ring(number), 1, 10);
-        engine->RemoveSegment(Ring(number), 1);
+        engine->RemoveSegment(Ring(number), 1, 0);
     }
     EXPECT_EQ(count(), before);
     EXPECT_EQ(std::filesystem::file_size(SlotPath(0)), segmentSize);
@@ -94,7 +94,7 @@ TEST_F(SlotLoaderTest, AWriterAfterACrashIsNotContinuedByWhatWasLeftBehindTheCut
 TEST_F(SlotLoaderTest, AHeaderThatWasNotWrittenYetLeavesTheNewSegmentByItsFooter) {
     Lap(1, 3);
     const std::string oldHeader = ReadFile(SlotPath(0)).substr(0, 4096);
-    engine->RemoveSegment(Ring(1), 1);
+    engine->RemoveSegment(Ring(1), 1, 0);
     Lap(2, 2);
     WriteAt(SlotPath(0), 0, oldHeader);
     Crash();
@@ -106,7 +106,7 @@ TEST_F(SlotLoaderTest, AFooterThatWasNotWrittenYetLeavesTheNewSegmentByItsHeader
     Lap(1, 3);
     engine->Seal(Ring(1), 1, 3);
     const std::string oldFooter = ReadFile(SlotPath(0)).substr(segmentSize - 4096);
-    engine->RemoveSegment(Ring(1), 1);
+    engine->RemoveSegment(Ring(1), 1, 0);
     Lap(2, 2);
     WriteAt(SlotPath(0), segmentSize - 4096, oldFooter);
     Crash();
@@ -178,7 +178,7 @@ TEST_F(SlotLoaderTest, ASegmentThatExistsTwiceIsTheNewerOne) {
     Lap(1, 3);
     Crash();
     const std::string older = ReadFile(SlotPath(0));
-    engine->RemoveSegment(Ring(1), 1);
+    engine->RemoveSegment(Ring(1), 1, 0);
     Lap(1, 2);
     // The slot that was used first looks as if it had never been given up.
     WriteFile(SlotPath(0), older);
