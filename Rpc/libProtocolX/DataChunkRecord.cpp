@@ -71,18 +71,6 @@ class MemoryReader {
         Converter::To(timePoint, out);
     }
 
-    template <typename List>
-    void ReadList(List& list) {
-        for (std::uint64_t count = Number(); count != 0; --count) {
-            std::string key = Bytes();
-            std::string value = Bytes();
-            auto* item = list.add_items();
-            item->set_key(std::move(key));
-            item->set_value(std::move(value));
-        }
-    }
-
-  private:
     std::string Bytes() {
         const std::uint64_t length = Number();
         RequireNotEmpty(length);
@@ -91,6 +79,7 @@ class MemoryReader {
         return bytes;
     }
 
+  private:
     const unsigned char* next;
 };
 
@@ -121,17 +110,6 @@ class FileReader {
         std::string bytes = Sized(Number());
         consumed += Read(bytes.data(), bytes.size());
         return bytes;
-    }
-
-    template <typename List>
-    void ReadList(List& list) {
-        for (std::uint64_t count = Number(); count != 0; --count) {
-            std::string key = Bytes();
-            std::string value = Bytes();
-            auto* item = list.add_items();
-            item->set_key(std::move(key));
-            item->set_value(std::move(value));
-        }
     }
 
     void ReadList(const std::set<std::string>& keys, Protocol::DataList& list) {
@@ -187,6 +165,17 @@ class FileReader {
     std::int64_t moved = 0;
 };
 
+template <typename Reader, typename List>
+void ReadList(Reader& reader, List& list) {
+    for (std::uint64_t count = reader.Number(); count != 0; --count) {
+        std::string key = reader.Bytes();
+        std::string value = reader.Bytes();
+        auto* item = list.add_items();
+        item->set_key(std::move(key));
+        item->set_value(std::move(value));
+    }
+}
+
 // What both forms on a descriptor share; `readData` reads the data blocks.
 template <typename ReadData>
 unsigned long ReadRecord(int fd, Protocol::Chunk& chunk, const ReadData& readData) {
@@ -200,7 +189,7 @@ unsigned long ReadRecord(int fd, Protocol::Chunk& chunk, const ReadData& readDat
     }
     reader.TimePoint(*chunk.mutable_timecode());
     reader.TimePoint(*chunk.mutable_duration());
-    reader.ReadList(*chunk.mutable_properties());
+    ReadList(reader, *chunk.mutable_properties());
     readData(reader, *chunk.mutable_data());
     if (reader.Consumed() != recordSize) {
         reader.GoBackByConsumed();
@@ -249,14 +238,14 @@ unsigned long DataChunk::ReadFrom(const unsigned char* buffer) {
     }
     reader.TimePoint(*activeChunk->mutable_timecode());
     reader.TimePoint(*activeChunk->mutable_duration());
-    reader.ReadList(*activeChunk->mutable_properties());
-    reader.ReadList(*activeChunk->mutable_data());
+    ReadList(reader, *activeChunk->mutable_properties());
+    ReadList(reader, *activeChunk->mutable_data());
     return static_cast<unsigned long>(reader.Position() - buffer);
 }
 
 unsigned long DataChunk::ReadFrom(int fd) {
     return ReadRecord(fd, *activeChunk,
-                      [](FileReader& reader, Protocol::DataList& data) { reader.ReadList(data); });
+                      [](FileReader& reader, Protocol::DataList& data) { ReadList(reader, data); });
 }
 
 unsigned long DataChunk::ReadFrom(int fd, const std::set<std::string>& keys) {
