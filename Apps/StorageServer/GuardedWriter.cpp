@@ -14,7 +14,10 @@ constexpr ClientSession::Operation Writing(const char* name) {
 
 GuardedWriter::GuardedWriter(std::unique_ptr<ITrackWriter> writer,
                              std::shared_ptr<ClientSession> session, std::int64_t trackId)
-    : writer(std::move(writer)), session(std::move(session)), trackId(trackId) {
+    : writer(std::move(writer)),
+      taker(dynamic_cast<IChunkTaker*>(this->writer.get())),
+      session(std::move(session)),
+      trackId(trackId) {
     this->session->WorkerOpened();
 }
 
@@ -22,12 +25,27 @@ GuardedWriter::~GuardedWriter() {
     session->Close(Writing("CloseTrackWriter"), trackId, [this] { writer.reset(); });
 }
 
-void GuardedWriter::Append(const Protocol::Chunk& chunk) {
+template <typename Call>
+void GuardedWriter::CarryAppend(const Protocol::Chunk& chunk, const Call& call) {
     session->Carry(Writing("Append"), trackId, [&](OperationRecord& record) {
         if (session->IsObserved()) {
             record.bytes = PayloadSizeOf(chunk);
         }
-        writer->Append(chunk);
+        call();
+    });
+}
+
+void GuardedWriter::Append(const Protocol::Chunk& chunk) {
+    CarryAppend(chunk, [&] { writer->Append(chunk); });
+}
+
+void GuardedWriter::AppendTaking(Protocol::Chunk& chunk) {
+    CarryAppend(chunk, [&] {
+        if (taker != nullptr) {
+            taker->AppendTaking(chunk);
+        } else {
+            writer->Append(chunk);
+        }
     });
 }
 

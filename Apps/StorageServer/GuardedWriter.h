@@ -2,6 +2,7 @@
 
 #include "ClientSession.h"
 
+#include <libProtocolX/rpc/IChunkTaker.h>
 #include <libProtocolX/rpc/ITrackWriter.h>
 #include <libProtocolX/rpc/ITrackWriterFactory.h>
 
@@ -13,7 +14,8 @@ namespace Brantel::Server {
 
 // A writer of one connection, which counts among those that the connection has open until it is
 // destroyed.
-class GuardedWriter : public BrantelStorageApi::ITrackWriter {
+class GuardedWriter : public BrantelStorageApi::ITrackWriter,
+                      public BrantelStorageApi::IChunkTaker {
   public:
     GuardedWriter(std::unique_ptr<ITrackWriter> writer, std::shared_ptr<ClientSession> session,
                   std::int64_t trackId);
@@ -22,10 +24,15 @@ class GuardedWriter : public BrantelStorageApi::ITrackWriter {
     GuardedWriter& operator=(const GuardedWriter&) = delete;
 
     void Append(const Protocol::Chunk& chunk) override;
+    void AppendTaking(Protocol::Chunk& chunk) override;
     void GetTrackId(long& result) override;
 
   private:
+    template <typename Call>
+    void CarryAppend(const Protocol::Chunk& chunk, const Call& call);
+
     std::unique_ptr<ITrackWriter> writer;
+    IChunkTaker* const taker;  // the same, or null
     const std::shared_ptr<ClientSession> session;
     const std::int64_t trackId;
 };

@@ -251,6 +251,7 @@ void FileDescriptorServiceConnection::SendLarge(const Message& message, std::siz
         message.SerializeWithCachedSizes(&stream);
     }
     NoteSendError(output.Flush());
+    reader->ExpectAnswerTo(size);
 }
 
 void FileDescriptorServiceConnection::NoteSendError(int error) {

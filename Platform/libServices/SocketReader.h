@@ -3,6 +3,7 @@
 #include "SpinGovernor.h"
 #include "TransferPace.h"
 
+#include <chrono>
 #include <cstddef>
 #include <cstdint>
 #include <functional>
@@ -38,6 +39,10 @@ class SocketReader {
     void KeepRoom(const ArrivalRoom* room, std::uint64_t bytes) { pace.KeepRoom(room, bytes); }
     // Whether that was why the connection was lost.
     bool WasTooSlow() const { return tooSlow; }
+
+    // A message of so many bytes has left, and the next wait is for what the other side says to it:
+    // it may poll longer, by the time that the other side needs to copy and check them.
+    void ExpectAnswerTo(std::size_t bytes);
 
     // A message begins, as far as the pace goes.
     void BeginMessage() { pace.Restart(); }
@@ -93,6 +98,7 @@ class SocketReader {
     const int& fd;
     SpinGovernor& governor;
     SpinMemory memory;
+    std::chrono::nanoseconds patience{0};  // added to the budget of the next poll
     TransferPace pace;
     Admission admission;
     bool tooSlow = false;

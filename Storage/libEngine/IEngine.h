@@ -131,6 +131,16 @@ class IEngine {
     virtual void Append(const SegmentId& id, Epoch epoch, const ChunkEntry& entry,
                         std::span<const std::string_view> parts, const Durability& durability) = 0;
 
+    // The same; an engine that keeps chunks in memory may take a part's bytes instead of copying
+    // them: `offered` has, for each part, the text that the part is the whole of, or null, or is
+    // empty. A text that was taken is left empty. When it throws, nothing was taken.
+    virtual void AppendTaking(const SegmentId& id, Epoch epoch, const ChunkEntry& entry,
+                              std::span<const std::string_view> parts,
+                              std::span<std::string* const> /*offered*/,
+                              const Durability& durability) {
+        Append(id, epoch, entry, parts, durability);
+    }
+
     // Makes safe what was appended with less than Always to the segment, and to its log in front of
     // it (blocks).
     virtual void Flush(const SegmentId& id) = 0;

@@ -83,6 +83,7 @@ void EncodedChunk::Encode(std::int64_t track, const Protocol::Chunk& chunk) {
     }
 
     parts.clear();
+    offered.clear();
     firstSize = first.size();
     parts.emplace_back(first);
     bytes = first.size();
@@ -90,6 +91,18 @@ void EncodedChunk::Encode(std::int64_t track, const Protocol::Chunk& chunk) {
         parts.emplace_back(block.value());
         bytes += block.value().size();
         payloadBytes += block.value().size();
+    }
+}
+
+void EncodedChunk::Offer(Protocol::Chunk& chunk) {
+    constexpr std::uint64_t least = std::uint64_t{16} << 10U;
+    if (payloadBytes < least || !chunk.has_data()) {
+        return;
+    }
+    offered.reserve(parts.size());
+    offered.push_back(nullptr);
+    for (auto& block : *chunk.mutable_data()->mutable_items()) {
+        offered.push_back(block.value().size() < least ? nullptr : block.mutable_value());
     }
 }
 

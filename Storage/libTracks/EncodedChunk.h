@@ -31,6 +31,10 @@ class EncodedChunk {
     // appended to any track.
     void Encode(std::int64_t track, const Protocol::Chunk& chunk);
 
+    // Offers the data blocks of the chunk that was encoded: the engine may take their values out of
+    // it. Small ones are not worth it.
+    void Offer(Protocol::Chunk& chunk);
+
     // For a chunk that is about to be written at this offset of a file: lengthens the first part
     // so that the first large data block lies to the lines of the processor's cache there as it
     // does in memory, which the system copies faster. False: it is as it was encoded.
@@ -40,6 +44,8 @@ class EncodedChunk {
     std::int64_t GetTimePoint() const { return timePoint; }
     std::int64_t GetDuration() const { return duration; }
     std::span<const std::string_view> GetParts() const { return parts; }
+    // For each part the text that it is and that may be taken, else null; empty: none may.
+    std::span<std::string* const> GetOffered() const { return offered; }
     // All parts together.
     std::uint64_t GetBytes() const { return bytes; }
     // The values of the properties and data blocks alone.
@@ -53,6 +59,7 @@ class EncodedChunk {
     std::string first;
     std::size_t firstSize = 0;  // of it without what aligns
     std::vector<std::string_view> parts;
+    std::vector<std::string*> offered;
 };
 
 }  // namespace Brantel::Tracks

@@ -103,9 +103,10 @@ Engine::ChunkEntry LogWriter::Place(std::int64_t timePoint, std::int64_t duratio
 }
 
 void LogWriter::Append(const Engine::ChunkEntry& entry, std::span<const std::string_view> parts,
-                       const Engine::Durability& durability) {
+                       const Engine::Durability& durability,
+                       std::span<std::string* const> offered) {
     try {
-        context.engine.Append(GetId(tail), context.epoch, entry, parts, durability);
+        context.engine.AppendTaking(GetId(tail), context.epoch, entry, parts, offered, durability);
     } catch (const EngineError& error) {
         broken = error.GetKind() != EngineError::Kind::NoSpace;
         throw;

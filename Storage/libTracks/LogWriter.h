@@ -69,8 +69,9 @@ class LogWriter {
     Engine::ChunkEntry Place(std::int64_t timePoint, std::int64_t duration,
                              std::span<const std::string_view> parts) const;
     // Appends to the tail (blocks). After a failure of the medium the tail takes no more.
+    // `offered`: see IEngine::AppendTaking.
     void Append(const Engine::ChunkEntry& entry, std::span<const std::string_view> parts,
-                const Engine::Durability& durability);
+                const Engine::Durability& durability, std::span<std::string* const> offered = {});
     void FlushTail();
 
   private:

@@ -64,7 +64,7 @@ void TrackChanges::Append(EncodedChunk& chunk) {
         entry.front = plan.isAll ? logs.nextOrdinal : plan.firstOrdinal;
     }
     ReserveAppend();
-    logs.ring.Append(entry, chunk.GetParts(), durability);
+    logs.ring.Append(entry, chunk.GetParts(), durability, chunk.GetOffered());
     const bool isSegmentEmptied = PublishAppend(plan, entry, chunk.GetPayloadBytes());
     context.engine.Notify(context.track, entry.timePoint);
     if (isSegmentEmptied) {

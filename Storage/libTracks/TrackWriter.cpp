@@ -10,6 +10,16 @@ TrackWriter::TrackWriter(StorageCore& core, const ClientConnection& connection,
 
 void TrackWriter::Append(const Protocol::Chunk& chunk) {
     encoded.Encode(use.GetTrack().GetId(), chunk);
+    AppendEncoded();
+}
+
+void TrackWriter::AppendTaking(Protocol::Chunk& chunk) {
+    encoded.Encode(use.GetTrack().GetId(), chunk);
+    encoded.Offer(chunk);
+    AppendEncoded();
+}
+
+void TrackWriter::AppendEncoded() {
     use.GetTrack().Append(encoded);
     use.Count(encoded.GetPayloadBytes());
     use.MoveTo(encoded.GetTimePoint());

@@ -97,6 +97,32 @@ class FileWork {
     std::unique_ptr<BareFile> file;
 };
 
+// The memory of a serving end.
+class Places {
+  public:
+    explicit Places(const BareShape& shape)
+        : takes(shape.requestSize > shape.answerSize),
+          places(shape.places,
+                 std::vector<char>(std::max(shape.requestSize, shape.answerSize), 'a')) {}
+
+    void Do(const std::vector<char>& request, std::vector<char>& answer) {
+        if (places.empty()) {
+            return;
+        }
+        std::vector<char>& place = places[turn++ % places.size()];
+        if (takes) {
+            std::copy(request.begin(), request.end(), place.begin());
+        } else {
+            std::copy(place.begin(), place.end(), answer.begin());
+        }
+    }
+
+  private:
+    const bool takes;
+    std::vector<std::vector<char>> places;
+    std::uint64_t turn = 0;
+};
+
 }  // namespace
 
 BareExchange::BareExchange(int fd, const BareShape& shape)
@@ -124,8 +150,10 @@ void ServeBareExchange(int fd, const std::string& folder, BareBell& bell) {
         std::vector<char> answer(shape.answerSize, 'a');
         FileWork file(shape, folder + "/file" + std::to_string(fd));
         std::optional<std::uint64_t> heard;
+        Places places(shape);
         while (ReceiveAll(fd, request.data(), request.size(), shape.polls != 0)) {
             file.Do(request, answer);
+            places.Do(request, answer);
             if (shape.wakes != 0) {
                 bell.Ring();
             } else if (shape.file == BareShape::waits) {

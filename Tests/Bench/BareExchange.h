@@ -27,6 +27,9 @@ struct BareShape {
     static constexpr std::uint64_t waits = 4;
 
     std::uint64_t wakes = 0;  // 1: each request wakes those that wait
+    // The serving end copies the larger of request and answer to, or from, one of so many places,
+    // in turn.
+    std::uint64_t places = 0;
 };
 
 // Owns the descriptor.

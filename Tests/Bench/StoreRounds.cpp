@@ -105,7 +105,7 @@ Sample MeasureOne(IPeer& peer, const Workload& workload, double seconds, unsigne
     constexpr double warmPart = 0.2;
     const ScatteredHeap heap(placement);
     const std::unique_ptr<ICalls> calls = peer.Open(workload.task);
-    CallFor(*calls, seconds * warmPart, keptValues, nullptr);
+    CallFor(*calls, seconds * warmPart, KeptOf(workload.task.size), nullptr);
     Sample sample;
     sample.microseconds.reserve(1U << 17U);
     const CpuMeter meter(peer.Process());

@@ -39,11 +39,9 @@ void EngineConformanceTest::Reserve(std::uint64_t segments, TrackId id) {
     Engine().Reserve({id, segmentSize, segments}, progress);
 }
 
-ChunkEntry EngineConformanceTest::Append(const SegmentId& id, std::int64_t timePoint,
-                                         const std::vector<std::string>& parts,
-                                         Durability::Mode mode, Epoch writer) {
+ChunkEntry EngineConformanceTest::Place(const SegmentId& id, std::int64_t timePoint,
+                                        const std::vector<std::string_view>& views) {
     const std::optional<SegmentInfo> info = Info(id);
-    const std::vector<std::string_view> views(parts.begin(), parts.end());
     std::size_t total = 0;
     for (const std::string_view view : views) {
         total += view.size();
@@ -57,7 +55,27 @@ ChunkEntry EngineConformanceTest::Append(const SegmentId& id, std::int64_t timeP
     entry.length = static_cast<std::uint32_t>(ChunkLayout::Length(views.size(), total));
     entry.headLength =
         static_cast<std::uint32_t>(ChunkLayout::HeadLength(views.size(), views[0].size()));
+    return entry;
+}
+
+ChunkEntry EngineConformanceTest::Append(const SegmentId& id, std::int64_t timePoint,
+                                         const std::vector<std::string>& parts,
+                                         Durability::Mode mode, Epoch writer) {
+    const std::vector<std::string_view> views(parts.begin(), parts.end());
+    const ChunkEntry entry = Place(id, timePoint, views);
     Engine().Append(id, writer, entry, views, Durability{mode, std::chrono::milliseconds(50)});
+    return entry;
+}
+
+ChunkEntry EngineConformanceTest::AppendTaking(const SegmentId& id, std::int64_t timePoint,
+                                               std::vector<std::string>& parts) {
+    const std::vector<std::string_view> views(parts.begin(), parts.end());
+    std::vector<std::string*> offered;
+    for (std::string& part : parts) {
+        offered.push_back(offered.empty() ? nullptr : &part);
+    }
+    const ChunkEntry entry = Place(id, timePoint, views);
+    Engine().AppendTaking(id, 1, entry, views, offered, Durability{});
     return entry;
 }
 

@@ -70,6 +70,9 @@ class EngineConformanceTest : public testing::TestWithParam<EngineHarnessFactory
     ChunkEntry Append(const SegmentId& id, std::int64_t timePoint,
                       const std::vector<std::string>& parts,
                       Durability::Mode mode = Durability::Mode::Always, Epoch writer = 1);
+    // The same of texts that the engine may take.
+    ChunkEntry AppendTaking(const SegmentId& id, std::int64_t timePoint,
+                            std::vector<std::string>& parts);
     std::vector<std::string> Read(const SegmentId& id, const ChunkEntry& entry,
                                   std::optional<std::set<std::size_t>> wanted = std::nullopt);
     std::optional<SegmentInfo> Info(const SegmentId& id);
@@ -78,6 +81,10 @@ class EngineConformanceTest : public testing::TestWithParam<EngineHarnessFactory
     std::string ValueOf(const std::string& key);
 
     std::unique_ptr<IEngineHarness> harness;
+
+  private:
+    ChunkEntry Place(const SegmentId& id, std::int64_t timePoint,
+                     const std::vector<std::string_view>& views);
 };
 
 // Runs `statement`, which must fail with this kind of EngineError.

@@ -46,6 +46,32 @@ TEST_P(EngineConformanceTest, AppendedChunksAreReadAsTheyWere) {
     }
 }
 
+TEST_P(EngineConformanceTest, AChunkWhosePartsMayBeTakenIsReadAsItWas) {
+    Reserve(2);
+    Engine().CreateSegment(Ring(1), 1);
+    const std::vector<std::string> sent{"meta",          Bytes(100, 1),     "",
+                                        Bytes(20000, 2), Bytes(300'000, 3), Bytes(600'000, 4)};
+    std::vector<std::string> parts = sent;
+    const ChunkEntry entry = AppendTaking(Ring(1), 5, parts);
+    for (std::size_t part = 0; part < parts.size(); ++part) {
+        EXPECT_TRUE(parts[part].empty() || parts[part] == sent[part]) << part;
+        parts[part].assign(sent[part].size(), 'z');
+    }
+    EXPECT_EQ(Read(Ring(1), entry), sent);
+    EXPECT_EQ(parts[0], "zzzz");
+}
+
+TEST_P(EngineConformanceTest, AnAppendThatFailsTakesNothing) {
+    Reserve(2);
+    Engine().CreateSegment(Ring(1), 1);
+    Append(Ring(1), 1, {"m"});
+    Engine().Seal(Ring(1), 1, 1);
+    const std::vector<std::string> sent{"meta", Bytes(20000, 2)};
+    std::vector<std::string> parts = sent;
+    EXPECT_ENGINE_ERROR(AppendTaking(Ring(1), 5, parts), Closed);
+    EXPECT_EQ(parts, sent);
+}
+
 TEST_P(EngineConformanceTest, OnlyTheWantedPartsAreRead) {
     Reserve(2);
     Engine().CreateSegment(Ring(1), 1);

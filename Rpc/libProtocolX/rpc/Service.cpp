@@ -1,8 +1,10 @@
 #include "rpc/Service.h"
 
+#include "rpc/IChunkTaker.h"
 #include "rpc/ITrackReader.h"
 #include "rpc/ITrackWriter.h"
 #include "rpc/PartMemory.h"
+#include "rpc/RequestInHand.h"
 #include "rpc/ReusedMemory.h"
 #include "rpc/ServiceCalls.h"
 
@@ -83,6 +85,7 @@ Service::~Service() {
 
 void Service::Handle(Brantel::Services::IServiceConnection& connection) {
     Request request;
+    const RequestInHand inHand(request);
     Response response;
     ReusedMemory<Request> requestMemory;
     ReusedMemory<Response> responseMemory;
@@ -141,7 +144,8 @@ template ITrackWriter* Service::GetDynamicObject<ITrackWriter>(std::uint32_t han
 std::uint32_t Service::Register(std::unique_ptr<DynamicObject> object) {
     const std::uint32_t handle = freeHandles.empty() ? nextHandle : freeHandles.back();
     objects[handle] = {object.get(), dynamic_cast<ITrackReader*>(object.get()),
-                       dynamic_cast<ITrackWriter*>(object.get())};
+                       dynamic_cast<ITrackWriter*>(object.get()),
+                       dynamic_cast<IChunkTaker*>(object.get())};
     static_cast<void>(object.release());
     if (freeHandles.empty()) {
         ++nextHandle;

@@ -14,6 +14,8 @@
 // The calls on a storage as messages: stubs at the client, the service at the server.
 namespace BrantelStorageApi {
 
+class IChunkTaker;
+
 // The server's half of the protocol: receives requests, turns each into one call of the storage, of
 // a factory, or of a reader or writer that a client made, and answers. Readers and writers are
 // known by handles, counted from 1; a freed handle is given out again before a new one, the last
@@ -67,6 +69,7 @@ class Service : public Brantel::Services::IServiceHandler {
         DynamicObject* object;
         ITrackReader* reader;
         ITrackWriter* writer;
+        IChunkTaker* taker;
     };
 
     static Call FindCall(Operation operation);

@@ -1,7 +1,9 @@
 #include "rpc/ServiceCalls.h"
 
+#include "rpc/IChunkTaker.h"
 #include "rpc/ITrackReader.h"
 #include "rpc/ITrackWriter.h"
+#include "rpc/RequestInHand.h"
 
 #include <cstdint>
 #include <memory>
@@ -288,7 +290,14 @@ void Service::OnWriter::Destructor(Service& service, const Request& request, Res
 void Service::OnWriter::Append(Service& service, const Request& request, Response& response) {
     const auto& question = request.trackwriter_append();
     response.mutable_trackwriter_append();
-    Find(service, question.object_handle()).Append(question.chunk());
+    ITrackWriter& writer = Find(service, question.object_handle());
+    Request* const own = RequestInHand::Find(request);
+    IChunkTaker* const taker = service.objects.find(question.object_handle())->second.taker;
+    if (own != nullptr && taker != nullptr && question.has_chunk()) {
+        taker->AppendTaking(*own->mutable_trackwriter_append()->mutable_chunk());
+    } else {
+        writer.Append(question.chunk());
+    }
 }
 
 void Service::OnWriter::GetTrackId(Service& service, const Request& request, Response& response) {

@@ -196,7 +196,13 @@ SegmentInfo MemoryEngine::Claim(const SegmentId& id, Epoch epoch) {
 
 void MemoryEngine::Append(const SegmentId& id, Epoch epoch, const ChunkEntry& entry,
                           std::span<const std::string_view> parts, const Durability&) {
-    Find(id)->Append(epoch, entry, parts);
+    Find(id)->Append(epoch, entry, parts, {});
+}
+
+void MemoryEngine::AppendTaking(const SegmentId& id, Epoch epoch, const ChunkEntry& entry,
+                                std::span<const std::string_view> parts,
+                                std::span<std::string* const> offered, const Durability&) {
+    Find(id)->Append(epoch, entry, parts, offered);
 }
 
 void MemoryEngine::Flush(const SegmentId& id) {

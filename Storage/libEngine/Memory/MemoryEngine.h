@@ -41,6 +41,9 @@ class MemoryEngine : public IEngine {
     SegmentInfo Claim(const SegmentId& id, Epoch epoch) override;
     void Append(const SegmentId& id, Epoch epoch, const ChunkEntry& entry,
                 std::span<const std::string_view> parts, const Durability& durability) override;
+    void AppendTaking(const SegmentId& id, Epoch epoch, const ChunkEntry& entry,
+                      std::span<const std::string_view> parts,
+                      std::span<std::string* const> offered, const Durability& durability) override;
     void Flush(const SegmentId& id) override;
     void Seal(const SegmentId& id, Epoch epoch, std::uint64_t count) override;
     std::vector<ChunkEntry> ReadEntries(const SegmentId& id) override;

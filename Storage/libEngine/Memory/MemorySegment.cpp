@@ -1,6 +1,7 @@
 #include "Memory/MemorySegment.h"
 
 #include "Checksum.h"
+#include "Memory/CopyPastCache.h"
 
 #include <algorithm>
 #include <array>
@@ -8,6 +9,12 @@
 #include <string>
 
 namespace Brantel::Engine {
+
+namespace {
+
+constexpr std::size_t leastPastCache = std::size_t{512} << 10U;
+
+}  // namespace
 
 MemorySegment::MemorySegment(const SegmentId& id, std::uint32_t size, Epoch epoch)
     : id(id), size(size), epoch(epoch) {}
@@ -74,10 +81,56 @@ SegmentInfo MemorySegment::Claim(Epoch newEpoch) {
     return InfoLocked();
 }
 
-void MemorySegment::Append(Epoch writer, const ChunkEntry& entry,
-                           std::span<const std::string_view> parts) {
+// Small texts are cheaper to copy, and others may have much more memory than they use. Large ones
+// would be received into memory that is in no cache, because it was some other chunk's: that takes
+// longer than a copy past the cache of what is received into the same place again and again.
+bool MemorySegment::IsTaken(std::span<std::string* const> offered, std::size_t part) {
+    constexpr std::size_t least = std::size_t{16} << 10U;
+    constexpr std::size_t excess = 8;  // an eighth
+    if (part >= offered.size() || offered[part] == nullptr) {
+        return false;
+    }
+    const std::string& text = *offered[part];
+    return text.size() >= least && text.size() < leastPastCache &&
+           text.capacity() <= text.size() + text.size() / excess;
+}
+
+// The chunk, with everything but the texts that are to be taken, for which there is room.
+std::shared_ptr<MemorySegment::Chunk> MemorySegment::Keep(const ChunkEntry& entry,
+                                                          std::span<const std::string_view> parts,
+                                                          std::span<std::string* const> offered) {
     auto chunk = std::make_shared<Chunk>();
     chunk->entry = entry;
+    std::size_t copied = 0;
+    std::size_t taken = 0;
+    for (std::size_t part = 0; part < parts.size(); ++part) {
+        const bool isTaken = IsTaken(offered, part);
+        copied += isTaken ? 0 : parts[part].size();
+        taken += isTaken ? 1 : 0;
+    }
+    chunk->copied = std::make_unique_for_overwrite<char[]>(copied);
+    chunk->taken.reserve(taken);
+    chunk->sizes.reserve(parts.size());
+    chunk->parts.reserve(parts.size());
+    char* place = chunk->copied.get();
+    for (std::size_t part = 0; part < parts.size(); ++part) {
+        const std::string_view bytes = parts[part];
+        const bool isTaken = IsTaken(offered, part);
+        chunk->sizes.push_back(static_cast<std::uint32_t>(bytes.size()));
+        chunk->parts.push_back(Part{Checksum(bytes), isTaken ? bytes.data() : place});
+        if (bytes.size() >= leastPastCache) {
+            CopyPastCache(place, bytes.data(), bytes.size());
+        } else if (!isTaken) {
+            std::copy(bytes.begin(), bytes.end(), place);
+        }
+        place += isTaken ? 0 : bytes.size();
+    }
+    return chunk;
+}
+
+void MemorySegment::Append(Epoch writer, const ChunkEntry& entry,
+                           std::span<const std::string_view> parts,
+                           std::span<std::string* const> offered) {
     std::size_t total = 0;
     for (const std::string_view part : parts) {
         total += part.size();
@@ -86,14 +139,7 @@ void MemorySegment::Append(Epoch writer, const ChunkEntry& entry,
         entry.headLength != ChunkLayout::HeadLength(parts.size(), parts[0].size())) {
         Throw(EngineError::Kind::Refused, "lengths do not fit the parts of the chunk");
     }
-    chunk->bytes.reserve(total);
-    chunk->sizes.reserve(parts.size());
-    chunk->checksums.reserve(parts.size());
-    for (const std::string_view part : parts) {
-        chunk->bytes.append(part);
-        chunk->sizes.push_back(static_cast<std::uint32_t>(part.size()));
-        chunk->checksums.push_back(Checksum(part));
-    }
+    const std::shared_ptr<Chunk> chunk = Keep(entry, parts, offered);
 
     const std::lock_guard lock(mutex);
     CheckEpochLocked(writer);
@@ -111,7 +157,14 @@ void MemorySegment::Append(Epoch writer, const ChunkEntry& entry,
                                               " bytes does not fit behind " +
                                               std::to_string(entry.offset));
     }
-    chunks.push_back(std::move(chunk));
+    chunks.push_back(chunk);
+    // Nothing fails any more. A text of this size keeps its bytes where they are when it moves.
+    for (std::size_t part = 0; part < parts.size(); ++part) {
+        if (IsTaken(offered, part)) {
+            chunk->taken.push_back(std::move(*offered[part]));
+            offered[part]->clear();
+        }
+    }
     durationSum += static_cast<std::uint64_t>(entry.duration);
 }
 
@@ -153,8 +206,8 @@ std::shared_ptr<const MemorySegment::Chunk> MemorySegment::Find(const ChunkEntry
     return *position;
 }
 
-void MemorySegment::CheckPart(const Chunk& chunk, std::size_t part, std::string_view bytes) const {
-    if (Checksum(bytes) != chunk.checksums[part]) {
+void MemorySegment::CheckPart(const Chunk& chunk, std::size_t part, const char* bytes) const {
+    if (Checksum({bytes, chunk.sizes[part]}) != chunk.parts[part].checksum) {
         Throw(EngineError::Kind::Damaged, "the checksum of part " + std::to_string(part) +
                                               " of the chunk at " +
                                               std::to_string(chunk.entry.offset) + " is wrong");
@@ -163,8 +216,7 @@ void MemorySegment::CheckPart(const Chunk& chunk, std::size_t part, std::string_
 
 void MemorySegment::ReadChunk(const ChunkEntry& entry, IChunkSink& sink) {
     const std::shared_ptr<const Chunk> chunk = Find(entry);
-    const std::string_view first(chunk->bytes.data(), chunk->sizes[0]);
-    CheckPart(*chunk, 0, first);
+    CheckPart(*chunk, 0, chunk->parts[0].bytes);
 
     std::array<char*, 16> few{};
     std::vector<char*> many;
@@ -174,15 +226,12 @@ void MemorySegment::ReadChunk(const ChunkEntry& entry, IChunkSink& sink) {
         destinations = many;
     }
     destinations = destinations.first(chunk->sizes.size());
-    sink.Begin(first, chunk->sizes, destinations);
-
-    const char* source = chunk->bytes.data() + chunk->sizes[0];
+    sink.Begin({chunk->parts[0].bytes, chunk->sizes[0]}, chunk->sizes, destinations);
     for (std::size_t part = 1; part < chunk->sizes.size(); ++part) {
         if (destinations[part] != nullptr) {
-            std::memcpy(destinations[part], source, chunk->sizes[part]);
-            CheckPart(*chunk, part, std::string_view(destinations[part], chunk->sizes[part]));
+            std::memcpy(destinations[part], chunk->parts[part].bytes, chunk->sizes[part]);
+            CheckPart(*chunk, part, destinations[part]);
         }
-        source += chunk->sizes[part];
     }
 }
 
@@ -196,15 +245,13 @@ void MemorySegment::Verify(std::uint32_t offset, IVerifyObserver& observer) {
             continue;
         }
         const std::shared_ptr<const Chunk> chunk = Find(entries[index]);
-        const char* source = chunk->bytes.data();
         for (std::size_t part = 0; part < chunk->sizes.size(); ++part) {
             try {
-                CheckPart(*chunk, part, std::string_view(source, chunk->sizes[part]));
+                CheckPart(*chunk, part, chunk->parts[part].bytes);
             } catch (const EngineError& error) {
                 observer.OnDamage(Damage{id, entries[index].offset, entries[index], error.what()});
                 break;
             }
-            source += chunk->sizes[part];
         }
     }
 }
@@ -215,12 +262,14 @@ void MemorySegment::SetRemoved() {
 }
 
 void MemorySegment::FlipBit(const ChunkEntry& entry, std::size_t part) {
-    auto damaged = std::make_shared<Chunk>(*Find(entry));
-    std::size_t position = 0;
-    for (std::size_t index = 0; index < part; ++index) {
-        position += damaged->sizes[index];
+    const std::shared_ptr<const Chunk> whole = Find(entry);
+    std::vector<std::string_view> parts;
+    for (std::size_t index = 0; index < whole->parts.size(); ++index) {
+        parts.emplace_back(whole->parts[index].bytes, whole->sizes[index]);
     }
-    damaged->bytes[position] = static_cast<char>(damaged->bytes[position] ^ 1);
+    const std::shared_ptr<Chunk> damaged = Keep(entry, parts, {});
+    const auto position = damaged->parts[part].bytes - damaged->copied.get();
+    damaged->copied[static_cast<std::size_t>(position)] ^= 1;
 
     const std::lock_guard lock(mutex);
     for (auto& chunk : chunks) {

@@ -24,7 +24,8 @@ class MemorySegment {
 
     // As the operations of IEngine.
     SegmentInfo Claim(Epoch newEpoch);
-    void Append(Epoch writer, const ChunkEntry& entry, std::span<const std::string_view> parts);
+    void Append(Epoch writer, const ChunkEntry& entry, std::span<const std::string_view> parts,
+                std::span<std::string* const> offered);
     void Seal(Epoch writer, std::uint64_t count);
     std::vector<ChunkEntry> ReadEntries();
     void ReadChunk(const ChunkEntry& entry, IChunkSink& sink);
@@ -40,18 +41,28 @@ class MemorySegment {
     static std::string Describe(const SegmentId& id);
 
   private:
+    struct Part {
+        std::uint64_t checksum;
+        const char* bytes;  // in `copied` or in one of `taken`
+    };
     struct Chunk {
         ChunkEntry entry;
-        std::vector<std::uint32_t> sizes;      // of the parts
-        std::vector<std::uint64_t> checksums;  // of the parts
-        std::string bytes;                     // the parts one behind the other
+        std::vector<std::uint32_t> sizes;  // of the parts
+        std::vector<Part> parts;
+        std::unique_ptr<char[]> copied;  // of the parts, one behind the other
+        std::vector<std::string> taken;  // the others
     };
+
+    static bool IsTaken(std::span<std::string* const> offered, std::size_t part);
+    static std::shared_ptr<Chunk> Keep(const ChunkEntry& entry,
+                                       std::span<const std::string_view> parts,
+                                       std::span<std::string* const> offered);
 
     SegmentInfo InfoLocked() const;
     void CheckEpochLocked(Epoch writer) const;
     std::uint32_t EndLocked() const;
     std::shared_ptr<const Chunk> Find(const ChunkEntry& entry);
-    void CheckPart(const Chunk& chunk, std::size_t part, std::string_view bytes) const;
+    void CheckPart(const Chunk& chunk, std::size_t part, const char* bytes) const;
     [[noreturn]] void Throw(EngineError::Kind kind, const std::string& text) const;
 
     const SegmentId id;

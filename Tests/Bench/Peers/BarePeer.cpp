@@ -37,11 +37,15 @@ std::size_t ChunkRequest(std::size_t size) {
     return request.ByteSizeLong() + frameLength;
 }
 
-BareShape ShapeOf(const Task& task, Keeping keeping, bool polls) {
+BareShape ShapeOf(const Task& task, Keeping keeping, Bareness bareness) {
     constexpr std::uint64_t smallRequest = 24;
     constexpr std::uint64_t smallAnswer = 16;
     constexpr std::uint64_t emptyAnswer = 5;
-    BareShape shape{smallRequest, smallAnswer, polls ? 1U : 0U, BareShape::inMemory, 0};
+    BareShape shape;
+    shape.requestSize = smallRequest;
+    shape.answerSize = smallAnswer;
+    shape.polls = bareness == Bareness::Blocking ? 0 : 1;
+    shape.places = bareness == Bareness::Keeping ? KeptOf(task.size) : 0;
     if (task.work == Work::Append) {
         shape.requestSize = ChunkRequest(task.size);
         shape.answerSize = emptyAnswer;
@@ -76,24 +80,24 @@ class BareCalls : public ICalls {
 
 class BarePeer : public IPeer {
   public:
-    BarePeer(const std::string& folder, Keeping keeping, bool polls)
+    BarePeer(const std::string& folder, Keeping keeping, Bareness bareness)
         : path(folder + "/socket"),
           keeping(keeping),
-          polls(polls),
-          server({"/proc/self/exe", "--serve", polls ? "bare" : "bare-blocking", folder}, folder),
+          bareness(bareness),
+          server({"/proc/self/exe", "--serve", "bare", folder}, folder),
           port(std::stoi(server.ReadReady())) {}
 
     std::unique_ptr<ICalls> Open(const Task& task) override {
         const int fd =
             task.transport == Transport::Unix ? ConnectSocket(path) : ConnectSocket(port);
-        return std::make_unique<BareCalls>(fd, ShapeOf(task, keeping, polls));
+        return std::make_unique<BareCalls>(fd, ShapeOf(task, keeping, bareness));
     }
     pid_t Process() const override { return server.Process(); }
 
   private:
     const std::string path;
     const Keeping keeping;
-    const bool polls;
+    const Bareness bareness;
     ServerChild server;
     const int port;
 };
@@ -120,16 +124,34 @@ void Serve(const std::string& folder, const std::function<void(int)>& ready) {
 
 }  // namespace
 
-PeerKind BareKind(bool polls) {
-    return {polls ? "bare" : "bare-blocking",
-            polls ? "the same bytes and nothing else, polling as ours does before it blocks"
-                  : "the same bytes and nothing else, blocking",
-            "",
-            [](const Task&, Keeping) { return true; },
-            [polls](const std::string& folder, Keeping keeping) {
-                return std::make_unique<BarePeer>(folder, keeping, polls);
-            },
-            Serve};
+PeerKind BareKind(Bareness bareness) {
+    PeerKind kind;
+    kind.does = [](const Task&, Keeping) { return true; };
+    kind.start = [bareness](const std::string& folder, Keeping keeping) {
+        return std::make_unique<BarePeer>(folder, keeping, bareness);
+    };
+    kind.serve = Serve;
+    switch (bareness) {
+        case Bareness::Polling:
+            kind.name = "bare";
+            kind.about = "the same bytes and nothing else, polling as ours does before it blocks";
+            break;
+        case Bareness::Blocking:
+            kind.name = "bare-blocking";
+            kind.about = "the same bytes and nothing else, blocking";
+            break;
+        case Bareness::Keeping:
+            kind.name = "bare-keeping";
+            kind.about =
+                "the same bytes, polling, copied to or from memory for as many values as others "
+                "keep";
+            kind.does = [](const Task& task, Keeping keeping) {
+                const bool isKept = task.work == Work::Append || task.work == Work::Read;
+                return isKept && keeping == Keeping::Memory && !task.isAwaited;
+            };
+            break;
+    }
+    return kind;
 }
 
 }  // namespace Brantel::Bench

@@ -74,7 +74,9 @@ class GrpcCalls : public ICalls {
         value.set_row(place.row());
         value.set_value(std::string(task.size, 'x'));
         const bool isWalk = task.work == Work::Next || task.work == Work::Previous;
-        const std::size_t wanted = isWalk ? walkValues : task.work == Work::Read ? keptValues : 0;
+        const std::size_t wanted = isWalk                    ? walkValues
+                                   : task.work == Work::Read ? KeptOf(task.size)
+                                                             : 0;
         place.set_backwards(task.work == Work::Previous);
         Do(&Grpc::Values::Stub::Count, place, answer);
         for (std::size_t there = answer.number(); there < wanted; ++there) {

@@ -91,7 +91,7 @@ inline std::int64_t RowOf(const Task& task) {
 
 // How many values a row keeps.
 inline std::size_t LimitOf(std::int64_t row) {
-    return row % 2 == 1 ? walkValues : keptValues;
+    return row % 2 == 1 ? walkValues : KeptOf(static_cast<std::size_t>(row / 2));
 }
 
 }  // namespace Brantel::Bench

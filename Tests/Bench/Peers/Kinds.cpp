@@ -14,7 +14,8 @@ namespace {
 }  // namespace
 
 std::vector<PeerKind> AllKinds() {
-    std::vector<PeerKind> kinds{OwnKind(), BareKind(true), BareKind(false)};
+    std::vector<PeerKind> kinds{OwnKind(), BareKind(Bareness::Polling),
+                                BareKind(Bareness::Blocking), BareKind(Bareness::Keeping)};
 #ifdef BRANTEL_PEER_GRPC
     kinds.push_back(GrpcKind());
 #else

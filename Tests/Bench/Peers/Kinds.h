@@ -8,7 +8,8 @@ namespace Brantel::Bench {
 
 // Each in a source of its own.
 PeerKind OwnKind();
-PeerKind BareKind(bool polls);
+enum class Bareness { Polling, Blocking, Keeping };
+PeerKind BareKind(Bareness bareness);
 PeerKind GrpcKind();
 PeerKind RedisKind();
 PeerKind RedisStreamKind();

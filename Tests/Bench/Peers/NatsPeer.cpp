@@ -73,7 +73,7 @@ class NatsCalls : public ICalls {
         Check(natsConnection_JetStream(&context, connection.get(), nullptr));
         jetStream.reset(context);
         MakeStream(inMemory);
-        const std::uint64_t wanted = IsWalk(task) ? walkValues : keptValues;
+        const std::uint64_t wanted = IsWalk(task) ? walkValues : KeptOf(task.size);
         while (last < first + wanted - 1 || last == 0) {
             Append();
         }
@@ -101,7 +101,7 @@ class NatsCalls : public ICalls {
         wanted.Subjects = subjects.data();
         wanted.SubjectsLen = 1;
         wanted.Storage = inMemory ? js_MemoryStorage : js_FileStorage;
-        wanted.MaxMsgs = static_cast<std::int64_t>(IsWalk(task) ? walkValues : keptValues);
+        wanted.MaxMsgs = static_cast<std::int64_t>(IsWalk(task) ? walkValues : KeptOf(task.size));
         wanted.AllowDirect = true;
         jsStreamInfo* info = nullptr;
         // Returns the stream as it is when it is there already.

@@ -64,7 +64,7 @@ class OwnCalls : public ICalls {
         if (task.work == Work::Next || task.work == Work::Previous) {
             FillForWalk();
         } else if (task.work == Work::Read) {
-            Fill(keptValues);
+            Fill(KeptOf(task.size));
         } else if (task.work == Work::Append) {
             writer = this->client->GetTrackWriter(track);
         }
@@ -94,7 +94,7 @@ class OwnCalls : public ICalls {
         writer->Append(chunk);
     }
     void Read() {
-        const auto back = static_cast<long>(turn++ % keptValues);
+        const auto back = static_cast<long>(turn++ % KeptOf(task.size));
         Check(reader->GetChunk(chunk, TimePoint::Nanoseconds(time - back), allKeys) &&
               chunk.GetDataSize() == 1 && chunk.GetData("data").size() == task.size);
     }
@@ -228,20 +228,17 @@ class OwnPeer : public IPeer {
         return command;
     }
     // Tracks that recycle their oldest chunks. Those that are walked through hold all; the others
-    // hold about as few as the other servers keep, where their chunks fit into the smallest
-    // segments; larger chunks take a segment each, which is 1/32 of a track's capacity.
+    // hold about as many as the other servers keep.
     static long CapacityFor(const Task& task, bool isWalk) {
         constexpr long walkCapacity = 8L << 20U;
-        constexpr long fitsSmallest = 512L << 10U;
         constexpr long leastCapacity = 1L << 20U;
-        constexpr long chunksInATrack = 33;
         const auto size = static_cast<long>(task.size);
         if (isWalk) {
             return walkCapacity;
         }
-        return size <= fitsSmallest
-                   ? std::max(leastCapacity, size * static_cast<long>(keptValues + 1))
-                   : size * chunksInATrack;
+        // One more, for what is stored beside the values.
+        const auto kept = static_cast<long>(KeptOf(task.size));
+        return std::max(leastCapacity, size * (kept + 1));
     }
     long TrackFor(StorageClientX& client, const Task& task) {
         const bool isWalk = task.work == Work::Next || task.work == Work::Previous;

@@ -17,7 +17,7 @@ namespace Brantel::Bench {
 enum class Work {
     Ask,     // a small question with an answer of 8 bytes
     Append,  // one more value of Task::size bytes
-    Read,    // one of the last keptValues values, in turn
+    Read,    // one of the last KeptOf values, in turn
     Next,    // the value that comes after the one got before, from walkValues; then from the start
     Previous,  // likewise backwards
     Wait       // until a value is there that was not when the call before ended
@@ -31,7 +31,15 @@ enum class Keeping {
     Always     // a loss of power
 };
 
-constexpr std::size_t keptValues = 4;
+// How many values of `size` bytes a server keeps: as many as ours does, where a track has 32 times
+// the room of its largest chunk; of the smaller ones, which leave a track of the least size room
+// for more, four.
+constexpr std::size_t KeptOf(std::size_t size) {
+    constexpr std::size_t few = 4;
+    constexpr std::size_t asATrack = 33;
+    constexpr std::size_t large = std::size_t{512} << 10U;
+    return size > large ? asATrack : few;
+}
 constexpr std::size_t walkValues = 1000;
 
 struct Task {

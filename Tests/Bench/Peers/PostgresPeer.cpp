@@ -63,7 +63,7 @@ class PostgresCalls : public ICalls {
         if (task.work == Work::Append) {
             Plain("TRUNCATE " + table);
         } else if (task.work == Work::Read || IsWalk(task)) {
-            Fill(IsWalk(task) ? walkValues : keptValues);
+            Fill(IsWalk(task) ? walkValues : KeptOf(task.size));
         }
     }
 
@@ -71,7 +71,7 @@ class PostgresCalls : public ICalls {
         switch (task.work) {
             case Work::Ask: Check(Number(*Execute("ask", 1, false)) == 1); break;
             case Work::Append: Execute("append", ++last, true); break;
-            case Work::Read: Take(*Execute("read", 1 + turn++ % keptValues, false)); break;
+            case Work::Read: Take(*Execute("read", 1 + turn++ % KeptOf(task.size), false)); break;
             case Work::Next: Walk("next", 0); break;
             default: Walk("previous", walkValues + 1); break;
         }

@@ -64,7 +64,7 @@ class RedisCalls : public ICalls {
         } else if (IsWalk()) {
             FillForWalk();
         } else if (task.work == Work::Read) {
-            for (std::size_t i = 0; i < keptValues; ++i) {
+            for (std::size_t i = 0; i < KeptOf(task.size); ++i) {
                 Append();
             }
         } else if (task.work == Work::Wait) {
@@ -103,9 +103,9 @@ class RedisCalls : public ICalls {
     }
     void Append() {
         if (isStream) {
-            Command({"XADD", key, "MAXLEN", std::to_string(keptValues), "*", "data", value});
+            Command({"XADD", key, "MAXLEN", std::to_string(KeptOf(task.size)), "*", "data", value});
         } else {
-            Command({"SET", key + "." + std::to_string(turn++ % keptValues), value});
+            Command({"SET", key + "." + std::to_string(turn++ % KeptOf(task.size)), value});
         }
     }
     void Read() {
@@ -113,7 +113,7 @@ class RedisCalls : public ICalls {
             // The entries in turn: each is the one behind the one before.
             Walk("XRANGE", "-", "+");
         } else {
-            CheckText(*Command({"GET", key + "." + std::to_string(turn++ % keptValues)}),
+            CheckText(*Command({"GET", key + "." + std::to_string(turn++ % KeptOf(task.size))}),
                       task.size);
         }
     }

@@ -78,7 +78,9 @@ class ThriftConnection : public ICalls {
         socket->setNoDelay(true);
         transport->open();
         const bool isWalk = task.work == Work::Next || task.work == Work::Previous;
-        const std::size_t wanted = isWalk ? walkValues : task.work == Work::Read ? keptValues : 0;
+        const std::size_t wanted = isWalk                    ? walkValues
+                                   : task.work == Work::Read ? KeptOf(task.size)
+                                                             : 0;
         for (auto there = static_cast<std::size_t>(client.Count(row)); there < wanted; ++there) {
             client.Append(row, value);
         }

@@ -96,7 +96,9 @@ class ZeroMqCalls : public ICalls {
         head.row = RowOf(task);
         head.backwards = task.work == Work::Previous ? 1 : 0;
         const bool isWalk = task.work == Work::Next || task.work == Work::Previous;
-        const std::size_t wanted = isWalk ? walkValues : task.work == Work::Read ? keptValues : 0;
+        const std::size_t wanted = isWalk                    ? walkValues
+                                   : task.work == Work::Read ? KeptOf(task.size)
+                                                             : 0;
         Exchange(Operation::Count, {});
         for (auto there = static_cast<std::size_t>(answer.time); there < wanted; ++there) {
             Exchange(Operation::Append, value);

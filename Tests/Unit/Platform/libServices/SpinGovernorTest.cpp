@@ -175,6 +175,18 @@ TEST_F(PollingConnectionTest, APollThatBringsNothingIsFollowedByABlockingWait) {
     EXPECT_EQ(received.value(), MessageOfSize(50).value());
 }
 
+TEST_F(PollingConnectionTest, TheLongerPollAfterALargeMessageEndsToo) {
+    governor.SetBudget(1ns);
+    const std::size_t size = 16U << 20U;
+    std::thread reading([&] { peer.Read(Frame(MessageOfSize(size)).size()); });
+    EXPECT_TRUE(connection.Send(MessageOfSize(size)));
+    reading.join();
+    Receiving receiving(*this);
+    receiving.WaitUntilBlocked();
+    peer.Write(Frame(MessageOfSize(50)));
+    EXPECT_EQ(receiving.Join(), "");
+}
+
 TEST_F(PollingConnectionTest, AConnectionBlocksAtOnceWhileAnotherPolls) {
     governor.SetBudget(1h);
     while (governor.Enter()) {

@@ -34,6 +34,26 @@ class EncodedChunkTest : public testing::Test {
     EncodedChunk encoded;
 };
 
+TEST_F(EncodedChunkTest, OnlyLargeDataBlocksAreOffered) {
+    Encode(large);
+    EXPECT_TRUE(encoded.GetOffered().empty());
+    encoded.Offer(chunk);
+    ASSERT_EQ(encoded.GetOffered().size(), 3U);
+    EXPECT_EQ(encoded.GetOffered()[0], nullptr);
+    EXPECT_EQ(encoded.GetOffered()[1], nullptr);
+    EXPECT_EQ(encoded.GetOffered()[2], &chunk.data().items(1).value());
+}
+
+TEST_F(EncodedChunkTest, WhatWasOfferedIsForgottenWithTheNextChunk) {
+    Encode(large);
+    encoded.Offer(chunk);
+    encoded.Encode(7, chunk);
+    EXPECT_TRUE(encoded.GetOffered().empty());
+    Encode(10);
+    encoded.Offer(chunk);
+    EXPECT_TRUE(encoded.GetOffered().empty());
+}
+
 TEST_F(EncodedChunkTest, ALargeDataBlockLiesInTheFileAsInMemory) {
     Encode(large);
     for (std::uint64_t offset = 4096; offset < 4096 + 2 * line; offset += 8) {

@@ -2,6 +2,8 @@
 
 #include "Support/Waiting.h"
 
+#include <libProtocolX/rpc/IChunkTaker.h>
+
 #include <exception>
 
 namespace Brantel::Tracks {
@@ -144,6 +146,11 @@ void StorageTest::Delete(std::int64_t track) {
 
 void StorageTest::Append(std::int64_t track, const Protocol::Chunk& chunk) {
     OpenWriter(track)->Append(chunk);
+}
+
+void StorageTest::AppendTaking(std::int64_t track, Protocol::Chunk& chunk) {
+    const Writer writer = OpenWriter(track);
+    dynamic_cast<BrantelStorageApi::IChunkTaker&>(*writer).AppendTaking(chunk);
 }
 
 void StorageTest::Fill(std::int64_t track, const std::vector<std::int64_t>& timePoints,

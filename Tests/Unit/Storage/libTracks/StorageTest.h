@@ -70,6 +70,7 @@ class StorageTest : public testing::TestWithParam<Engine::EngineHarnessFactory> 
                 const Blocks& data = {}) {
         Append(track, MakeChunk(timePoint, duration, data));
     }
+    void AppendTaking(std::int64_t track, Protocol::Chunk& chunk);
     // Chunks of duration 10 at these time points, each with `size` bytes of data.
     void Fill(std::int64_t track, const std::vector<std::int64_t>& timePoints,
               std::size_t size = 0);

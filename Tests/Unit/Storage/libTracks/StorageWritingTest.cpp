@@ -31,6 +31,25 @@ TEST_P(StorageTest, AWriterKnowsItsTrack) {
     EXPECT_EQ(track, 7);
 }
 
+TEST_P(StorageTest, AChunkThatMayBeTakenIsKeptAsItWas) {
+    Create(7, 8 << 20);
+    const Protocol::Chunk sent = MakeChunk(
+        5, 10, {{"audio", Bytes(100)}, {"left", Bytes(20'000)}, {"right", Bytes(600'000)}});
+    Protocol::Chunk chunk = sent;
+    AppendTaking(7, chunk);
+    EXPECT_EQ(Get(7, 5)->SerializeAsString(), sent.SerializeAsString());
+}
+
+TEST_P(StorageTest, AChunkThatIsRefusedIsNotTakenApart) {
+    Create(7);
+    Append(7, 9, 10);
+    const Protocol::Chunk sent = MakeChunk(5, 10, {{"data", Bytes(20'000)}});
+    Protocol::Chunk chunk = sent;
+    EXPECT_EQ(ErrorOf([&] { AppendTaking(7, chunk); }),
+              "Track 7: time point 5 is not after the last one, 9");
+    EXPECT_EQ(chunk.SerializeAsString(), sent.SerializeAsString());
+}
+
 TEST_P(StorageTest, ATimePointMustLieAfterTheLastOne) {
     Create(7);
     Append(7, 9, 10);

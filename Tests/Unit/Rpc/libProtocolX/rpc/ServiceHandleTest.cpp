@@ -1,5 +1,6 @@
 #include "Unit/Rpc/libProtocolX/rpc/ServiceFixture.h"
 
+#include <libProtocolX/rpc/IChunkTaker.h>
 #include <libServices/MessageNotSendable.h>
 #include <libServices/SocketDisconnected.h>
 
@@ -7,6 +8,7 @@
 #include <gtest/gtest.h>
 
 #include <functional>
+#include <memory>
 #include <stdexcept>
 #include <string>
 #include <vector>
@@ -305,6 +307,84 @@ TEST_F(WrappedServiceTest, AResponseWithoutIsSuccessIsReplacedByAFailureThatName
     WillReceive(clear);
     wrapping.Handle(connection);
     EXPECT_THAT(Sent(), ElementsAre(Failure("The response lacks required fields: is_success")));
+}
+
+// Takes the first data block of what it may take, and remembers what it got and how.
+class TakingWriter : public ITrackWriter, public IChunkTaker {
+  public:
+    explicit TakingWriter(std::vector<std::string>& got) : got(got) {}
+    void Append(const Protocol::Chunk& chunk) override {
+        got.push_back("copy " + chunk.data().items(0).value());
+    }
+    void AppendTaking(Protocol::Chunk& chunk) override {
+        std::string taken;
+        chunk.mutable_data()->mutable_items(0)->mutable_value()->swap(taken);
+        got.push_back("take " + taken);
+    }
+    void GetTrackId(long& result) override { result = 1; }
+
+  private:
+    std::vector<std::string>& got;
+};
+
+class TakingWriterFactory : public ITrackWriterFactory {
+  public:
+    explicit TakingWriterFactory(std::vector<std::string>& got) : got(got) {}
+    ITrackWriter* CreateTrackWriter(const long& /*trackId*/) override {
+        return new TakingWriter(got);
+    }
+
+  private:
+    std::vector<std::string>& got;
+};
+
+class ServiceTakingTest : public testing::Test {
+  protected:
+    static constexpr const char* open =
+        "operation: OPERATION_TrackWriter_Constructor TrackWriter_Constructor { trackId: 1 }";
+    static constexpr const char* append =
+        "operation: OPERATION_TrackWriter_Append TrackWriter_Append { object_handle: 1 "
+        "chunk { data { items { key: \"k\" value: \"v\" } } } }";
+
+    std::vector<std::string> got;
+    Service service{nullptr, nullptr, std::make_unique<TakingWriterFactory>(got)};
+};
+
+TEST_F(ServiceTakingTest, AWriterMayTakeApartWhatTheServiceReceived) {
+    ScriptedConnection connection;
+    connection.WillReceive(FromText<Request>(open));
+    connection.WillReceive(FromText<Request>(append));
+    connection.WillReceive(FromText<Request>(append));
+    service.Handle(connection);
+    EXPECT_THAT(got, ElementsAre("take v", "take v"));
+}
+
+TEST_F(ServiceTakingTest, ARequestOfSomebodyElseStaysAsItWas) {
+    Response response;
+    service.ServeRequest(FromText<Request>(open), response);
+    const auto request = FromText<Request>(append);
+    service.ServeRequest(request, response);
+    EXPECT_THAT(got, ElementsAre("copy v"));
+    EXPECT_EQ(ToText(request), ToText(FromText<Request>(append)));
+}
+
+// Serves each request of its connection as a copy, as a server that looks at it afterwards does.
+class CopyingService : public Service {
+  public:
+    using Service::Service;
+    void ServeRequest(const Request& request, Response& response) override {
+        const Request copy = request;
+        Service::ServeRequest(copy, response);
+    }
+};
+
+TEST_F(ServiceTakingTest, ACopyOfWhatTheServiceReceivedStaysAsItWas) {
+    CopyingService copying(nullptr, nullptr, std::make_unique<TakingWriterFactory>(got));
+    ScriptedConnection connection;
+    connection.WillReceive(FromText<Request>(open));
+    connection.WillReceive(FromText<Request>(append));
+    copying.Handle(connection);
+    EXPECT_THAT(got, ElementsAre("copy v"));
 }
 
 }  // namespace
