@@ -44,7 +44,7 @@ class SpinGovernor {
 
     // Changes the longest time that one wait polls, from the next wait on; 0 turns polling off.
     void SetBudget(std::chrono::nanoseconds budget) noexcept;
-    // The longest time that one wait polls.
+    // The longest time that one wait polls; that for the answer to a large message may add 2 ms.
     std::chrono::nanoseconds Budget() const noexcept {
         return std::chrono::nanoseconds(budgetNanoseconds.load(std::memory_order_relaxed));
     }
