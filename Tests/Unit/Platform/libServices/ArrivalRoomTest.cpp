@@ -144,6 +144,21 @@ TEST_F(ArrivalRoomTest, WhoComesLaterDoesNotPassWhoWaits) {
     EXPECT_TRUE(smallWaits.get());
 }
 
+TEST_F(ArrivalRoomTest, WhoComesLaterWaitsAlsoForWhatWouldFit) {
+    Arriving first(room, 60);
+    Arriving large(room, 50);
+    Arriving small(room, 1);
+    EXPECT_TRUE(TakeNow(first, 60));
+    std::future<bool> largeWaits = TakeLater(large, 50);
+    UntilAsked(1);
+    std::future<bool> smallWaits = TakeLater(small, 1);
+    UntilAsked(4);
+    EXPECT_FALSE(IsReady(smallWaits));
+    room.Leave(first);
+    EXPECT_TRUE(largeWaits.get());
+    EXPECT_TRUE(smallWaits.get());
+}
+
 TEST_F(ArrivalRoomTest, WhatHasBegunPassesWhatHasNot) {
     Arriving first(room, 60);
     Arriving fresh(room, 80);
