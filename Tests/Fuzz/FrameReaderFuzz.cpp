@@ -324,8 +324,7 @@ void Change(Part& part, const Message& type, MessageMutator& mutator) {
 }  // namespace
 
 // In the place of the system's, by the linker's --wrap.
-extern "C" ssize_t __wrap_recv(int, void* target, std::size_t size, int);   // NOLINT(*identifier*)
-extern "C" ssize_t __wrap_recv(int, void* target, std::size_t size, int) {  // NOLINT(*identifier*)
+extern "C" ssize_t __wrap_recv(int, void* target, std::size_t size, int) {
     return arriving->Receive(target, size);
 }
 
