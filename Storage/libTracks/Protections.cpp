@@ -110,6 +110,7 @@ Protections::Stretch Protections::Decode(std::string_view bytes, std::int64_t& t
     Stretch stretch;
     stretch.timePoint = fields.Get<std::int64_t>();
     stretch.duration = fields.Get<std::int64_t>();
+    Check(track, stretch);
     return stretch;
 }
 
