@@ -177,7 +177,7 @@ TEST_F(PollingConnectionTest, APollThatBringsNothingIsFollowedByABlockingWait) {
 
 TEST_F(PollingConnectionTest, TheLongerPollAfterALargeMessageEndsToo) {
     governor.SetBudget(1ns);
-    const std::size_t size = 16U << 20U;
+    const std::size_t size = limit;
     std::thread reading([&] { peer.Read(Frame(MessageOfSize(size)).size()); });
     EXPECT_TRUE(connection.Send(MessageOfSize(size)));
     reading.join();
