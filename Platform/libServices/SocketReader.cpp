@@ -23,7 +23,7 @@ constexpr std::size_t wholeAllocation = std::size_t{16} * 1024 * 1024;
 // that time, others twice as long.
 constexpr std::size_t bytesPerNanosecond = 8;
 // Then it is the medium that one waits for, or somebody who has no processor.
-constexpr std::chrono::nanoseconds longestPatience = std::chrono::milliseconds(2);
+constexpr std::uint64_t longestPatience = 2'000'000;  // nanoseconds
 
 }  // namespace
 
@@ -43,7 +43,8 @@ inline std::size_t SocketReader::ReceiveSome(void* target, std::size_t size, Wai
 }
 
 void SocketReader::ExpectAnswerTo(std::size_t bytes) {
-    patience = std::min(longestPatience, std::chrono::nanoseconds(bytes / bytesPerNanosecond));
+    const auto wanted = std::min<std::uint64_t>(longestPatience, bytes / bytesPerNanosecond);
+    patience.store(static_cast<std::int64_t>(wanted), std::memory_order_relaxed);
 }
 
 void SocketReader::Grow(std::size_t size) {
@@ -121,7 +122,9 @@ long SocketReader::Poll(void* target, std::size_t size) {
     if (result >= 0 || errno != EAGAIN || !governor.Enter()) {
         return result;
     }
-    const std::chrono::nanoseconds budget = governor.Budget() + std::exchange(patience, {});
+    const std::chrono::nanoseconds budget =
+        governor.Budget() +
+        std::chrono::nanoseconds(patience.exchange(0, std::memory_order_relaxed));
     const Clock::time_point start = Clock::now();
     for (unsigned tries = 1;; ++tries) {
         result = ::recv(fd, target, size, MSG_DONTWAIT);

@@ -3,7 +3,7 @@
 #include "SpinGovernor.h"
 #include "TransferPace.h"
 
-#include <chrono>
+#include <atomic>
 #include <cstddef>
 #include <cstdint>
 #include <functional>
@@ -41,7 +41,7 @@ class SocketReader {
     bool WasTooSlow() const { return tooSlow; }
 
     // A message of so many bytes has left, and the next wait is for what the other side says to it:
-    // it may poll longer, by the time that the other side needs to copy and check them.
+    // it may poll longer, by the time that the other side needs to copy and check them. Any thread.
     void ExpectAnswerTo(std::size_t bytes);
 
     // A message begins, as far as the pace goes.
@@ -98,7 +98,8 @@ class SocketReader {
     const int& fd;
     SpinGovernor& governor;
     SpinMemory memory;
-    std::chrono::nanoseconds patience{0};  // added to the budget of the next poll
+    // In nanoseconds, added to the budget of the next poll; set by the sending thread.
+    std::atomic<std::int64_t> patience{0};
     TransferPace pace;
     Admission admission;
     bool tooSlow = false;

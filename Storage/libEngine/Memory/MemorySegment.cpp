@@ -108,7 +108,8 @@ std::shared_ptr<MemorySegment::Chunk> MemorySegment::Keep(const ChunkEntry& entr
         copied += isTaken ? 0 : parts[part].size();
         taken += isTaken ? 1 : 0;
     }
-    chunk->copied = std::make_unique_for_overwrite<char[]>(copied);
+    using Bytes = char[];  // NOLINT(modernize-avoid-c-arrays)
+    chunk->copied = std::make_unique_for_overwrite<Bytes>(copied);
     chunk->taken.reserve(taken);
     chunk->sizes.reserve(parts.size());
     chunk->parts.reserve(parts.size());

@@ -49,8 +49,9 @@ class MemorySegment {
         ChunkEntry entry;
         std::vector<std::uint32_t> sizes;  // of the parts
         std::vector<Part> parts;
-        std::unique_ptr<char[]> copied;  // of the parts, one behind the other
-        std::vector<std::string> taken;  // the others
+        // Of the parts, one behind the other; then the others.
+        std::unique_ptr<char[]> copied;  // NOLINT(modernize-avoid-c-arrays)
+        std::vector<std::string> taken;
     };
 
     static bool IsTaken(std::span<std::string* const> offered, std::size_t part);
