@@ -85,12 +85,12 @@ std::optional<Header> DecodeHeader(const char* page, std::uint64_t fileSize) noe
     Header header;
     std::memcpy(&header, page, sizeof header);
     const bool hasFront = header.ringFront != 0 || header.frontChecksum != 0;
-    const bool whole = header.checksum == Checksum(page + sizeof header.checksum, headerBytes) &&
-                       (!hasFront ||
-                        header.frontChecksum == Checksum(&header.ringFront, sizeof header.ringFront,
-                                                         header.checksum)) &&
-                       headerMagic == std::string_view(header.magic, sizeof header.magic) &&
-                       header.version == version && IsUsable(header.identity, fileSize);
+    const bool whole =
+        header.checksum == Checksum(page + sizeof header.checksum, headerBytes) &&
+        (!hasFront || header.frontChecksum ==
+                          Checksum(&header.ringFront, sizeof header.ringFront, header.checksum)) &&
+        headerMagic == std::string_view(header.magic, sizeof header.magic) &&
+        header.version == version && IsUsable(header.identity, fileSize);
     return whole ? std::optional(header) : std::nullopt;
 }
 
