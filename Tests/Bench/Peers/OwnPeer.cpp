@@ -174,7 +174,9 @@ class WaitCalls : public ICalls {
 class OwnPeer : public IPeer {
   public:
     OwnPeer(const std::string& folder, Keeping keeping)
-        : address{folder + "/socket", 0}, server(Command(folder, keeping), folder) {
+        : isInMemory(keeping == Keeping::Memory),
+          address{folder + "/socket", 0},
+          server(Command(folder, keeping), folder) {
         const std::string addresses = server.ReadReady();
         address.port =
             static_cast<unsigned short>(std::stoul(addresses.substr(addresses.rfind(':') + 1)));
@@ -228,10 +230,11 @@ class OwnPeer : public IPeer {
         return command;
     }
     // Tracks that recycle their oldest chunks. Those that are walked through hold all; the others
-    // hold about as many as the other servers keep.
-    static long CapacityFor(const Task& task, bool isWalk) {
+    // hold about as many as the other servers keep, and no fewer in files than make a film of some
+    // seconds: a smaller ring would flush each chunk before it can write the next but few.
+    long CapacityFor(const Task& task, bool isWalk) const {
         constexpr long walkCapacity = 8L << 20U;
-        constexpr long leastCapacity = 1L << 20U;
+        const long leastCapacity = (isInMemory ? 1L : 64L) << 20U;
         const auto size = static_cast<long>(task.size);
         if (isWalk) {
             return walkCapacity;
@@ -256,6 +259,7 @@ class OwnPeer : public IPeer {
         return track;
     }
 
+    const bool isInMemory;
     Address address;
     ServerChild server;
     std::mutex mutex;
