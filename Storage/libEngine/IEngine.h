@@ -133,7 +133,9 @@ class IEngine {
 
     // The same; an engine that keeps chunks in memory may take a part's bytes instead of copying
     // them: `offered` has, for each part, the text that the part is the whole of, or null, or is
-    // empty. A text that was taken is left empty. When it throws, nothing was taken.
+    // empty. A text that was taken is left empty; one of less than leastTaken bytes never is. When
+    // it throws, nothing was taken.
+    static constexpr std::size_t leastTaken = std::size_t{16} << 10U;
     virtual void AppendTaking(const SegmentId& id, Epoch epoch, const ChunkEntry& entry,
                               std::span<const std::string_view> parts,
                               std::span<std::string* const> /*offered*/,

@@ -4,6 +4,7 @@
 #include "TrackError.h"
 
 #include <libEngine/ChunkLayout.h>
+#include <libEngine/IEngine.h>
 
 #include <algorithm>
 #include <limits>
@@ -95,7 +96,7 @@ void EncodedChunk::Encode(std::int64_t track, const Protocol::Chunk& chunk) {
 }
 
 void EncodedChunk::Offer(Protocol::Chunk& chunk) {
-    constexpr std::uint64_t least = std::uint64_t{16} << 10U;
+    constexpr std::size_t least = Engine::IEngine::leastTaken;
     if (payloadBytes < least || !chunk.has_data()) {
         return;
     }

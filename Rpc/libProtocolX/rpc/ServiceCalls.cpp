@@ -292,8 +292,9 @@ void Service::OnWriter::Append(Service& service, const Request& request, Respons
     response.mutable_trackwriter_append();
     ITrackWriter& writer = Find(service, question.object_handle());
     Request* const own = RequestInHand::Find(request);
-    IChunkTaker* const taker = service.objects.find(question.object_handle())->second.taker;
-    if (own != nullptr && taker != nullptr && question.has_chunk()) {
+    IChunkTaker* const taker =
+        own == nullptr ? nullptr : service.objects.find(question.object_handle())->second.taker;
+    if (taker != nullptr && question.has_chunk()) {
         taker->AppendTaking(*own->mutable_trackwriter_append()->mutable_chunk());
     } else {
         writer.Append(question.chunk());

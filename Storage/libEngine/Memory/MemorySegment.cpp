@@ -85,13 +85,12 @@ SegmentInfo MemorySegment::Claim(Epoch newEpoch) {
 // would be received into memory that is in no cache, because it was some other chunk's: that takes
 // longer than a copy past the cache of what is received into the same place again and again.
 bool MemorySegment::IsTaken(std::span<std::string* const> offered, std::size_t part) {
-    constexpr std::size_t least = std::size_t{16} << 10U;
     constexpr std::size_t excess = 8;  // an eighth
     if (part >= offered.size() || offered[part] == nullptr) {
         return false;
     }
     const std::string& text = *offered[part];
-    return text.size() >= least && text.size() < leastPastCache &&
+    return text.size() >= IEngine::leastTaken && text.size() < leastPastCache &&
            text.capacity() <= text.size() + text.size() / excess;
 }
 
@@ -269,7 +268,8 @@ void MemorySegment::FlipBit(const ChunkEntry& entry, std::size_t part) {
         parts.emplace_back(whole->parts[index].bytes, whole->sizes[index]);
     }
     const std::shared_ptr<Chunk> damaged = Keep(entry, parts, {});
-    const auto position = damaged->parts[part].bytes - damaged->copied.get();
+    const char* const hit = damaged->parts[damaged->sizes[part] > 0 ? part : 0].bytes;
+    const auto position = hit - damaged->copied.get();
     damaged->copied[static_cast<std::size_t>(position)] ^= 1;
 
     const std::lock_guard lock(mutex);

@@ -62,6 +62,20 @@ class ArrivalRoomTest : public testing::Test {
         const int before = asked;
         EXPECT_TRUE(Tests::Eventually([&] { return asked >= before + times; }));
     }
+    // While `first` has 60, `large` waits for what it wants, and `small` for 1 behind it; then
+    // `first` leaves and `large` gets its bytes. The answer is that of `small`, which has waited.
+    std::future<bool> LetTwoWait(Arriving& first, Arriving& large, std::uint64_t wanted,
+                                 Arriving& small) {
+        EXPECT_TRUE(TakeNow(first, 60));
+        std::future<bool> largeWaits = TakeLater(large, wanted);
+        UntilAsked(1);
+        std::future<bool> smallWaits = TakeLater(small, 1);
+        UntilAsked(4);
+        EXPECT_FALSE(IsReady(smallWaits));
+        room.Leave(first);
+        EXPECT_TRUE(largeWaits.get());
+        return smallWaits;
+    }
 
     ArrivalRoom room{100};
     std::atomic<bool> isOver{false};
@@ -130,14 +144,7 @@ TEST_F(ArrivalRoomTest, WhoComesLaterDoesNotPassWhoWaits) {
     Arriving first(room, 60);
     Arriving large(room, 100);
     Arriving small(room, 1);
-    EXPECT_TRUE(TakeNow(first, 60));
-    std::future<bool> largeWaits = TakeLater(large, 100);
-    UntilAsked(1);
-    std::future<bool> smallWaits = TakeLater(small, 1);
-    UntilAsked(4);
-    EXPECT_FALSE(IsReady(smallWaits));
-    room.Leave(first);
-    EXPECT_TRUE(largeWaits.get());
+    std::future<bool> smallWaits = LetTwoWait(first, large, 100, small);
     UntilAsked(2);
     EXPECT_FALSE(IsReady(smallWaits));
     room.Leave(large);
@@ -148,15 +155,7 @@ TEST_F(ArrivalRoomTest, WhoComesLaterWaitsAlsoForWhatWouldFit) {
     Arriving first(room, 60);
     Arriving large(room, 50);
     Arriving small(room, 1);
-    EXPECT_TRUE(TakeNow(first, 60));
-    std::future<bool> largeWaits = TakeLater(large, 50);
-    UntilAsked(1);
-    std::future<bool> smallWaits = TakeLater(small, 1);
-    UntilAsked(4);
-    EXPECT_FALSE(IsReady(smallWaits));
-    room.Leave(first);
-    EXPECT_TRUE(largeWaits.get());
-    EXPECT_TRUE(smallWaits.get());
+    EXPECT_TRUE(LetTwoWait(first, large, 50, small).get());
 }
 
 TEST_F(ArrivalRoomTest, WhatHasBegunPassesWhatHasNot) {

@@ -132,7 +132,8 @@ TEST_F(LocalEngineSealTest, ARemovedSegmentIsNotWrittenAnyMore) {
     WaitForFlush();
     const std::uint64_t before = calls.CountCalls(FileCall::WriteVector);
     std::thread remover([this] { engine->RemoveSegment(Ring(1), 1, 0); });
-    Tests::Eventually([&] { return calls.CountCalls(FileCall::WriteVector) > before; });
+    EXPECT_TRUE(
+        Tests::Eventually([&] { return calls.CountCalls(FileCall::WriteVector) > before; }));
     LetFlushesGo();
     remover.join();
     for (std::uint64_t number = 2; number <= 5; ++number) {
