@@ -171,7 +171,7 @@ class ServerCase {
     std::string RightAnswer() const { return IsClose() ? "" : ToText(ResponseOf(*operation.row)); }
     std::string RightCall() const { return IsClose() ? "" : operation.row->call; }
     // What the hostile client's objects were asked since it was ready.
-    std::vector<std::string>& Calls() { return server.JournalOf(1).calls; }
+    std::vector<std::string> Calls() { return Objects().Calls(); }
     Journal& Objects() { return server.JournalOf(1); }
 
     // A client with the reader 1 and the writer 2 that the operation needs, and nothing noted of
@@ -187,7 +187,7 @@ class ServerCase {
         if (isWriters && !operation.name.ends_with("Constructor")) {
             Ask(client, RequestOf(RowOf(OPERATION_TrackWriter_Constructor)));
         }
-        Calls().clear();
+        Objects().Clear();
     }
     // The answer as text; "" when the connection ends instead.
     static std::string Hear(RawPeer& client) {
@@ -233,7 +233,7 @@ class ServerCase {
     }
     // After so many calls.
     void ExpectOnlyDeletions(std::size_t calls) {
-        const auto& made = Calls();
+        const std::vector<std::string> made = Calls();
         for (std::size_t i = calls; i < made.size(); ++i) {
             cell.Expect(made[i].ends_with(".delete()"), "asked for " + made[i]);
         }
@@ -422,8 +422,8 @@ void ClientGone(const MatrixOperation& operation, Transport transport, Cell& cel
     cell.Expect(gone.server.ServesOnly(1), "the connection is still served");
     const bool isCall = !gone.IsClose();
     if (isCall) {
-        cell.ExpectEqual(gone.Calls().empty() ? "" : gone.Calls().front(), gone.RightCall(),
-                         "the call");
+        const std::vector<std::string> calls = gone.Calls();
+        cell.ExpectEqual(calls.empty() ? "" : calls.front(), gone.RightCall(), "the call");
     }
     gone.ExpectOnlyDeletions(isCall ? 1 : 0);
     gone.ExpectOthersServed();
@@ -432,7 +432,7 @@ void ClientGone(const MatrixOperation& operation, Transport transport, Cell& cel
     reset.hostile.Write(Frame(reset.RightRequest()));
     Reset(reset.hostile);
     cell.Expect(reset.server.ServesOnly(1), "the connection is still served");
-    const auto& calls = reset.Calls();
+    const std::vector<std::string> calls = reset.Calls();
     const auto made = std::count(calls.begin(), calls.end(), reset.RightCall());
     cell.Expect(made <= 1, "served " + std::to_string(made) + " times");
     reset.ExpectOthersServed();
@@ -474,7 +474,7 @@ void TakesNoAnswer(const MatrixOperation& operation, Transport transport, Cell& 
     full.ExpectOthersServed();
     full.hostile.Close();
     cell.Expect(full.server.ServesOnly(1), "the connection is still served");
-    const auto& calls = full.Calls();
+    const std::vector<std::string> calls = full.Calls();
     const auto wanted = full.IsClose() ? RowOf(OPERATION_TrackStorage_ListTracks).call
                                        : std::string(full.RightCall());
     const auto made = static_cast<std::size_t>(std::count(calls.begin(), calls.end(), wanted));
@@ -490,14 +490,14 @@ void ThrowsException(const MatrixOperation& operation, Transport transport, Cell
     };
     for (const auto& failure : failures) {
         ServerCase failing(operation, transport, cell);
-        failing.Objects().failure = failure;
+        failing.Objects().FailWith(failure);
         if (failing.CallsNothing()) {
             // What fails comes before it, and changes nothing of it.
             const OperationRow& before = RowOf(OPERATION_TrackStorage_ListTracks);
             const std::string heard = ServerCase::Ask(failing.hostile, RequestOf(before));
             cell.Expect(heard.starts_with("is_success: false exception: "), "the answer: " + heard);
-            failing.Calls().clear();
-            failing.Objects().failure = nullptr;
+            failing.Objects().Clear();
+            failing.Objects().FailWith(nullptr);
             failing.ExpectServed(Frame(failing.RightRequest()));
             failing.ExpectOthersServed();
             continue;
@@ -510,8 +510,8 @@ void ThrowsException(const MatrixOperation& operation, Transport transport, Cell
         cell.Expect(isMemory ? heard == wanted : heard.starts_with(wanted), "the answer: " + heard);
         cell.ExpectEqual(ServerCase::Joined(failing.Calls()), failing.RightCall() + " ",
                          "the calls");
-        failing.Objects().failure = nullptr;
-        failing.Calls().clear();
+        failing.Objects().FailWith(nullptr);
+        failing.Objects().Clear();
         failing.ExpectServed(Frame(failing.RightRequest()));
         failing.ExpectOthersServed();
     }
@@ -520,7 +520,7 @@ void ThrowsException(const MatrixOperation& operation, Transport transport, Cell
 void ThrowsNoException(const MatrixOperation& operation, Transport transport, Cell& cell) {
     ServerCase failing(operation, transport, cell);
     constexpr int noException = 42;
-    failing.Objects().failure = [] { throw noException; };
+    failing.Objects().FailWith([] { throw noException; });
     const OperationRow& before = RowOf(OPERATION_TrackStorage_ListTracks);
     // Where nothing of the objects is called, a call before fails, and the request is not served.
     const std::string bytes = failing.CallsNothing()
@@ -540,10 +540,10 @@ void Stopped(const MatrixOperation& operation, Transport transport, Cell& cell) 
     ServerCase stopped(operation, transport, cell);
     Gate called;
     Gate open;
-    stopped.Objects().failure = [&] {
+    stopped.Objects().FailWith([&] {
         called.Open();
         open.Wait();
-    };
+    });
     const OperationRow& before = RowOf(OPERATION_TrackStorage_ListTracks);
     const bool isBehind = stopped.CallsNothing();
     stopped.hostile.Write(isBehind ? Frame(RequestOf(before)) + Frame(stopped.RightRequest())

@@ -11,40 +11,69 @@
 #include <google/protobuf/message.h>
 
 #include <functional>
+#include <mutex>
 #include <string>
+#include <utility>
 #include <vector>
 
 namespace BrantelStorageApi {
 
 // What the objects of a server were asked, in order, such as `storage.GetTrackSize(11)`; and a way
-// to make the next call fail.
+// to make the next call fail. Thread-safe: a server notes while a test reads, and only the bytes of
+// a socket order the two, which ThreadSanitizer does not see.
 class Journal {
   public:
     template <class... Arguments>
     void Called(const char* operation, const Arguments&... arguments) {
         std::string text;
         ((text += (text.empty() ? "" : ", ") + Show(arguments)), ...);
-        calls.push_back(std::string(operation) + "(" + text + ")");
-        if (failure) {
-            failure();
+        Note(std::string(operation) + "(" + text + ")");
+        if (const std::function<void()> failing = Failure()) {
+            failing();
         }
     }
+    // What cannot fail, such as the end of an object.
+    void Note(std::string call) {
+        const std::lock_guard guard(mutex);
+        calls.push_back(std::move(call));
+    }
 
-    std::vector<std::string> calls;
-    std::function<void()> failure;  // run by every call, before it does anything
+    std::vector<std::string> Calls() const {
+        const std::lock_guard guard(mutex);
+        return calls;
+    }
+    // What was noted so far is forgotten.
+    void Clear() {
+        const std::lock_guard guard(mutex);
+        calls.clear();
+    }
+    // From now on every call runs this before it does anything; nothing when it is null.
+    void FailWith(std::function<void()> failing) {
+        const std::lock_guard guard(mutex);
+        failure.swap(failing);
+    }
 
   private:
     static std::string Show(long number) { return std::to_string(number); }
     static std::string Show(const google::protobuf::Message& message) {
         return "{ " + Brantel::Tests::ToText(message) + " }";
     }
+    std::function<void()> Failure() const {
+        const std::lock_guard guard(mutex);
+        return failure;
+    }
+
+    mutable std::mutex mutex;
+    // Guarded by the mutex.
+    std::vector<std::string> calls;
+    std::function<void()> failure;
 };
 
 // A storage that notes its calls and gives the answers that the operation table shows.
 class RecordingStorage : public ITrackStorage {
   public:
     explicit RecordingStorage(Journal& journal) : journal(journal) {}
-    ~RecordingStorage() override { journal.calls.emplace_back("storage.delete()"); }
+    ~RecordingStorage() override { journal.Note("storage.delete()"); }
     void GetTrackProperties(const long& trackId, Protocol::PropertyList& properties) override;
     void GetNumberOfChunks(const long& trackId, const Protocol::TimePoint& in,
                            const Protocol::TimePoint& out, long& nbChunks) override;
@@ -84,7 +113,7 @@ class RecordingStorage : public ITrackStorage {
 class RecordingReader : public ITrackReader {
   public:
     explicit RecordingReader(Journal& journal) : journal(journal) {}
-    ~RecordingReader() override { journal.calls.emplace_back("reader.delete()"); }
+    ~RecordingReader() override { journal.Note("reader.delete()"); }
     void NextTimePoint(const Protocol::TimePoint& timecode, Protocol::TimePoint& nextTimePoint,
                        bool& result) override;
     void GetChunk(const Protocol::TimePoint& timecode, const Protocol::KeyList& keys,
@@ -106,7 +135,7 @@ class RecordingReader : public ITrackReader {
 class RecordingWriter : public ITrackWriter {
   public:
     explicit RecordingWriter(Journal& journal) : journal(journal) {}
-    ~RecordingWriter() override { journal.calls.emplace_back("writer.delete()"); }
+    ~RecordingWriter() override { journal.Note("writer.delete()"); }
     void Append(const Protocol::Chunk& chunk) override;
     void GetTrackId(long& result) override;
 
@@ -118,7 +147,7 @@ class RecordingWriter : public ITrackWriter {
 class RecordingReaderFactory : public ITrackReaderFactory {
   public:
     explicit RecordingReaderFactory(Journal& journal) : journal(journal) {}
-    ~RecordingReaderFactory() override { journal.calls.emplace_back("readerFactory.delete()"); }
+    ~RecordingReaderFactory() override { journal.Note("readerFactory.delete()"); }
 
     ITrackReader* CreateTrackReader(const long& trackId) override {
         journal.Called("readerFactory.CreateTrackReader", trackId);
@@ -135,7 +164,7 @@ class RecordingReaderFactory : public ITrackReaderFactory {
 class RecordingWriterFactory : public ITrackWriterFactory {
   public:
     explicit RecordingWriterFactory(Journal& journal) : journal(journal) {}
-    ~RecordingWriterFactory() override { journal.calls.emplace_back("writerFactory.delete()"); }
+    ~RecordingWriterFactory() override { journal.Note("writerFactory.delete()"); }
 
     ITrackWriter* CreateTrackWriter(const long& trackId) override {
         journal.Called("writerFactory.CreateTrackWriter", trackId);

@@ -132,7 +132,7 @@ TEST_F(ClientSessionTest, TheTrackThatWasCreatedIsTold) {
 }
 
 TEST_F(ClientSessionTest, AFailureGoesThroughAndIsTold) {
-    journal.failure = [] { throw std::runtime_error("Track 7 does not exist"); };
+    journal.FailWith([] { throw std::runtime_error("Track 7 does not exist"); });
     EXPECT_EQ(RefusalOf([this] { MakeStorage()->ClearTrack(id); }), "Track 7 does not exist");
     EXPECT_THAT(
         observer.lines,
@@ -163,7 +163,7 @@ TEST_F(ClientSessionTest, SoManyReadersAndWritersAreOpenAtOnce) {
 }
 
 TEST_F(ClientSessionTest, AReaderThatCouldNotBeOpenedDoesNotCount) {
-    journal.failure = [] { throw std::runtime_error("Track 7 does not exist"); };
+    journal.FailWith([] { throw std::runtime_error("Track 7 does not exist"); });
     for (int i = 0; i < 3; ++i) {
         EXPECT_EQ(RefusalOf([this] { OpenReader(); }), "Track 7 does not exist");
     }

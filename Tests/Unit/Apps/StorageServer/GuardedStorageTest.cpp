@@ -106,11 +106,11 @@ class GuardedStorageTest : public testing::Test {
             const std::string refusal = RefusalOf([&] { operation.call(guarded); });
             if (role < operation.needed) {
                 EXPECT_EQ(refusal, Denied(operation.name, operation.needed));
-                EXPECT_TRUE(journal.calls.empty());
+                EXPECT_TRUE(journal.Calls().empty());
             } else {
                 EXPECT_EQ(refusal, "") << NameOf(role);
-                ASSERT_EQ(journal.calls.size(), 1U) << operation.name;
-                EXPECT_EQ(journal.calls.front().find("storage." + operation.name + "("), 0U);
+                ASSERT_EQ(journal.Calls().size(), 1U) << operation.name;
+                EXPECT_EQ(journal.Calls().front().find("storage." + operation.name + "("), 0U);
             }
         }
     }

@@ -68,7 +68,7 @@ TEST(DynamicObjectTest, DestroyOnServerDoesNothingByDefault) {
     RecordingWriter writer(journal);
     reader.DestroyOnServer();
     writer.DestroyOnServer();
-    EXPECT_TRUE(journal.calls.empty());
+    EXPECT_TRUE(journal.Calls().empty());
 }
 
 }  // namespace

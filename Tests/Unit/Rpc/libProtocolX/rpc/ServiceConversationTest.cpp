@@ -108,7 +108,7 @@ TEST_F(ConversationTest, EveryOperationReachesTheServersObjectAndItsResultsComeB
         SCOPED_TRACE(row.name);
         Outputs out(false);
         row.stub(stubs, out);
-        EXPECT_EQ(journal.calls.back(), row.call);
+        EXPECT_EQ(journal.Calls().back(), row.call);
         EXPECT_EQ(out.Changes(), row.outputs);
     }
 }
@@ -169,29 +169,29 @@ class ServedBytesTest : public testing::Test {
 TEST_F(ServedBytesTest, AnUnknownOperationNumberOnTheWireEndsTheConnectionAndServesNothing) {
     using namespace std::string_literals;
     for (const std::string& unknown : {"\x08\x00"s, "\x08\x25"s, "\x08\x80\x01"s}) {
-        journal.calls.clear();
+        journal.Clear();
         EXPECT_EQ(Serve(request + FrameOf(unknown) + request), answer);
-        EXPECT_THAT(journal.calls, ElementsAre("storage.ClearTrack(3)"));
+        EXPECT_THAT(journal.Calls(), ElementsAre("storage.ClearTrack(3)"));
     }
 }
 
 TEST_F(ServedBytesTest, AnUnknownOperationNumberBesideAPartServesNothingOfIt) {
     EXPECT_EQ(Serve(FrameOf("\x08\x25\xBA\x01\x09\x09" + std::string(8, '\x03'))), "");
-    EXPECT_THAT(journal.calls, IsEmpty());
+    EXPECT_THAT(journal.Calls(), IsEmpty());
 }
 
 TEST_F(ServedBytesTest, ARequestThatLacksRequiredFieldsEndsTheConnectionAndServesNothing) {
     const auto lacking = FromText<Request>(
         "operation: OPERATION_TrackStorage_ClearTrack TrackStorage_ClearTrack { }");
     EXPECT_EQ(Serve(FrameOf(lacking.SerializePartialAsString()) + request), "");
-    EXPECT_THAT(journal.calls, IsEmpty());
+    EXPECT_THAT(journal.Calls(), IsEmpty());
 }
 
 TEST_F(ServedBytesTest, HalfARequestAndTheEndServesNothing) {
     for (std::size_t cut = 0; cut < request.size(); ++cut) {
         EXPECT_EQ(Serve(request.substr(0, cut)), "") << cut;
     }
-    EXPECT_THAT(journal.calls, IsEmpty());
+    EXPECT_THAT(journal.Calls(), IsEmpty());
 }
 
 }  // namespace

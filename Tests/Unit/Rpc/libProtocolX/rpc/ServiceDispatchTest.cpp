@@ -39,7 +39,7 @@ TEST_F(ServiceDispatchTest, EveryOperationCallsItsObjectAndFillsItsResponse) {
             MakeWriter();
         }
         EXPECT_EQ(Answer(RequestOf(row)), ToText(ResponseOf(row)));
-        EXPECT_EQ(journal.calls.back(), row.call);
+        EXPECT_EQ(journal.Calls().back(), row.call);
     }
 }
 
@@ -130,9 +130,9 @@ TEST_F(ServiceDispatchTest, AHandleOfANullObjectAnswersInvalidObject) {
 
 TEST_F(ServiceDispatchTest, ARequestWithoutItsSubMessageIsServedWithDefaultFieldValues) {
     Answer("operation: OPERATION_TrackStorage_Protect");
-    EXPECT_EQ(journal.calls.back(), "storage.Protect(0, {  }, {  })");
+    EXPECT_EQ(journal.Calls().back(), "storage.Protect(0, {  }, {  })");
     Answer("operation: OPERATION_TrackReader_Constructor");
-    EXPECT_EQ(journal.calls.back(), "readerFactory.CreateTrackReader(0)");
+    EXPECT_EQ(journal.Calls().back(), "readerFactory.CreateTrackReader(0)");
     EXPECT_EQ(Answer("operation: OPERATION_TrackReader_Wait"),
               Failure(invalidObject, "TrackReader_Wait"));
     EXPECT_EQ(Answer("operation: OPERATION_TrackReader_Destructor"),
@@ -143,11 +143,11 @@ TEST_F(ServiceDispatchTest, OtherSubMessagesOfARequestAreNotLookedAt) {
     Answer(
         "operation: OPERATION_TrackStorage_ClearTrack TrackStorage_ClearTrack { trackId: 7 } "
         "TrackStorage_DeleteTrack { trackId: 8 }");
-    EXPECT_EQ(journal.calls, std::vector<std::string>{"storage.ClearTrack(7)"});
+    EXPECT_EQ(journal.Calls(), std::vector<std::string>{"storage.ClearTrack(7)"});
 }
 
 TEST_F(ServiceDispatchTest, AStorageMethodThatThrowsARuntimeErrorGivesItsTextAndNoErrorCode) {
-    journal.failure = [] { throw std::runtime_error("no such track: 11"); };
+    journal.FailWith([] { throw std::runtime_error("no such track: 11"); });
     for (const OperationRow& row : OperationTable()) {
         if (!IsOf(row, "TrackStorage")) {
             continue;
@@ -166,21 +166,21 @@ TEST_F(ServiceDispatchTest, AnyOtherExceptionDerivedFromStdExceptionIsTreatedThe
         const char* what() const noexcept override { return "strange"; }
     };
     const std::string request = "operation: OPERATION_TrackStorage_ClearTrack";
-    journal.failure = [] { throw Strange(); };
+    journal.FailWith([] { throw Strange(); });
     EXPECT_EQ(Answer(request), Failure("strange", "TrackStorage_ClearTrack"));
-    journal.failure = [] { throw std::logic_error("wrong"); };
+    journal.FailWith([] { throw std::logic_error("wrong"); });
     EXPECT_EQ(Answer(request), Failure("wrong", "TrackStorage_ClearTrack"));
 }
 
 TEST_F(ServiceDispatchTest, WhenMemoryRunsOutTheFailureIsAnsweredWithoutTheHalfMadeSubMessage) {
-    journal.failure = [] { throw std::bad_alloc(); };
+    journal.FailWith([] { throw std::bad_alloc(); });
     EXPECT_EQ(Answer("operation: OPERATION_TrackStorage_ListTracks"), Failure("std::bad_alloc"));
 }
 
 TEST_F(ServiceDispatchTest, AReadersAndAWritersExceptionIsTreatedTheSameWay) {
     MakeReader();
     MakeWriter();
-    journal.failure = [] { throw std::runtime_error("disk"); };
+    journal.FailWith([] { throw std::runtime_error("disk"); });
     EXPECT_EQ(Answer("operation: OPERATION_TrackReader_GetTrackId "
                      "TrackReader_GetTrackId { object_handle: 1 }"),
               Failure("disk", "TrackReader_GetTrackId"));
@@ -190,13 +190,13 @@ TEST_F(ServiceDispatchTest, AReadersAndAWritersExceptionIsTreatedTheSameWay) {
 }
 
 TEST_F(ServiceDispatchTest, AnEmptyTextOfAnExceptionIsSet) {
-    journal.failure = [] { throw std::runtime_error(""); };
+    journal.FailWith([] { throw std::runtime_error(""); });
     EXPECT_EQ(Answer("operation: OPERATION_TrackStorage_ClearTrack"),
               Failure("", "TrackStorage_ClearTrack"));
 }
 
 TEST_F(ServiceDispatchTest, AnExceptionOfAnotherTypeLeavesServeRequest) {
-    journal.failure = [] { throw 42; };
+    journal.FailWith([] { throw 42; });
     EXPECT_THROW(Answer("operation: OPERATION_TrackStorage_ListTracks"), int);
 }
 
@@ -232,7 +232,7 @@ TEST_F(ServiceDispatchTest, WhatAMethodFilledBeforeItThrewStaysAndNumbersAreNotS
 
 TEST_F(ServiceDispatchTest, GetTrackStorageIsTheStorageOrThrows) {
     service->GetTrackStorage().ClearTrack(3);
-    EXPECT_EQ(journal.calls.back(), "storage.ClearTrack(3)");
+    EXPECT_EQ(journal.Calls().back(), "storage.ClearTrack(3)");
     OpenService empty(nullptr, nullptr, nullptr);
     try {
         empty.GetTrackStorage();

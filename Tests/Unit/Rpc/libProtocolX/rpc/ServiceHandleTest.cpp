@@ -55,7 +55,7 @@ TEST_F(ServiceHandleTest, ACloseConnectionRequestEndsHandleWithoutAnyReply) {
     service->Handle(connection);
     EXPECT_EQ(connection.received, 1U);
     EXPECT_THAT(Sent(), IsEmpty());
-    EXPECT_THAT(journal.calls, IsEmpty());
+    EXPECT_THAT(journal.Calls(), IsEmpty());
 }
 
 TEST_F(ServiceHandleTest, AReplyIsSentForEveryOtherRequest) {
@@ -81,7 +81,7 @@ TEST_F(ServiceHandleTest, AReplyIsSentForAnUnknownOperationValue) {
     service->Handle(connection);
     EXPECT_THAT(Sent(), testing::AllOf(testing::SizeIs(4),
                                        testing::Each(Failure("Unknown service operation"))));
-    EXPECT_THAT(journal.calls, IsEmpty());
+    EXPECT_THAT(journal.Calls(), IsEmpty());
 }
 
 TEST_F(ServiceHandleTest, RequestsAreServedOneAfterTheOther) {
@@ -111,7 +111,7 @@ TEST_F(ServiceHandleTest, AReceiveThatAnswersFalseWithAHalfReadRequestServesNoth
         return false;
     });
     service->Handle(connection);
-    EXPECT_THAT(journal.calls, IsEmpty());
+    EXPECT_THAT(journal.Calls(), IsEmpty());
 }
 
 TEST_F(ServiceHandleTest, ARuntimeErrorOfTheReceiveEndsHandleQuietly) {
@@ -145,7 +145,7 @@ TEST_F(ServiceHandleTest, AnExceptionOfAnotherTypeLeavesHandle) {
     connection.WillThrowOnSend(std::logic_error("bug"));
     EXPECT_THROW(service->Handle(connection), std::logic_error);
     connection.WillReceive(FromText<Request>(clear));
-    journal.failure = [] { throw 42; };
+    journal.FailWith([] { throw 42; });
     EXPECT_THROW(service->Handle(connection), int);
 }
 
@@ -248,7 +248,7 @@ TEST_F(ServiceHandleTest, AnAnswerThatIsNotSendableIsReplacedByABareFailureWithT
 }
 
 TEST_F(ServiceHandleTest, AFailureThatIsNotSendableKeepsItsOwnText) {
-    journal.failure = [] { throw std::runtime_error("no such track: 3"); };
+    journal.FailWith([] { throw std::runtime_error("no such track: 3"); });
     WillReceive(clear);
     connection.WillThrowOnSend(MessageNotSendable("too long"));
     service->Handle(connection);
@@ -293,7 +293,7 @@ TEST_F(WrappedServiceTest, OnlyTheFirstOfManyMissingFieldsAreNamed) {
 }
 
 TEST_F(WrappedServiceTest, AFailureThatLacksRequiredFieldsKeepsItsText) {
-    journal.failure = [] { throw std::runtime_error("half-way"); };
+    journal.FailWith([] { throw std::runtime_error("half-way"); });
     wrapping.after = [](Response& response) {
         response.mutable_trackstorage_gettrackproperties()->mutable_properties()->add_items();
     };

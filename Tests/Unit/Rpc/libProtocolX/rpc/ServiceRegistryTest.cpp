@@ -56,7 +56,7 @@ TEST_F(ServiceRegistryTest, ReleasingTheSameHandleTwiceAnswersDeletingAnInvalidR
 TEST_F(ServiceRegistryTest, Operation9WithAWritersHandleReleasesTheWriter) {
     MakeWriter();
     EXPECT_EQ(Release(1), released);
-    EXPECT_EQ(journal.calls.back(), "writer.delete()");
+    EXPECT_EQ(journal.Calls().back(), "writer.delete()");
 }
 
 TEST_F(ServiceRegistryTest, Operation13WithAReadersHandleReleasesTheReader) {
@@ -64,7 +64,7 @@ TEST_F(ServiceRegistryTest, Operation13WithAReadersHandleReleasesTheReader) {
     EXPECT_EQ(Answer("operation: OPERATION_TrackWriter_Destructor "
                      "TrackWriter_Destructor { object_handle: 1 }"),
               "is_success: true TrackWriter_Destructor { }");
-    EXPECT_EQ(journal.calls.back(), "reader.delete()");
+    EXPECT_EQ(journal.Calls().back(), "reader.delete()");
 }
 
 TEST_F(ServiceRegistryTest, ReleasingDoesNotCallDestroyOnServer) {
@@ -92,7 +92,7 @@ TEST_F(ServiceRegistryTest, ReleasingDoesNotCallDestroyOnServer) {
         nullptr, std::make_unique<TellingFactory>(journal, told), nullptr);
     MakeReader();
     Release(1);
-    EXPECT_EQ(journal.calls.back(), "reader.delete()");
+    EXPECT_EQ(journal.Calls().back(), "reader.delete()");
     EXPECT_FALSE(told);
 }
 
@@ -106,14 +106,14 @@ TEST_F(ServiceRegistryTest, ANullObjectCanBeReleased) {
 TEST_F(ServiceRegistryTest, AFactoryThatThrowsUsesUpNoHandle) {
     MakeReader();
     Release(1);
-    journal.failure = [] { throw std::runtime_error("no track 5"); };
+    journal.FailWith([] { throw std::runtime_error("no track 5"); });
     EXPECT_EQ(Answer("operation: OPERATION_TrackReader_Constructor "
                      "TrackReader_Constructor { trackId: 5 }"),
               Failure("no track 5", "TrackReader_Constructor"));
     EXPECT_EQ(Answer("operation: OPERATION_TrackWriter_Constructor "
                      "TrackWriter_Constructor { trackId: 5 }"),
               Failure("no track 5", "TrackWriter_Constructor"));
-    journal.failure = nullptr;
+    journal.FailWith(nullptr);
     EXPECT_EQ(MakeReader(), 1U);
     EXPECT_EQ(MakeReader(), 2U);
 }
@@ -123,7 +123,7 @@ class NumberedReader : public RecordingReader {
   public:
     NumberedReader(Journal& journal, long number)
         : RecordingReader(journal), journal(journal), number(number) {}
-    ~NumberedReader() override { journal.calls.push_back(std::to_string(number)); }
+    ~NumberedReader() override { journal.Note(std::to_string(number)); }
 
   private:
     Journal& journal;
@@ -151,9 +151,9 @@ TEST_F(ServiceRegistryTest, DestructionDeletesTheObjectsByHandleThenTheFactories
     }
     Release(2);
     MakeReader(202);
-    journal.calls.clear();
+    journal.Clear();
     service.reset();
-    EXPECT_THAT(journal.calls,
+    EXPECT_THAT(journal.Calls(),
                 ElementsAre("101", "reader.delete()", "202", "reader.delete()", "104",
                             "reader.delete()", "105", "reader.delete()", "readerFactory.delete()",
                             "writerFactory.delete()", "storage.delete()"));
@@ -161,9 +161,9 @@ TEST_F(ServiceRegistryTest, DestructionDeletesTheObjectsByHandleThenTheFactories
 
 TEST_F(ServiceRegistryTest, DestructionOfAnEmptyServiceDeletesNothing) {
     service = std::make_unique<OpenService>(nullptr, nullptr, nullptr);
-    journal.calls.clear();
+    journal.Clear();
     service.reset();
-    EXPECT_TRUE(journal.calls.empty());
+    EXPECT_TRUE(journal.Calls().empty());
 }
 
 }  // namespace
