@@ -289,6 +289,14 @@ TEST_F(FileDescriptorServiceConnectionLimitsTest, WhatIsNotValidIsNotTakenForARe
     ExpectInStep();
 }
 
+TEST_F(FileDescriptorServiceConnectionLimitsTest, AMessageOverTheLongestIsCounted) {
+    Limit(0, milliseconds(1000));
+    peer.Write(Tests::Varint(limit + 1));
+    EXPECT_EQ(TextOfReceive(),
+              "Connection lost: message of 1000001 bytes is over the limit of 1000000 bytes");
+    EXPECT_EQ(counts.oversizedMessages, 1U);
+}
+
 // --- how much of all connections together
 
 TEST_F(FileDescriptorServiceConnectionLimitsTest, ALargeMessageTakesRoomUntilTheNextReceive) {
@@ -364,6 +372,16 @@ TEST_F(FileDescriptorServiceConnectionLimitsTest, WhoGoesWhileItWaitsForRoomIsLo
     room.Leave(other);
 }
 
+TEST_F(FileDescriptorServiceConnectionLimitsTest, TheRoomOfAMessageThatWasFreedIsGivenBackAtOnce) {
+    Limit(0, milliseconds(1000));
+    std::thread writing([this] { peer.Write(Frame(MessageOfSize(150'000))); });
+    EXPECT_TRUE(connection.Receive(received));
+    writing.join();
+    connection.GiveRoomBack();
+    EXPECT_EQ(room.Taken(), 0U);
+    ExpectInStep();
+}
+
 // --- who keeps room that others wait for
 
 class AwaitedRoomTest : public FileDescriptorServiceConnectionLimitsTest {
@@ -412,39 +430,60 @@ TEST_F(AwaitedRoomTest, WhoTakesAnAnswerSlowlyAfterALargeRequestIsLostWhenOthers
     waiting.join();
 }
 
-TEST_F(FileDescriptorServiceConnectionLimitsTest, AVeryLargeMessageTakesRoomAsItComes) {
-    constexpr std::size_t size = 4U << 20U;
-    ArrivalRoom wide(size);
+// --- messages that take room in several steps, of about a mebibyte
+
+class WideRoomTest : public FileDescriptorServiceConnectionLimitsTest {
+  protected:
+    static constexpr std::uint64_t mebibyte = 1U << 20U;
+
+    WideRoomTest() { large.SetLimits(limits, &wide, &counts); }
+
+    // Another message has so much of the room, and needs no more.
+    void KeepWide(ArrivingMessage& message, std::uint64_t bytes) {
+        bool waited = false;
+        wide.Enter(message, bytes);
+        EXPECT_TRUE(wide.Take(
+            message, bytes, [] { return true; }, waited));
+    }
+    bool IsAwaited() {
+        return Tests::Eventually([this] { return wide.IsAwaited(); });
+    }
+
+    ArrivalRoom wide{4 * mebibyte};
     Tests::SocketPair pair;
-    FileDescriptorServiceConnection large(pair.near.Take(), size, governor);
-    large.SetLimits(limits, &wide, &counts);
-    const std::string frame = Frame(MessageOfSize(size));
+    FileDescriptorServiceConnection large{pair.near.Take(), 4 * mebibyte, governor};
+};
+
+TEST_F(WideRoomTest, AVeryLargeMessageTakesRoomAsItComes) {
+    const std::string frame = Frame(MessageOfSize(wide.Size()));
     std::thread receiving([&] { EXPECT_TRUE(large.Receive(received)); });
     pair.far.Write(frame.substr(0, 1000));
     EXPECT_TRUE(Tests::Eventually([&] { return wide.Taken() > 0; }));
-    EXPECT_LE(wide.Taken(), size / 3);
+    EXPECT_LE(wide.Taken(), wide.Size() / 3);
     pair.far.Write(frame.substr(1000));
     receiving.join();
-    EXPECT_EQ(wide.Taken(), size);
-    EXPECT_EQ(received.SerializeAsString(), MessageOfSize(size).SerializeAsString());
+    EXPECT_EQ(wide.Taken(), wide.Size());
+    EXPECT_EQ(received.SerializeAsString(), MessageOfSize(wide.Size()).SerializeAsString());
 }
 
-TEST_F(FileDescriptorServiceConnectionLimitsTest, TheRoomOfAMessageThatWasFreedIsGivenBackAtOnce) {
-    Limit(0, milliseconds(1000));
-    std::thread writing([this] { peer.Write(Frame(MessageOfSize(150'000))); });
-    EXPECT_TRUE(connection.Receive(received));
+TEST_F(WideRoomTest, AMessageThatWaitsForRoomAgainIsCountedOnce) {
+    ArrivingMessage half;
+    ArrivingMessage rest;
+    KeepWide(half, 2 * mebibyte);
+    KeepWide(rest, 2 * mebibyte);
+    std::thread writing([&] { pair.far.TryWrite(Frame(MessageOfSize(3 * mebibyte))); });
+    std::thread receiving([&] { EXPECT_TRUE(large.Receive(received)); });
+    EXPECT_TRUE(IsAwaited());
+    EXPECT_EQ(wide.Taken(), wide.Size());
+    // Enough for its first step, and not for the second.
+    wide.Leave(rest);
+    EXPECT_TRUE(IsAwaited());
+    EXPECT_GT(wide.Taken(), 3 * mebibyte);
+    wide.Leave(half);
+    receiving.join();
     writing.join();
-    connection.GiveRoomBack();
-    EXPECT_EQ(room.Taken(), 0U);
-    ExpectInStep();
-}
-
-TEST_F(FileDescriptorServiceConnectionLimitsTest, AMessageOverTheLongestIsCounted) {
-    Limit(0, milliseconds(1000));
-    peer.Write(Tests::Varint(limit + 1));
-    EXPECT_EQ(TextOfReceive(),
-              "Connection lost: message of 1000001 bytes is over the limit of 1000000 bytes");
-    EXPECT_EQ(counts.oversizedMessages, 1U);
+    EXPECT_EQ(received.ByteSizeLong(), 3 * mebibyte);
+    EXPECT_EQ(counts.delayedMessages, 1U);
 }
 
 }  // namespace
