@@ -46,11 +46,11 @@ Playback::Playback(ProtocolX::StorageClientX& client, long trackId, const Movie&
     comparison.Numbers("the reader's track", reader.GetTrackId(), trackId);
 }
 
-DataChunk Playback::ReadFrame(Rate& rate, std::size_t frame, const Read& read) {
+DataChunk Playback::ReadFrame(FrameMeter& meter, std::size_t frame, const Read& read) {
     DataChunk chunk;
-    rate.Start();
+    meter.Start();
     const bool found = read(chunk);
-    rate.Stop(DataBytes(chunk));
+    meter.Stop(DataBytes(chunk));
     if (!found) {
         throw std::runtime_error(NameOf(frame) + " was not found");
     }

@@ -1,8 +1,8 @@
 #pragma once
 
 #include "Comparison.h"
+#include "FrameMeter.h"
 #include "Movie.h"
-#include "Rate.h"
 
 #include <libProtocolX/IStorageReaderX.h>
 #include <libProtocolX/StorageClientX.h>
@@ -34,15 +34,15 @@ class Playback {
     // From each time point to its neighbours, without chunks.
     void StepTimePoints();
 
-    const Rate& Forward() const { return forward; }
-    const Rate& Backward() const { return backward; }
-    const Rate& Jumping() const { return jumping; }
-    const Rate& Thumbnails() const { return thumbnails; }
+    const FrameMeter& Forward() const { return forward; }
+    const FrameMeter& Backward() const { return backward; }
+    const FrameMeter& Jumping() const { return jumping; }
+    const FrameMeter& Thumbnails() const { return thumbnails; }
 
   private:
     using Read = std::function<bool(ProtocolX::DataChunk&)>;
 
-    ProtocolX::DataChunk ReadFrame(Rate& rate, std::size_t frame, const Read& read);
+    ProtocolX::DataChunk ReadFrame(FrameMeter& meter, std::size_t frame, const Read& read);
     void CompareMetadata(std::size_t frame, const ProtocolX::DataChunk& chunk);
     void CompareData(const std::string& what, const ProtocolX::DataChunk& chunk, const char* key,
                      const std::string& expected);
@@ -50,10 +50,10 @@ class Playback {
     ProtocolX::IStorageReaderX& reader;
     const Movie& movie;
     Comparison& comparison;
-    Rate forward;
-    Rate backward;
-    Rate jumping;
-    Rate thumbnails;
+    FrameMeter forward;
+    FrameMeter backward;
+    FrameMeter jumping;
+    FrameMeter thumbnails;
 };
 
 }  // namespace Brantel::MovieDemo

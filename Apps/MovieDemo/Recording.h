@@ -1,7 +1,7 @@
 #pragma once
 
+#include "FrameMeter.h"
 #include "Movie.h"
-#include "Rate.h"
 #include "RecordedTrack.h"
 
 #include <libProtocolX/StorageClientX.h>
@@ -22,7 +22,7 @@ class Recording {
 
     // The following hold after Record.
     const RecordedTrack& Track() const { return track; }
-    const Rate& Appending() const { return appending; }
+    const FrameMeter& Appending() const { return appending; }
 
   private:
     void CreateTrack();
@@ -30,7 +30,7 @@ class Recording {
     ProtocolX::StorageClientX& client;
     const Movie& movie;
     RecordedTrack track;
-    Rate appending;
+    FrameMeter appending;
 };
 
 }  // namespace Brantel::MovieDemo

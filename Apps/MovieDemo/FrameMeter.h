@@ -9,7 +9,7 @@ namespace Brantel::MovieDemo {
 
 // Counts frames and bytes and the time they took. Time passes between Start and Stop only, so that
 // what is done with the frames in between (comparing, writing files) does not count.
-class Rate {
+class FrameMeter {
   public:
     void Start() { started = Clock::now(); }
     void Stop(std::uint64_t frameBytes) {

@@ -1,11 +1,11 @@
-#include "Rate.h"
+#include "FrameMeter.h"
 
 #include <array>
 #include <cstdio>
 
 namespace Brantel::MovieDemo {
 
-std::string Rate::Text() const {
+std::string FrameMeter::Text() const {
     constexpr double bytesOfMegabyte = 1e6;
     const double seconds = std::chrono::duration<double>(elapsed).count();
     std::array<char, 96> text{};
