@@ -120,6 +120,8 @@ void AddOperations(Families& all, const OperationMetrics::Picture& operations) {
 void AddConnections(Families& all, const ServedStatus& served) {
     const Services::ServiceListenerCounters& connections = served.connections;
     all.Gauge("brantel_connections", "Connections that are being served").Add(connections.active);
+    all.Gauge("brantel_connections_in_crowd", "Connections that share a thread with others now")
+        .Add(connections.inCrowd);
     all.Counter("brantel_connections_accepted_total", "Connections that were served")
         .Add(connections.accepted);
     all.Counter("brantel_connections_refused_total", "Connections that were closed unserved")

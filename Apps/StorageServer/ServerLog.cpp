@@ -181,6 +181,10 @@ void ServerLog::OnConnection(const Services::ServiceListenerEvent& event) noexce
                 line.level = LogLevel::Error;
                 line.text = "No connection can be accepted now: " + event.text;
                 break;
+            case Kind::ThreadMissing:
+                line.level = LogLevel::Error;
+                line.text = "waits for a thread: " + event.text;
+                break;
         }
         Log(line);
     } catch (const std::exception&) {

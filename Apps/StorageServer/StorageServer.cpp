@@ -4,6 +4,7 @@
 #include "GuardedReader.h"
 #include "GuardedStorage.h"
 #include "GuardedWriter.h"
+#include "QuickRequest.h"
 
 #include <libTracks/ClientConnection.h>
 
@@ -84,6 +85,7 @@ Services::ServiceListenerOptions StorageServer::MakeListenerOptions(const Server
     result.limits.grace = std::chrono::milliseconds(limits.transferGraceMilliseconds);
     result.bytesInFlight = limits.bytesInFlight;
     result.stopGrace = StorageServer::stopGrace;
+    result.isQuick = IsQuickRequest;
     result.onEvent = [&log](const Services::ServiceListenerEvent& event) {
         log.OnConnection(event);
     };

@@ -6,6 +6,7 @@
 #include <cxxabi.h>
 #include <sys/socket.h>
 
+#include <algorithm>
 #include <cstdlib>
 #include <exception>
 #include <memory>
@@ -68,18 +69,26 @@ std::string DescribeUnknown() {
 
 }  // namespace
 
-// Takes the connection out of service when the thread leaves it, also by pthread_exit.
+// Takes the connection out of service when the thread leaves it, also by pthread_exit, unless it
+// has left it to a crowd.
 class ConnectionThreads::End {
   public:
     End(ConnectionThreads& threads, Connections::iterator connection)
         : threads(threads), connection(connection) {}
     End(const End&) = delete;
     End& operator=(const End&) = delete;
-    ~End() { threads.Finish(connection); }
+    ~End() {
+        if (!hasLeft) {
+            threads.Finish(connection);
+        }
+    }
+
+    void LeaveIt() { hasLeft = true; }
 
   private:
     ConnectionThreads& threads;
     const Connections::iterator connection;
+    bool hasLeft = false;
 };
 
 ConnectionThreads::ConnectionThreads(const ServiceListenerOptions& options,
@@ -89,7 +98,28 @@ ConnectionThreads::ConnectionThreads(const ServiceListenerOptions& options,
       factory(factory),
       governor(governor),
       whenOneEnds(std::move(whenOneEnds)),
+      crowdRule{options.isQuick, options.crowd},
       room(options.bytesInFlight) {}
+
+void ConnectionThreads::Start() {
+    if (crowdRule.isQuick == nullptr || !crowds.empty()) {
+        return;
+    }
+    const unsigned loops = std::max(1U, SpinGovernor::OnlineProcessors() / 2);
+    std::vector<std::unique_ptr<CrowdLoop>> made;
+    for (unsigned index = 0; index < loops; ++index) {
+        made.push_back(std::make_unique<CrowdLoop>(
+            CrowdLoop::Calls{[this] { AdoptThisThread(); },
+                             [this](CrowdLoop& loop, void* owner) {
+                                 ServeInCrowd(loop, *static_cast<Connection*>(owner));
+                             },
+                             [this] { return StartMissingThreads(); }}));
+        made.back()->Start(options.stackSize);
+    }
+    const std::lock_guard guard(mutex);
+    crowds = std::move(made);
+    crowdsAreOpen = true;
+}
 
 void ConnectionThreads::Serve(OwnedDescriptor socket, const SocketAddress& address) noexcept {
     PeerAddress peer;
@@ -104,72 +134,187 @@ void ConnectionThreads::Serve(OwnedDescriptor socket, const SocketAddress& addre
                              " connections, the limit");
             return;
         }
-        one.emplace_back(peer);
+        one.emplace_back(peer, socket.Get());
+        one.front().self = one.begin();
         one.front().stream.emplace(socket.Release(), options.messageLimit, governor);
         one.front().stream->SetLimits(options.limits, &room, &counts);
-        Start(one);
+        one.front().stream->SetCrowdRule(&crowdRule);
+        StartFirst(one);
     } catch (const std::exception& error) {
         Refuse(peer, error.what());
     }
 }
 
-void ConnectionThreads::Start(Connections& one) {
+void ConnectionThreads::StartFirst(Connections& one) {
     const auto connection = one.begin();
-    {
-        const std::lock_guard guard(mutex);
-        running.splice(running.end(), one);
-    }
+    const std::lock_guard guard(mutex);
+    running.splice(running.end(), one);
     ++active;
     try {
-        connection->thread.emplace(options.stackSize,
-                                   "conn " + std::to_string(connection->peer.connectionId),
-                                   [this, connection] { Run(connection); });
+        StartThreadLocked(connection);
     } catch (...) {
         --active;
-        const std::lock_guard guard(mutex);
         one.splice(one.end(), running, connection);
         throw;
     }
 }
 
+// Locked until the thread is known: whoever finds its connection ended joins it.
+void ConnectionThreads::StartThreadLocked(Connections::iterator connection) {
+    connection->thread.emplace_back(options.stackSize,
+                                    "conn " + std::to_string(connection->peer.connectionId),
+                                    [this, connection] { Run(connection); });
+}
+
 void ConnectionThreads::Run(Connections::iterator connection) {
     AdoptThisThread();
-    const End end(*this, connection);
-    ++accepted;
+    End end(*this, connection);
+    while (!connection->isOver && HandleAndReport(*connection)) {
+        if (LeaveToCrowd(connection)) {
+            end.LeaveIt();
+            return;
+        }
+        connection->stream->SetCrowdRule(nullptr);
+    }
+}
+
+bool ConnectionThreads::HandleAndReport(Connection& connection) {
     try {
-        Handle(*connection);
+        if (Handle(connection)) {
+            return true;
+        }
         // A handler may end quietly when its connection is lost.
-        const std::string lost = connection->stream->WhyLost();
-        const std::string refused = connection->stream->WhyRefused();
+        const std::string lost = connection.stream->WhyLost();
+        const std::string refused = connection.stream->WhyRefused();
         if (!lost.empty()) {
-            CountLoss(connection->peer, lost);
+            CountLoss(connection.peer, lost);
         } else if (!refused.empty()) {
-            Report(ServiceListenerEvent::Kind::MessageRefused, connection->peer, refused);
+            Report(ServiceListenerEvent::Kind::MessageRefused, connection.peer, refused);
         }
     } catch (const SocketDisconnected& error) {
-        CountLoss(connection->peer, error.what());
+        CountLoss(connection.peer, error.what());
     } catch (const std::exception& error) {
-        CountFailure(connection->peer, error.what());
+        CountFailure(connection.peer, error.what());
     } catch (...) {
         const std::string unknown = DescribeUnknown();
         if (unknown.empty()) {
-            CountFailure(connection->peer, "The handler ended its thread");
+            CountFailure(connection.peer, "The handler ended its thread");
             throw;
         }
-        CountFailure(connection->peer, unknown);
+        CountFailure(connection.peer, unknown);
     }
+    return false;
 }
 
-void ConnectionThreads::Handle(Connection& connection) {
-    const std::unique_ptr<IServiceHandler> handler = factory(*connection.stream, connection.peer);
-    if (handler == nullptr) {
-        Refuse(connection.peer, "There is no handler for it");
-        return;
+bool ConnectionThreads::Handle(Connection& connection) {
+    if (connection.handler == nullptr) {
+        ++accepted;
+        connection.handler = factory(*connection.stream, connection.peer);
     }
-    handler->Handle(*connection.stream);
+    if (connection.handler == nullptr) {
+        Refuse(connection.peer, "There is no handler for it");
+        return false;
+    }
+    connection.handler->Handle(*connection.stream);
+    if (connection.stream->HasLeft()) {
+        return true;
+    }
+    connection.handler.reset();
+    return false;
+}
+
+// Locked, so that the loop starts no thread for it before this one has gone. Who leaves joins those
+// that have left before, which have nothing more to do.
+bool ConnectionThreads::LeaveToCrowd(Connections::iterator connection) {
+    std::list<ServiceThread> joined;
+    const std::lock_guard guard(mutex);
+    joined.splice(joined.end(), endedThreads);
+    CrowdLoop& loop = *crowds[connection->peer.connectionId % crowds.size()];
+    ++inCrowd;
+    if (!crowdsAreOpen || !loop.Watch(connection->socket, &*connection)) {
+        --inCrowd;
+        return false;
+    }
+    endedThreads.splice(endedThreads.end(), connection->thread);
+    return true;
+}
+
+void ConnectionThreads::ServeInCrowd(CrowdLoop& loop, Connection& connection) {
+    if (connection.stream->ReceiveInCrowd()) {
+        connection.isOver = !HandleAndReport(connection);
+        if (!connection.isOver && connection.stream->IsIdle()) {
+            return;
+        }
+    }
+    TakeFromCrowd(loop, connection);
+}
+
+void ConnectionThreads::TakeFromCrowd(CrowdLoop& loop, Connection& connection) {
+    loop.LeaveAlone(connection.socket);
+    connection.stream->ServeOnThread();
+    --inCrowd;
+    bool isNews = false;
+    std::string reason;
+    try {
+        const std::lock_guard guard(mutex);
+        isNews = !missingIsReported;
+        StartThreadLocked(connection.self);
+        return;
+    } catch (const std::exception& error) {
+        reason = error.what();
+    }
+    if (isNews) {
+        Report(ServiceListenerEvent::Kind::ThreadMissing, connection.peer, reason);
+    }
+    // From now on it may be another loop that starts its thread.
+    loop.AskAgain();
+    const std::lock_guard guard(mutex);
+    missingIsReported = true;
+    connection.needsThread = true;
+}
+
+bool ConnectionThreads::StartMissingThreads() {
+    const std::lock_guard guard(mutex);
+    try {
+        for (auto connection = running.begin(); connection != running.end(); ++connection) {
+            if (connection->needsThread) {
+                StartThreadLocked(connection);
+                connection->needsThread = false;
+            }
+        }
+    } catch (const std::exception&) {
+        return true;
+    }
+    missingIsReported = false;
+    return false;
+}
+
+// Ends what the loops had, which is closed already.
+void ConnectionThreads::StopCrowds() {
+    {
+        const std::lock_guard guard(mutex);
+        crowdsAreOpen = false;
+    }
+    for (const auto& crowd : crowds) {
+        crowd->Stop();
+    }
+    for (;;) {
+        auto connection = running.end();
+        {
+            const std::lock_guard guard(mutex);
+            connection = std::find_if(running.begin(), running.end(),
+                                      [](const Connection& one) { return one.thread.empty(); });
+            if (connection == running.end()) {
+                inCrowd = 0;
+                return;
+            }
+        }
+        Finish(connection);
+    }
 }
 
 void ConnectionThreads::Finish(Connections::iterator connection) noexcept {
+    connection->handler.reset();
     {
         const std::lock_guard guard(mutex);
         connection->mayBeClosed = false;
@@ -214,9 +359,11 @@ void ConnectionThreads::Report(ServiceListenerEvent::Kind kind, const PeerAddres
 
 void ConnectionThreads::JoinEnded() {
     Connections joined;
+    std::list<ServiceThread> joinedThreads;
     {
         const std::lock_guard guard(mutex);
         joined.splice(joined.end(), ended);
+        joinedThreads.splice(joinedThreads.end(), endedThreads);
     }
 }
 
@@ -239,6 +386,7 @@ void ConnectionThreads::CloseAndJoinAll() {
         const std::lock_guard guard(mutex);
         ForEachOpenLocked([](FileDescriptorServiceConnection& stream) { stream.Close(); });
     }
+    StopCrowds();
     for (;;) {
         ServiceThread* thread = nullptr;
         {
@@ -246,7 +394,7 @@ void ConnectionThreads::CloseAndJoinAll() {
             if (running.empty()) {
                 break;
             }
-            thread = &*running.front().thread;
+            thread = &running.front().thread.front();
         }
         // At the thread's end its connection is among the ended ones.
         thread->Join();
@@ -257,6 +405,7 @@ void ConnectionThreads::CloseAndJoinAll() {
 ServiceListenerCounters ConnectionThreads::Counters() const noexcept {
     return {accepted,
             active,
+            inCrowd,
             refused,
             lostConnections,
             failedHandlers,

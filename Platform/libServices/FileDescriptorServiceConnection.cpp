@@ -1,6 +1,7 @@
 #include "FileDescriptorServiceConnection.h"
 
 #include "ArrivalRoom.h"
+#include "CrowdRule.h"
 #include "ElementCount.h"
 #include "GatherOutput.h"
 #include "LimitCounts.h"
@@ -10,6 +11,7 @@
 #include "SocketDisconnected.h"
 #include "SocketReader.h"
 #include "TransferPace.h"
+#include "WireNumbers.h"
 
 #include <google/protobuf/descriptor.h>
 #include <google/protobuf/io/coded_stream.h>
@@ -45,6 +47,11 @@ constexpr std::size_t lengthSizeLimit = 5;
 constexpr std::size_t roomless = std::size_t{64} * 1024;
 // A larger one asks for so much at a time: a mebibyte of payload and what goes with it.
 constexpr std::size_t roomStep = (std::size_t{1} << 20U) + (std::size_t{1} << 16U);
+// A thread leaves its connection after so many quick messages, one after the other: who asks for
+// something else now and then keeps it.
+constexpr unsigned quickBeforeLeaving = 4;
+// Who has sent more than so many at once gets a thread: others wait for their turn.
+constexpr unsigned quickInOneTurn = 16;
 // What is received whole before it is parsed need not be counted: an element takes two bytes.
 static_assert(SocketReader::capacity / 2 <= ConnectionLimits::lowestElements);
 static_assert(scratchSize + SocketReader::capacity <= std::size_t{64} * 1024);
@@ -161,6 +168,49 @@ void FileDescriptorServiceConnection::SetLimits(const ConnectionLimits& newLimit
     }
 }
 
+void FileDescriptorServiceConnection::SetCrowdRule(const CrowdRule* rule) noexcept {
+    crowd = rule != nullptr && rule->isQuick != nullptr ? rule : nullptr;
+}
+
+bool FileDescriptorServiceConnection::ReceiveInCrowd() noexcept {
+    inCrowd = true;
+    quickMessages = 0;
+    reader->ReceiveWhatCame();
+    // Half as many end a crowd as make one: so the threads do not come and go.
+    return crowd != nullptr && reader->IsCrowd(crowd->activeConnections / 2) && NextIsQuick();
+}
+
+bool FileDescriptorServiceConnection::IsIdle() const noexcept {
+    return reader->Available() == 0 && restBegin == restEnd;
+}
+
+bool FileDescriptorServiceConnection::NextIsQuick() const noexcept {
+    std::uint64_t size = 0;
+    const std::size_t available = reader->Available();
+    const std::size_t lengthSize = ReadVarint(reader->Data(), available, lengthSizeLimit, size);
+    return lengthSize > 0 && size <= messageLimit && size <= available - lengthSize &&
+           crowd->isQuick(reader->Data() + lengthSize, size);
+}
+
+// Whether the thread is to leave instead of waiting for the next message.
+bool FileDescriptorServiceConnection::MayLeave() {
+    if (inCrowd) {
+        return restBegin != restEnd || ++quickMessages > quickInOneTurn || !NextIsQuick();
+    }
+    if (quickMessages < quickBeforeLeaving) {
+        return false;
+    }
+    quickMessages = 0;
+    return reader->Available() == 0 && reader->IsCrowd(crowd->activeConnections);
+}
+
+void FileDescriptorServiceConnection::SendRest() {
+    iovec rest{scratch.get() + restBegin, restEnd - restBegin};
+    restBegin = restEnd = 0;
+    BeginSlowSend();
+    NoteSendError(SendParts(fd, &rest, 1, *sendPace));
+}
+
 void FileDescriptorServiceConnection::Count(std::atomic<std::uint64_t> LimitCounts::*what) {
     if (counts != nullptr) {
         ++(counts->*what);
@@ -188,8 +238,8 @@ inline void FileDescriptorServiceConnection::SendSmall(const Message& message, s
         CodedOutputStream::WriteVarint32ToArray(static_cast<std::uint32_t>(size), scratch.get());
     end = message.SerializeWithCachedSizesToArray(end);
     const auto frameSize = end - scratch.get();
-    const ssize_t sent =
-        ::send(fd, scratch.get(), static_cast<std::size_t>(frameSize), MSG_NOSIGNAL);
+    const ssize_t sent = ::send(fd, scratch.get(), static_cast<std::size_t>(frameSize),
+                                inCrowd ? MSG_NOSIGNAL | MSG_DONTWAIT : MSG_NOSIGNAL);
     if (sent != frameSize) {
         FinishSend(sent, frameSize);
     }
@@ -229,6 +279,11 @@ void FileDescriptorServiceConnection::FinishSend(long sent, long frameSize) {
         return;
     }
     const long done = std::max(sent, 0L);
+    if (inCrowd) {
+        restBegin = static_cast<std::size_t>(done);
+        restEnd = static_cast<std::size_t>(frameSize);
+        return;
+    }
     iovec rest{scratch.get() + done, static_cast<std::size_t>(frameSize - done)};
     BeginSlowSend();
     NoteSendError(SendParts(fd, &rest, 1, *sendPace));
@@ -299,11 +354,15 @@ inline std::size_t FileDescriptorServiceConnection::ReceiveLength() {
 
 inline bool FileDescriptorServiceConnection::ReceiveBody(Message& message, std::size_t size) {
     if (size > SocketReader::capacity) {
+        quickMessages = 0;
         return ReceiveLarge(message, size);
     }
     if (reader->Available() < size) {
         reader->BeginMessage();
         reader->Fill(size);
+    }
+    if (crowd != nullptr && !inCrowd) {
+        quickMessages = crowd->isQuick(reader->Data(), size) ? quickMessages + 1 : 0;
     }
     const bool valid = Parse(message, reader->Data(), size, limits.depth);
     if (!valid) {
@@ -395,10 +454,20 @@ void FileDescriptorServiceConnection::ThrowInvalid(const Message& message, std::
 
 bool FileDescriptorServiceConnection::Receive(Message& message) {
     try {
+        hasLeft = false;
+        if (restBegin != restEnd && !inCrowd && !broken.load(std::memory_order_relaxed)) {
+            SendRest();
+        }
         if (broken.load(std::memory_order_relaxed)) {
             ThrowLost();
         }
         GiveRoomBack();
+        if (crowd != nullptr) {
+            hasLeft = MayLeave();
+            if (hasLeft) {
+                return false;
+            }
+        }
         inStep = false;
         bodySize = 0;
         const std::size_t size = ReceiveLength();

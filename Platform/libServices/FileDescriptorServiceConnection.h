@@ -17,6 +17,7 @@ class ArrivalRoom;
 class ArrivingMessage;
 class SocketReader;
 class TransferPace;
+struct CrowdRule;
 struct LimitCounts;
 
 // A service connection on a connected stream socket.
@@ -56,6 +57,26 @@ class FileDescriptorServiceConnection : public IServiceConnection {
     // socket can't be set up.
     void SetLimits(const ConnectionLimits& limits, ArrivalRoom* room, LimitCounts* counts);
 
+    // For a listener, before the first message: from now on Receive returns false instead of
+    // waiting when this connection has asked for nothing but what is quick for a while, and there
+    // is a crowd (the rule is borrowed; null: never, from now on). HasLeft then tells that this was
+    // why.
+    void SetCrowdRule(const CrowdRule* rule) noexcept;
+    bool HasLeft() const noexcept { return hasLeft; }
+    // For whom the thread has left the connection to, in the place of the receiving thread:
+    // receives what has come, without waiting. True: there still is a crowd, and the next message
+    // is whole and quick. Receive and Send then do not wait either until ServeOnThread: Receive
+    // returns false when the next message is not such a one.
+    bool ReceiveInCrowd() noexcept;
+    // Whether nothing more is to be done before more comes: nothing has come and nothing is left to
+    // be sent.
+    bool IsIdle() const noexcept;
+    // The connection has a thread again: Receive waits, after it has sent what is left.
+    void ServeOnThread() noexcept {
+        inCrowd = false;
+        quickMessages = 0;
+    }
+
     void Close() override;
 
     // As Close, but for what is sent: that still reaches the other side. What has come already may
@@ -67,11 +88,11 @@ class FileDescriptorServiceConnection : public IServiceConnection {
     // nothing written, when required fields are missing or the message is over the limit.
     bool Send(const google::protobuf::Message& message) override;
 
-    // Returns true with a whole message. Throws SocketDisconnected when the connection is lost (the
-    // text tells an end between two messages from one after so many bytes of a message), and
-    // std::runtime_error when a whole message arrived that is not a valid one of this type, among
-    // them MessageRefused when it is over one of the limits (the next Receive gets the next
-    // message); `message` is then cleared.
+    // Returns true with a whole message; false only under a crowd rule. Throws SocketDisconnected
+    // when the connection is lost (the text tells an end between two messages from one after so
+    // many bytes of a message), and std::runtime_error when a whole message arrived that is not a
+    // valid one of this type, among them MessageRefused when it is over one of the limits (the next
+    // Receive gets the next message); `message` is then cleared.
     bool Receive(google::protobuf::Message& message) override;
 
     // Gives back the room of the last message received, whose memory has been freed. For the
@@ -97,6 +118,9 @@ class FileDescriptorServiceConnection : public IServiceConnection {
 
   private:
     [[noreturn]] void ThrowLost();
+    bool MayLeave();
+    bool NextIsQuick() const noexcept;
+    void SendRest();
     std::size_t ReceiveLength();
     bool ReceiveBody(google::protobuf::Message& message, std::size_t size);
     bool ReceiveLarge(google::protobuf::Message& message, std::size_t size);
@@ -128,6 +152,13 @@ class FileDescriptorServiceConnection : public IServiceConnection {
     std::atomic<std::uint64_t> keptRoom{0};
     // The receiving thread's.
     std::unique_ptr<SocketReader> reader;
+    const CrowdRule* crowd = nullptr;
+    bool inCrowd = false;
+    bool hasLeft = false;
+    unsigned quickMessages = 0;  // one after the other; in a crowd those of this turn
+    // What a send in a crowd left over: of the frame in `scratch`.
+    std::size_t restBegin = 0;
+    std::size_t restEnd = 0;
     std::unique_ptr<ArrivingMessage> arrival;  // in the room; made with the first large message
     bool hasWaited = false;                    // for room, in the message that is coming
     std::string refusal;                       // why the whole message that came was refused

@@ -9,7 +9,9 @@ class IServiceHandler {
   public:
     virtual ~IServiceHandler() = default;
 
-    // Serves one connection until it ends, on the caller's thread. The connection is borrowed.
+    // Serves one connection until it ends, on the caller's thread. The connection is borrowed. A
+    // Receive that returns false ends it, too; a listener with a rule for what is quick may then
+    // call it again, on another thread, for what comes later.
     virtual void Handle(IServiceConnection& connection) = 0;
 
   protected:

@@ -127,6 +127,7 @@ void ServiceListener::Start() {
     if (sockets.empty()) {
         throw std::runtime_error("The listener has no address to listen on");
     }
+    connections->Start();
     acceptLoop->Start(sockets, *connections, options.stackSize, options.acceptPause);
     state = State::Running;
 }

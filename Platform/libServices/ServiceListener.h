@@ -30,7 +30,8 @@ struct ServiceListenerEvent {
         HandlerFailed,      // the factory or Handle threw anything else
         ConnectionRefused,  // accepted and closed at once: too many, no thread, no handler
         MessageRefused,     // Handle ended after a message that is not a valid one
-        AcceptPaused        // the system accepts no connection now; said once until it does again
+        AcceptPaused,       // the system accepts no connection now; said once until it does again
+        ThreadMissing       // no thread can be started for a connection of a crowd now; it waits
     };
 
     // What happened this time.
@@ -60,6 +61,15 @@ struct ServiceListenerOptions {
     // The longest time that a connection polls for the next message before its thread sleeps; 0:
     // never.
     std::chrono::nanoseconds spinBudget = SpinGovernor::defaultBudget;
+    // Whether a whole message is served in a moment, with nothing to wait for, and has an answer of
+    // less than 16 KiB. Where there is such a rule a connection that asks for nothing else for a
+    // while is served without a thread of its own while there is a crowd: one thread serves many of
+    // them, by calls of Handle that end when there is nothing to be received (Receive returns
+    // false). The handler stays the same, and so does what is promised of it. Called by several
+    // threads at once. Null: each connection keeps its thread.
+    bool (*isQuick)(const unsigned char* message, std::size_t size) = nullptr;
+    // It is a crowd while more than so many connections are active within some milliseconds.
+    std::uint32_t crowd = 16 * SpinGovernor::OnlineProcessors();
     // After the system has failed to accept (no descriptors, no memory) the next attempt is made
     // when a connection has ended, or after this time, 1 ms to 1 hour.
     std::chrono::milliseconds acceptPause{100};
@@ -71,10 +81,11 @@ struct ServiceListenerOptions {
     std::function<void(const ServiceListenerEvent&)> onEvent;
 };
 
-// How many since the start; `active` and `bytesInFlight` alone go down again.
+// How many since the start; `active`, `inCrowd` and `bytesInFlight` alone go down again.
 struct ServiceListenerCounters {
     std::uint64_t accepted = 0;         // given to a thread
     std::uint64_t active = 0;           // now being served
+    std::uint64_t inCrowd = 0;          // of these, now without a thread of their own
     std::uint64_t refused = 0;          // closed unserved
     std::uint64_t lostConnections = 0;  // Handle ended with SocketDisconnected, or because of one
     std::uint64_t failedHandlers = 0;   // the factory or Handle threw anything else
@@ -89,10 +100,10 @@ struct ServiceListenerCounters {
 };
 
 // Accepts connections on any number of TCP and Unix-domain addresses and serves each on a thread of
-// its own: makes a handler for it, runs Handle, destroys the handler, then the connection, however
-// Handle ends. No exception of a handler ends the process. No signal handler of the program runs on
-// the listener's threads. A TCP client that vanishes, or takes nothing of its answer for about
-// 25 s, is a lost connection.
+// its own, or many on one (see isQuick): makes a handler for it, runs Handle, destroys the handler,
+// then the connection, however Handle ends. No exception of a handler ends the process. No signal
+// handler of the program runs on the listener's threads. A TCP client that vanishes, or takes
+// nothing of its answer for about 25 s, is a lost connection.
 //
 // The program calls ListenTcp and ListenUnix, then Start, then Stop or the destructor; all of them
 // may be called by any thread. Connections that arrive between Listen... and Start wait.

@@ -28,6 +28,10 @@ constexpr std::uint64_t longestPatience = 2'000'000;  // nanoseconds
 }  // namespace
 
 inline std::size_t SocketReader::ReceiveSome(void* target, std::size_t size, Wait wait) {
+    if (failure != 0) {
+        errno = failure;
+        ThrowLost(-1);
+    }
     long result = governor.MayPoll(memory) ? Poll(target, size) : ::recv(fd, target, size, 0);
     if (result < 0 && (errno == EINTR || errno == EAGAIN)) {
         result = Block(target, size, wait);
@@ -77,6 +81,20 @@ void SocketReader::ReceiveAtLeast(std::size_t size, Wait wait) {
         }
         end += ReceiveSome(buffer.get() + end, allocated - end, wait);
     } while (Available() < size);
+}
+
+// The system tells an error of a socket once; the end of the stream again and again.
+void SocketReader::ReceiveWhatCame() noexcept {
+    if (begin == end) {
+        begin = end = 0;
+    }
+    const ssize_t result = ::recv(fd, buffer.get() + end, allocated - end, MSG_DONTWAIT);
+    if (result > 0) {
+        end += static_cast<std::size_t>(result);
+        received += static_cast<std::size_t>(result);
+    } else if (result < 0 && errno != EAGAIN && errno != EINTR) {
+        failure = errno;
+    }
 }
 
 void SocketReader::Read(char* target, std::size_t size) {

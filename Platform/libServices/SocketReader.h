@@ -67,6 +67,13 @@ class SocketReader {
         }
     }
 
+    // Receives what has come, without waiting, into what the buffer has left. A loss of the
+    // connection is reported by the next wait.
+    void ReceiveWhatCame() noexcept;
+
+    // Whether more connections are active than `connections`; counts this one as active.
+    bool IsCrowd(std::uint32_t connections) { return governor.IsCrowd(memory, connections); }
+
     // Takes the whole buffer: a large message comes.
     void TakeWholeBuffer() {
         if (allocated < capacity) {
@@ -103,6 +110,7 @@ class SocketReader {
     TransferPace pace;
     Admission admission;
     bool tooSlow = false;
+    int failure = 0;                          // of the system, met by ReceiveWhatCame
     std::unique_ptr<unsigned char[]> buffer;  // NOLINT(modernize-avoid-c-arrays)
     std::size_t allocated = 0;
     std::size_t begin = 0;

@@ -59,8 +59,12 @@ bool SpinGovernor::Promises(SpinMemory& memory) noexcept {
         --memory.pause;
         return false;
     }
+    return CurrentlyActive() <= allowedSpinners;
+}
+
+std::uint32_t SpinGovernor::CurrentlyActive() const noexcept {
     return std::max(activeInSlice.load(std::memory_order_relaxed),
-                    activeBefore.load(std::memory_order_relaxed)) <= allowedSpinners;
+                    activeBefore.load(std::memory_order_relaxed));
 }
 
 bool SpinGovernor::Enter() noexcept {

@@ -54,6 +54,12 @@ class SpinGovernor {
         return budgetNanoseconds.load(std::memory_order_relaxed) > 0 && Promises(memory);
     }
 
+    // Whether more connections are active than `connections`; counts this one as active.
+    bool IsCrowd(SpinMemory& memory, std::uint32_t connections) noexcept {
+        CountActive(memory);
+        return CurrentlyActive() > connections;
+    }
+
     // Takes a place among those that poll, for Budget() at most. False: none is free, block. After
     // true the caller calls Leave.
     bool Enter() noexcept;
@@ -66,6 +72,7 @@ class SpinGovernor {
 
     bool Promises(SpinMemory& memory) noexcept;
     void CountActive(SpinMemory& memory) noexcept;
+    std::uint32_t CurrentlyActive() const noexcept;
 
     const std::uint32_t allowedSpinners;
     // All synchronised by themselves; they are estimates that steer, and guard nothing.

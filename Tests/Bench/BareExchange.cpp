@@ -137,8 +137,18 @@ BareExchange::~BareExchange() {
 }
 
 void BareExchange::Call() {
-    if (!SendAll(fd, request.data(), request.size()) ||
-        !ReceiveAll(fd, answer.data(), answer.size(), shape.polls != 0)) {
+    Ask();
+    Hear();
+}
+
+void BareExchange::Ask() {
+    if (!SendAll(fd, request.data(), request.size())) {
+        throw std::runtime_error("The bare exchange was cut off");
+    }
+}
+
+void BareExchange::Hear() {
+    if (!ReceiveAll(fd, answer.data(), answer.size(), shape.polls != 0)) {
         throw std::runtime_error("The bare exchange was cut off");
     }
 }

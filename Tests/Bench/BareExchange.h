@@ -42,6 +42,10 @@ class BareExchange {
     BareExchange& operator=(const BareExchange&) = delete;
 
     void Call();
+    // The halves of a call.
+    void Ask();
+    void Hear();
+    int Descriptor() const { return fd; }
 
   private:
     int fd;

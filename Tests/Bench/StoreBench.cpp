@@ -6,7 +6,8 @@
 //   os, interval,  the same with values in files, which survive the end of the server; a loss of
 //     always       power but for the last second; a loss of power
 //   walk           the next, and the previous, of 1,000 values of 4 KiB
-//   many           small calls of 1, 10, 100 and 1,000 connections at once
+//   many           small calls of 1, 10, 100 and 1,000 connections at once, a thread for each
+//   crowd          the same, one thread for all: whoever can send a call and take its answer later
 //   wake           from an append until another connection, which waits for it, goes on
 //
 // Everyone has a server process and, in this process, a client that keeps its connection open; the
@@ -160,6 +161,7 @@ class StoreBench {
         }
         return (!kind.does || kind.does(task, workload.keeping)) &&
                workload.connections <= kind.mostConnections &&
+               (kind.hasHalves || !workload.task.inHalves) &&
                (kind.name == "brantel" || kind.name.starts_with("bare") ||
                 IsChosen(options.peers, kind.name));
     }

@@ -4,10 +4,12 @@
 
 #include <pthread.h>
 #include <sched.h>
+#include <sys/epoll.h>
 #include <time.h>
 #include <unistd.h>
 
 #include <algorithm>
+#include <array>
 #include <atomic>
 #include <chrono>
 #include <condition_variable>
@@ -117,6 +119,9 @@ Sample MeasureOne(IPeer& peer, const Workload& workload, double seconds, unsigne
     return sample;
 }
 
+// Until a thousand connections have each called some dozen times.
+constexpr double crowdWarmSeconds = 0.4;
+
 // The connections of a round, a thread each, that call between two moments.
 class Crowd {
   public:
@@ -139,9 +144,8 @@ class Crowd {
 
     // Lets them call for so long.
     Sample Run(pid_t server, double seconds) {
-        constexpr double warmPart = 0.2;
         Release();
-        std::this_thread::sleep_for(std::chrono::duration<double>(seconds * warmPart));
+        std::this_thread::sleep_for(std::chrono::duration<double>(crowdWarmSeconds));
         const CpuMeter meter(server);
         const Clock::time_point start = Clock::now();
         const std::uint64_t before = calls;
@@ -213,6 +217,75 @@ class Crowd {
     std::vector<std::vector<float>> times;     // each one's thread
     std::vector<std::exception_ptr> failures;  // likewise
     std::vector<std::thread> threads;
+};
+
+// The connections of a round, all of one thread: each asks again when it has its answer.
+class CrowdOfOne {
+  public:
+    CrowdOfOne(IPeer& peer, const Task& task, std::size_t count)
+        : poller(::epoll_create1(EPOLL_CLOEXEC)) {
+        for (std::size_t i = 0; i < count; ++i) {
+            all.push_back({peer.Open(task), {}});
+            epoll_event event{};
+            event.events = EPOLLIN;
+            event.data.u64 = i;
+            if (::epoll_ctl(poller, EPOLL_CTL_ADD, all.back().calls->Descriptor(), &event) != 0) {
+                throw std::runtime_error("A connection can't be waited for");
+            }
+        }
+    }
+    ~CrowdOfOne() { ::close(poller); }
+    CrowdOfOne(const CrowdOfOne&) = delete;
+    CrowdOfOne& operator=(const CrowdOfOne&) = delete;
+
+    // Lets them call for so long.
+    Sample Run(pid_t server, double seconds) {
+        for (One& one : all) {
+            Ask(one);
+        }
+        CallFor(crowdWarmSeconds, nullptr);
+        Sample sample;
+        const CpuMeter meter(server);
+        const Clock::time_point start = Clock::now();
+        sample.calls = CallFor(seconds, &sample.microseconds);
+        sample.seconds = Seconds(Clock::now() - start);
+        meter.Read(sample);
+        return sample;
+    }
+
+  private:
+    struct One {
+        std::unique_ptr<ICalls> calls;
+        Clock::time_point asked;
+    };
+
+    static void Ask(One& one) {
+        one.asked = Clock::now();
+        one.calls->Ask();
+    }
+    // How many calls there were.
+    double CallFor(double seconds, std::vector<float>* times) {
+        constexpr std::size_t most = 1U << 20U;  // times that are kept
+        std::array<epoll_event, 64> ready{};
+        double count = 0;
+        for (const Clock::time_point start = Clock::now();
+             Seconds(Clock::now() - start) < seconds;) {
+            const int number = ::epoll_wait(poller, ready.data(), ready.size(), -1);
+            for (int i = 0; i < number; ++i) {
+                One& one = all[ready.at(static_cast<std::size_t>(i)).data.u64];
+                one.calls->Hear();
+                if (times != nullptr && times->size() < most) {
+                    times->push_back(Microseconds(Clock::now() - one.asked));
+                }
+                Ask(one);
+                ++count;
+            }
+        }
+        return count;
+    }
+
+    const int poller;
+    std::vector<One> all;
 };
 
 Sample MeasureWake(IPeer& peer, const Workload& workload, double seconds) {
@@ -314,6 +387,9 @@ Sample MeasureRound(IPeer& peer, const Workload& workload, std::size_t connectio
                     unsigned placement) {
     switch (workload.kind) {
         case Workload::Kind::ManyConnections:
+            if (workload.oneThread) {
+                return CrowdOfOne(peer, workload.task, connections).Run(peer.Process(), seconds);
+            }
             return Crowd(peer, workload.task, connections).Run(peer.Process(), seconds);
         case Workload::Kind::Wake: return MeasureWake(peer, workload, seconds);
         default: return MeasureOne(peer, workload, seconds, placement);

@@ -96,6 +96,21 @@ void AddMany(std::vector<Workload>& all) {
     constexpr std::size_t most = 1000;
     constexpr std::size_t few = 10;
     for (const Over& over : transports) {
+        for (const std::size_t count : {few, std::size_t{100}, most}) {
+            Workload crowd;
+            crowd.kind = Workload::Kind::ManyConnections;
+            crowd.name = "crowd/" + std::to_string(count) + "/" + over.name;
+            crowd.about = "small calls of " + std::to_string(count) +
+                          " connections at once, one thread for all of them, over " + over.about;
+            crowd.task = {Work::Ask, over.transport, 0, false, true};
+            crowd.connections = count;
+            crowd.oneThread = true;
+            if (count == most) {
+                crowd.besideConnections = few;
+                crowd.goals = {{"brantel/10", 0.7}, {"redis", 0.8}};
+            }
+            all.push_back(crowd);
+        }
         for (const std::size_t count : {std::size_t{1}, few, std::size_t{100}, most}) {
             Workload many;
             many.kind = Workload::Kind::ManyConnections;

@@ -19,7 +19,7 @@ struct Goal {
 struct Workload {
     enum class Kind {
         OneConnection,    // one call in flight; times are compared, at most the limit
-        ManyConnections,  // a thread for each; rates are compared, at least the limit
+        ManyConnections,  // a thread for each, or one; rates are compared, at least the limit
         Wake              // from the call of an append until another connection's wait has ended
     };
 
@@ -30,6 +30,7 @@ struct Workload {
     Keeping keeping = Keeping::Memory;
     bool oneProcessor = false;  // else each end has one of its own
     std::size_t connections = 1;
+    bool oneThread = false;  // has all connections
     // Beside as many connections of ours instead, too; 0: not.
     std::size_t besideConnections = 0;
     std::vector<Goal> goals;

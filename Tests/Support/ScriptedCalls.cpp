@@ -4,6 +4,7 @@
 #include <netdb.h>
 #include <poll.h>
 #include <pthread.h>
+#include <sys/epoll.h>
 #include <sys/socket.h>
 #include <sys/stat.h>
 #include <sys/types.h>
@@ -88,6 +89,12 @@ char* __wrap___cxa_demangle(const char* name, char* buffer, std::size_t* size, i
     return reinterpret_cast<char*>(Answered(SystemCall::Demangle, [&] {
         return reinterpret_cast<std::intptr_t>(__real___cxa_demangle(name, buffer, size, status));
     }));
+}
+
+int __real_epoll_ctl(int poller, int operation, int fd, epoll_event* event);
+int __wrap_epoll_ctl(int poller, int operation, int fd, epoll_event* event) {
+    return Answered(SystemCall::EpollCtl,
+                    [&] { return __real_epoll_ctl(poller, operation, fd, event); });
 }
 
 int __real_fchmodat(int folder, const char* path, mode_t mode, int flags);

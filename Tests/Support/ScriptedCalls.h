@@ -15,6 +15,7 @@ enum class SystemCall {
     Close,
     Connect,
     Demangle,
+    EpollCtl,
     Fchmodat,
     Fcntl,
     Fstatat,

@@ -73,6 +73,9 @@ class BareCalls : public ICalls {
         }
     }
     void Call() override { exchange.Call(); }
+    void Ask() override { exchange.Ask(); }
+    void Hear() override { exchange.Hear(); }
+    int Descriptor() const override { return exchange.Descriptor(); }
 
   private:
     BareExchange exchange;
@@ -131,6 +134,7 @@ PeerKind BareKind(Bareness bareness) {
         return std::make_unique<BarePeer>(folder, keeping, bareness);
     };
     kind.serve = Serve;
+    kind.hasHalves = true;
     switch (bareness) {
         case Bareness::Polling:
             kind.name = "bare";

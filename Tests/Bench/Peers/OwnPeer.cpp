@@ -4,6 +4,7 @@
 #include "Bench/Peers/Kinds.h"
 #include "Bench/Peers/ServerChild.h"
 
+#include <BrantelStorageApiMessages.pb.h>
 #include <libProtocolX/DataChunk.h>
 #include <libProtocolX/IStorageReaderX.h>
 #include <libProtocolX/IStorageWriterX.h>
@@ -171,6 +172,41 @@ class WaitCalls : public ICalls {
     Protocol::TimePoint time;
 };
 
+// Messages without the facade and the stubs, which have no calls in halves. The client's waits and
+// polls play no part here.
+template <typename Connection>
+class MessageCalls : public ICalls {
+  public:
+    template <typename... Arguments>
+    explicit MessageCalls(long track, const Arguments&... where) : connection(where...) {
+        request.set_operation(BrantelStorageApi::OPERATION_TrackStorage_GetTrackSize);
+        request.mutable_trackstorage_gettracksize()->set_trackid(track);
+    }
+
+    void Call() override {
+        Ask();
+        Hear();
+    }
+    void Ask() override { connection.Send(request); }
+    void Hear() override {
+        if (!connection.Receive(response) || !response.is_success() ||
+            response.trackstorage_gettracksize().tracksize() <= 0) {
+            throw std::runtime_error("brantel: a wrong answer");
+        }
+    }
+    int Descriptor() const override { return connection.Descriptor(); }
+
+  private:
+    struct Shown : Connection {
+        using Connection::Connection;
+        using Connection::Descriptor;
+    };
+
+    Shown connection;
+    BrantelStorageApi::Request request;
+    BrantelStorageApi::Response response;
+};
+
 class OwnPeer : public IPeer {
   public:
     OwnPeer(const std::string& folder, Keeping keeping)
@@ -185,6 +221,15 @@ class OwnPeer : public IPeer {
     std::unique_ptr<ICalls> Open(const Task& task) override {
         std::unique_ptr<StorageClientX> client = Connect(address, task.transport);
         const long track = TrackFor(*client, task);
+        using Tcp = Services::TcpSocketConnection<Services::FileDescriptorServiceConnection>;
+        if (task.inHalves && task.transport == Transport::Unix) {
+            return std::make_unique<MessageCalls<Services::UnixDomainConnection>>(track,
+                                                                                  address.path);
+        }
+        if (task.inHalves) {
+            return std::make_unique<MessageCalls<Tcp>>(track, "127.0.0.1", address.port,
+                                                       timeoutMilliseconds);
+        }
         if (task.work != Work::Wait) {
             return std::make_unique<OwnCalls>(std::move(client), track, task);
         }
@@ -193,7 +238,6 @@ class OwnPeer : public IPeer {
         if (task.transport == Transport::Unix) {
             connection = std::make_unique<Services::UnixDomainConnection>(address.path);
         } else {
-            using Tcp = Services::TcpSocketConnection<Services::FileDescriptorServiceConnection>;
             connection = std::make_unique<Tcp>("127.0.0.1", address.port, timeoutMilliseconds);
         }
         return std::make_unique<WaitCalls>(std::move(connection), track, last);
@@ -276,7 +320,9 @@ PeerKind OwnKind() {
             [](const std::string& folder, Keeping keeping) {
                 return std::make_unique<OwnPeer>(folder, keeping);
             },
-            nullptr};
+            nullptr,
+            std::numeric_limits<std::size_t>::max(),
+            true};
 }
 
 }  // namespace Brantel::Bench

@@ -8,6 +8,7 @@
 #include <functional>
 #include <limits>
 #include <memory>
+#include <stdexcept>
 #include <string>
 #include <vector>
 
@@ -47,6 +48,7 @@ struct Task {
     Transport transport = Transport::Unix;
     std::size_t size = 0;    // of the values, in bytes
     bool isAwaited = false;  // of appends: another connection waits for them
+    bool inHalves = false;   // Ask and Hear are called instead of Call
 };
 
 // One connection that is open for one task. Used by one thread at a time; closed at its end.
@@ -57,6 +59,13 @@ class ICalls {
     // One request and its answer. Throws std::runtime_error when the answer is not what it has to
     // be.
     virtual void Call() = 0;
+
+    // The halves of Call, for one thread that has many connections: Ask sends the request, Hear
+    // takes the answer, which has begun to come. The descriptor, borrowed, is the socket that it
+    // comes from. Only for tasks in halves, and of those that can.
+    virtual void Ask() { throw std::logic_error("No calls in halves"); }
+    virtual void Hear() { throw std::logic_error("No calls in halves"); }
+    virtual int Descriptor() const { throw std::logic_error("No calls in halves"); }
 
   protected:
     ICalls() = default;
@@ -94,6 +103,7 @@ struct PeerKind {
     std::function<void(const std::string& folder, const std::function<void(int)>& ready)> serve;
     // More at once are too many for it.
     std::size_t mostConnections = std::numeric_limits<std::size_t>::max();
+    bool hasHalves = false;  // its calls can be made in halves
 };
 
 }  // namespace Brantel::Bench

@@ -83,6 +83,19 @@ class RedisCalls : public ICalls {
             case Work::Wait: Wait(); break;
         }
     }
+    void Ask() override {
+        int isDone = 0;
+        Check(redisAppendCommand(context.get(), "GET small") == REDIS_OK, nullptr);
+        while (isDone == 0) {
+            Check(redisBufferWrite(context.get(), &isDone) == REDIS_OK, nullptr);
+        }
+    }
+    void Hear() override {
+        void* reply = nullptr;
+        Check(redisGetReply(context.get(), &reply) == REDIS_OK, nullptr);
+        CheckText(*Reply(static_cast<redisReply*>(reply)), 8);
+    }
+    int Descriptor() const override { return context->fd; }
 
   private:
     bool IsWalk() const { return task.work == Work::Next || task.work == Work::Previous; }
@@ -211,7 +224,9 @@ PeerKind Kind(bool isStream) {
             [isStream](const std::string& folder, Keeping keeping) {
                 return std::make_unique<RedisPeer>(folder, keeping, isStream);
             },
-            nullptr};
+            nullptr,
+            std::numeric_limits<std::size_t>::max(),
+            !isStream};
 }
 
 }  // namespace

@@ -73,6 +73,7 @@ class ThriftConnection : public ICalls {
         : task(task),
           row(RowOf(task)),
           value(task.size, 'x'),
+          socket(socket),
           transport(std::make_shared<TFramedTransport>(socket, WithoutLimits())),
           client(std::make_shared<Protocol>(transport)) {
         socket->setNoDelay(true);
@@ -100,6 +101,9 @@ class ThriftConnection : public ICalls {
             default: Read(); break;
         }
     }
+    void Ask() override { client.send_Count(row); }
+    void Hear() override { client.recv_Count(); }
+    int Descriptor() const override { return socket->getSocketFD(); }
 
   private:
     void Read() {
@@ -113,6 +117,7 @@ class ThriftConnection : public ICalls {
     const Task task;
     const std::int64_t row;
     const std::string value;
+    std::shared_ptr<TSocket> socket;
     std::shared_ptr<TFramedTransport> transport;
     Client client;
     ThriftCalls::Got got;
@@ -204,7 +209,9 @@ PeerKind ThriftKind() {
         "",
         [](const Task&, Keeping keeping) { return keeping == Keeping::Memory; },
         [](const std::string& folder, Keeping) { return std::make_unique<ThriftServer>(folder); },
-        Serve};
+        Serve,
+        std::numeric_limits<std::size_t>::max(),
+        true};
 }
 
 }  // namespace Brantel::Bench
