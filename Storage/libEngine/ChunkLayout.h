@@ -1,7 +1,11 @@
 #pragma once
 
+#include <libEngine/EngineTypes.h>
+
 #include <cstddef>
 #include <cstdint>
+#include <span>
+#include <string_view>
 
 namespace Brantel::Engine {
 
@@ -37,6 +41,12 @@ struct ChunkLayout {
     static constexpr std::uint64_t Usable(std::uint64_t segmentSize) {
         return segmentSize - segmentHeaderSize - segmentTrailerSize;
     }
+
+    // Gives an entry the lengths of a chunk of these parts; there is at least one, and they fit
+    // into a segment.
+    static void SetLengths(ChunkEntry& entry, std::span<const std::string_view> parts);
+    // Whether an entry's lengths are those of a chunk of these parts; never of none.
+    static bool HasLengths(const ChunkEntry& entry, std::span<const std::string_view> parts);
 };
 
 }  // namespace Brantel::Engine

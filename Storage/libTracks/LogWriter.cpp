@@ -88,17 +88,11 @@ std::uint64_t LogWriter::GetRoom() const {
 
 Engine::ChunkEntry LogWriter::Place(std::int64_t timePoint, std::int64_t duration,
                                     std::span<const std::string_view> parts) const {
-    std::uint64_t bytes = 0;
-    for (const std::string_view part : parts) {
-        bytes += part.size();
-    }
     Engine::ChunkEntry entry;
     entry.timePoint = timePoint;
     entry.duration = duration;
     entry.offset = end;
-    entry.length = static_cast<std::uint32_t>(ChunkLayout::Length(parts.size(), bytes));
-    entry.headLength =
-        static_cast<std::uint32_t>(ChunkLayout::HeadLength(parts.size(), parts[0].size()));
+    ChunkLayout::SetLengths(entry, parts);
     return entry;
 }
 

@@ -118,10 +118,7 @@ class EngineWriter {
     void Append(std::string_view payload) {
         const std::array<std::string_view, 1> parts{payload};
         Engine::ChunkEntry entry;
-        entry.length =
-            static_cast<std::uint32_t>(Engine::ChunkLayout::Length(parts.size(), payload.size()));
-        entry.headLength = static_cast<std::uint32_t>(
-            Engine::ChunkLayout::HeadLength(parts.size(), payload.size()));
+        Engine::ChunkLayout::SetLengths(entry, parts);
         if (taken + Engine::ChunkLayout::Cost(entry.length) >
             Engine::ChunkLayout::Usable(segmentSize)) {
             engine.Seal({1, Engine::LogKind::Ring, number}, epoch, count);

@@ -42,19 +42,13 @@ void EngineConformanceTest::Reserve(std::uint64_t segments, TrackId id) {
 ChunkEntry EngineConformanceTest::Place(const SegmentId& id, std::int64_t timePoint,
                                         const std::vector<std::string_view>& views) {
     const std::optional<SegmentInfo> info = Info(id);
-    std::size_t total = 0;
-    for (const std::string_view view : views) {
-        total += view.size();
-    }
     ChunkEntry entry;
     entry.timePoint = timePoint;
     entry.duration = 10;
     entry.ordinal = info->count;
     entry.front = 0;
     entry.offset = info->end;
-    entry.length = static_cast<std::uint32_t>(ChunkLayout::Length(views.size(), total));
-    entry.headLength =
-        static_cast<std::uint32_t>(ChunkLayout::HeadLength(views.size(), views[0].size()));
+    ChunkLayout::SetLengths(entry, views);
     return entry;
 }
 

@@ -69,13 +69,8 @@ TEST_F(FaultyEngineTest, AFailedAppendClosesTheSegment) {
     const SegmentId id{7, LogKind::Ring, 1};
     engine.CreateSegment(id, 1);
     const std::vector<std::string_view> parts{"m"};
-    const ChunkEntry entry{5,
-                           0,
-                           0,
-                           0,
-                           ChunkLayout::segmentHeaderSize,
-                           static_cast<std::uint32_t>(ChunkLayout::Length(1, 1)),
-                           static_cast<std::uint32_t>(ChunkLayout::HeadLength(1, 1))};
+    ChunkEntry entry{5, 0, 0, 0, ChunkLayout::segmentHeaderSize, 0, 0};
+    ChunkLayout::SetLengths(entry, parts);
     engine.Inject(Call::Append, FaultyEngine::Fault::FailBefore);
     EXPECT_ENGINE_ERROR(engine.Append(id, 1, entry, parts, {}), Io);
     EXPECT_ENGINE_ERROR(engine.Append(id, 1, entry, parts, {}), Closed);

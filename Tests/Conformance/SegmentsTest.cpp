@@ -119,9 +119,8 @@ TEST_P(EngineConformanceTest, ASegmentFullOfTheSmallestChunksCanBeSealed) {
         entry.timePoint = static_cast<std::int64_t>(index);
         entry.ordinal = index;
         entry.offset = index == 0 ? ChunkLayout::segmentHeaderSize : entry.offset + entry.length;
-        entry.length = static_cast<std::uint32_t>(ChunkLayout::Length(1, 0));
-        entry.headLength = static_cast<std::uint32_t>(ChunkLayout::HeadLength(1, 0));
         const std::string_view nothing;
+        ChunkLayout::SetLengths(entry, std::span(&nothing, 1));
         Engine().Append(Ring(1), 1, entry, std::span(&nothing, 1),
                         Durability{Durability::Mode::Os, {}});
     }

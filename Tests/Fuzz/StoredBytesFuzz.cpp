@@ -105,15 +105,11 @@ class Changes {
         entry.ordinal = static_cast<std::uint64_t>(NumberOf(input));
         entry.front = static_cast<std::uint64_t>(NumberOf(input));
         std::vector<std::string_view> parts;
-        std::size_t size = 0;
         for (std::size_t count = 1U + input.Byte() % 3U; count > 0; --count) {
             parts.push_back(input.Bytes(input.Byte()));
-            size += parts.back().size();
         }
         entry.offset = segment.end;
-        entry.length = static_cast<std::uint32_t>(ChunkLayout::Length(parts.size(), size));
-        entry.headLength =
-            static_cast<std::uint32_t>(ChunkLayout::HeadLength(parts.size(), parts[0].size()));
+        ChunkLayout::SetLengths(entry, parts);
         engine.Append(segment.id, epoch, entry, parts, {});
         if (input.Byte() % 2 == 0) {
             engine.Seal(segment.id, epoch, segment.count + 1);

@@ -43,8 +43,7 @@ class ADurationBehindTheEndOfTimeTest : public testing::Test {
         entry.timePoint = timePoint;
         entry.duration = duration;
         entry.offset = ChunkLayout::segmentHeaderSize;
-        entry.length = static_cast<std::uint32_t>(ChunkLayout::Length(1, parts[0].size()));
-        entry.headLength = static_cast<std::uint32_t>(ChunkLayout::HeadLength(1, parts[0].size()));
+        ChunkLayout::SetLengths(entry, parts);
         engine.Append(id, 1, entry, parts, {});
     }
 

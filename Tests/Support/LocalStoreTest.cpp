@@ -60,18 +60,12 @@ ChunkEntry LocalStoreTest::Append(const SegmentId& id, std::int64_t timePoint,
                                   Epoch epoch) {
     const SegmentInfo info = Info(id);
     const std::vector<std::string_view> views(parts.begin(), parts.end());
-    std::size_t total = 0;
-    for (const std::string_view view : views) {
-        total += view.size();
-    }
     ChunkEntry entry;
     entry.timePoint = timePoint;
     entry.duration = 10;
     entry.ordinal = info.count;
     entry.offset = info.end;
-    entry.length = static_cast<std::uint32_t>(ChunkLayout::Length(views.size(), total));
-    entry.headLength =
-        static_cast<std::uint32_t>(ChunkLayout::HeadLength(views.size(), views[0].size()));
+    ChunkLayout::SetLengths(entry, views);
     engine->Append(id, epoch, entry, views, Durability{mode, std::chrono::milliseconds(20)});
     return entry;
 }

@@ -33,17 +33,12 @@ std::string Filled(std::size_t size, std::uint64_t seed) {
 }
 
 ChunkEntry EntryOf(const std::vector<std::string>& parts, std::uint64_t ordinal) {
-    std::size_t total = 0;
-    for (const std::string& part : parts) {
-        total += part.size();
-    }
+    const std::vector<std::string_view> views(parts.begin(), parts.end());
     ChunkEntry entry;
     entry.timePoint = static_cast<std::int64_t>(ordinal) * tick;
     entry.duration = tick;
     entry.ordinal = ordinal;
-    entry.length = static_cast<std::uint32_t>(ChunkLayout::Length(parts.size(), total));
-    entry.headLength =
-        static_cast<std::uint32_t>(ChunkLayout::HeadLength(parts.size(), parts[0].size()));
+    ChunkLayout::SetLengths(entry, views);
     return entry;
 }
 

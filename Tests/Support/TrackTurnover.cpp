@@ -20,13 +20,13 @@ std::string TextOf(TrackId track) {
 }
 
 ChunkEntry EntryOf(TrackId track) {
-    const std::size_t size = TextOf(track).size();
+    const std::string text = TextOf(track);
+    const std::string_view part = text;
     ChunkEntry entry;
     entry.timePoint = track;
     entry.duration = 1;
     entry.offset = ChunkLayout::segmentHeaderSize;
-    entry.length = static_cast<std::uint32_t>(ChunkLayout::Length(1, size));
-    entry.headLength = static_cast<std::uint32_t>(ChunkLayout::HeadLength(1, size));
+    ChunkLayout::SetLengths(entry, std::span(&part, 1));
     return entry;
 }
 

@@ -47,15 +47,6 @@ SegmentInfo MakeInfo(const SegmentFormat::Footer& footer) {
     return info;
 }
 
-bool LengthsFit(const ChunkEntry& entry, std::span<const std::string_view> parts) {
-    std::uint64_t total = 0;
-    for (const std::string_view part : parts) {
-        total += part.size();
-    }
-    return !parts.empty() && entry.length == ChunkLayout::Length(parts.size(), total) &&
-           entry.headLength == ChunkLayout::HeadLength(parts.size(), parts[0].size());
-}
-
 std::uint32_t EndOf(std::span<const SegmentFormat::Entry> packed) {
     return packed.empty() ? ChunkLayout::segmentHeaderSize
                           : packed.back().offset + packed.back().length;
@@ -247,7 +238,7 @@ SegmentInfo LocalSegment::Claim(Epoch newEpoch) {
 void LocalSegment::Append(Epoch epoch, const ChunkEntry& entry,
                           std::span<const std::string_view> parts, const Durability& durability,
                           FlushTimer& timer) {
-    if (!LengthsFit(entry, parts)) {
+    if (!ChunkLayout::HasLengths(entry, parts)) {
         Throw(EngineError::Kind::Refused, "lengths do not fit the parts of the chunk");
     }
     const std::lock_guard writeLock(writeMutex);

@@ -131,12 +131,7 @@ std::shared_ptr<MemorySegment::Chunk> MemorySegment::Keep(const ChunkEntry& entr
 void MemorySegment::Append(Epoch writer, const ChunkEntry& entry,
                            std::span<const std::string_view> parts,
                            std::span<std::string* const> offered) {
-    std::size_t total = 0;
-    for (const std::string_view part : parts) {
-        total += part.size();
-    }
-    if (parts.empty() || entry.length != ChunkLayout::Length(parts.size(), total) ||
-        entry.headLength != ChunkLayout::HeadLength(parts.size(), parts[0].size())) {
+    if (!ChunkLayout::HasLengths(entry, parts)) {
         Throw(EngineError::Kind::Refused, "lengths do not fit the parts of the chunk");
     }
     const std::shared_ptr<Chunk> chunk = Keep(entry, parts, offered);

@@ -160,16 +160,13 @@ const auto nothing = [] {};
 
 TEST_F(LocalEngineMemoryTest, AppendOfASmallChunk) {
     const std::vector<std::string_view> parts{"metadata"};
-    ForEachAllocation(
-        [this] { engine->CreateSegment(Ring(2), 1); },
-        [&] {
-            ChunkEntry entry{10, 10, 0, 0, 4096, 0, 0};
-            entry.length = static_cast<std::uint32_t>(ChunkLayout::Length(1, parts[0].size()));
-            entry.headLength =
-                static_cast<std::uint32_t>(ChunkLayout::HeadLength(1, parts[0].size()));
-            engine->Append(Ring(2), 1, entry, parts, Durability{});
-        },
-        [this] { engine->RemoveSegment(Ring(2), 1, 0); });
+    ForEachAllocation([this] { engine->CreateSegment(Ring(2), 1); },
+                      [&] {
+                          ChunkEntry entry{10, 10, 0, 0, 4096, 0, 0};
+                          ChunkLayout::SetLengths(entry, parts);
+                          engine->Append(Ring(2), 1, entry, parts, Durability{});
+                      },
+                      [this] { engine->RemoveSegment(Ring(2), 1, 0); });
 }
 
 TEST_F(LocalEngineMemoryTest, AppendOfALargeChunk) {
@@ -178,10 +175,7 @@ TEST_F(LocalEngineMemoryTest, AppendOfALargeChunk) {
     ForEachAllocation([this] { engine->CreateSegment(Ring(2), 1); },
                       [&] {
                           ChunkEntry entry{10, 10, 0, 0, 4096, 0, 0};
-                          entry.length = static_cast<std::uint32_t>(
-                              ChunkLayout::Length(2, parts[0].size() + parts[1].size()));
-                          entry.headLength = static_cast<std::uint32_t>(
-                              ChunkLayout::HeadLength(2, parts[0].size()));
+                          ChunkLayout::SetLengths(entry, parts);
                           engine->Append(Ring(2), 1, entry, parts, Durability{});
                       },
                       [this] { engine->RemoveSegment(Ring(2), 1, 0); });

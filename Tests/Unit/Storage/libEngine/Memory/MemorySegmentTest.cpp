@@ -20,8 +20,7 @@ class MemorySegmentTest : public testing::Test {
         const std::array<std::string*, 2> offered{nullptr, &text};
         ChunkEntry entry;
         entry.offset = ChunkLayout::segmentHeaderSize;
-        entry.length = static_cast<std::uint32_t>(ChunkLayout::Length(2, 4 + text.size()));
-        entry.headLength = static_cast<std::uint32_t>(ChunkLayout::HeadLength(2, 4));
+        ChunkLayout::SetLengths(entry, parts);
         segment.Append(1, entry, parts, offered);
         return entry;
     }
