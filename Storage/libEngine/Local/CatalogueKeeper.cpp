@@ -18,6 +18,20 @@ namespace {
 
 constexpr const char* logEnding = "-wal";
 
+// What `load` returns; nothing, and the report says why, when it meets damage.
+template <typename Load>
+auto UnlessDamaged(const LocalReport& report, Load load) -> std::optional<decltype(load())> {
+    try {
+        return load();
+    } catch (const EngineError& error) {
+        if (error.GetKind() != EngineError::Kind::Damaged) {
+            throw;
+        }
+        report(error.what());
+        return std::nullopt;
+    }
+}
+
 }  // namespace
 
 CatalogueKeeper::CatalogueKeeper(const FolderCalls& folders, const LocalOptions& options)
@@ -29,35 +43,23 @@ CatalogueKeeper::CatalogueKeeper(const FolderCalls& folders, const LocalOptions&
 CatalogueKeeper::~CatalogueKeeper() = default;
 
 std::optional<CatalogueKeeper::Opened> CatalogueKeeper::TryOpen(bool fresh) const {
-    try {
+    return UnlessDamaged(options.report, [&] {
         Opened opened;
         opened.file = std::make_unique<CatalogueFile>(
             path, fresh ? CatalogueFile::Mode::Make : CatalogueFile::Mode::Open,
             options.catalogueReserve, options.catalogueVfs);
         opened.content = opened.file->Load();
         return opened;
-    } catch (const EngineError& error) {
-        if (error.GetKind() != EngineError::Kind::Damaged) {
-            throw;
-        }
-        options.report(error.what());
-        return std::nullopt;
-    }
+    });
 }
 
 std::optional<CatalogueContent> CatalogueKeeper::LoadCopy() const {
     if (!folders.GetStatus(copyPath)) {
         return std::nullopt;
     }
-    try {
+    return UnlessDamaged(options.report, [&] {
         return CatalogueFile(copyPath, CatalogueFile::Mode::Read, 0, options.catalogueVfs).Load();
-    } catch (const EngineError& error) {
-        if (error.GetKind() != EngineError::Kind::Damaged) {
-            throw;
-        }
-        options.report(error.what());
-        return std::nullopt;
-    }
+    });
 }
 
 void CatalogueKeeper::Mend(Opened& opened) const {
