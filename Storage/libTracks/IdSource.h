@@ -13,6 +13,10 @@ namespace Brantel::Tracks {
 // the rest of those is skipped. Thread-safe; sometimes blocks.
 class IdSource {
   public:
+    // The records that it remembers in.
+    static constexpr const char* commandIds = "ids/command";
+    static constexpr const char* protectionIds = "ids/protection";
+
     // `engine` is borrowed.
     IdSource(Engine::IEngine& engine, std::string key);
 

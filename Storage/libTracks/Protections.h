@@ -36,7 +36,8 @@ class Protections {
     static std::uint64_t EndOf(std::int64_t timePoint, std::int64_t duration);
 
     // Each protection is one record of the engine: its key, and its value with the track.
-    static std::string Key(std::int64_t id) { return "protection/" + std::to_string(id); }
+    static constexpr const char* prefix = "protection/";
+    static std::string Key(std::int64_t id) { return prefix + std::to_string(id); }
     static std::string Encode(std::int64_t track, const Stretch& stretch);
     static Stretch Decode(std::string_view bytes, std::int64_t& track);
 

@@ -18,12 +18,6 @@ namespace Brantel::Tracks {
 
 namespace {
 
-constexpr const char* commandIds = "ids/command";
-constexpr const char* protectionIds = "ids/protection";
-constexpr std::string_view trackPrefix = "track/";
-constexpr std::string_view propertiesPrefix = "properties/";
-constexpr std::string_view protectionPrefix = "protection/";
-
 // A track whose settings are lost keeps what it has until somebody says what it is to do.
 std::string LostProperties() {
     return Track::EncodeProperties({{"storage.retention", "stop"}});
@@ -49,7 +43,7 @@ void RecordRepair::Run() {
         return;
     }
     if (!engine.ReadRecord(storeKey)) {
-        for (const char* key : {commandIds, protectionIds}) {
+        for (const char* key : {IdSource::commandIds, IdSource::protectionIds}) {
             if (!engine.ReadRecord(key)) {
                 SkipIds(key);
             }
@@ -64,18 +58,18 @@ void RecordRepair::Run() {
 
 void RecordRepair::ReplaceDamaged(const std::string& key) {
     const auto rest = [&key](std::string_view prefix) { return key.substr(prefix.size()); };
-    if (key == commandIds || key == protectionIds) {
+    if (key == IdSource::commandIds || key == IdSource::protectionIds) {
         SkipIds(key);
-    } else if (key.starts_with(propertiesPrefix)) {
-        say("Track " + rest(propertiesPrefix) + ": " + lostPropertiesText);
+    } else if (key.starts_with(Track::propertiesPrefix)) {
+        say("Track " + rest(Track::propertiesPrefix) + ": " + lostPropertiesText);
         Write({{key, LostProperties()}});
-    } else if (key.starts_with(protectionPrefix)) {
-        say("Protection " + rest(protectionPrefix) + " is lost: its record is damaged");
+    } else if (key.starts_with(Protections::prefix)) {
+        say("Protection " + rest(Protections::prefix) + " is lost: its record is damaged");
         Write({{key, std::nullopt}});
     } else if (key.starts_with(CommandRecord::prefix)) {
         say("Command " + rest(CommandRecord::prefix) + " is forgotten: its record is damaged");
         Write({{key, std::nullopt}});
-    } else if (key.starts_with(trackPrefix) || key == storeKey) {
+    } else if (key.starts_with(TrackRecord::prefix) || key == storeKey) {
         say("The record " + key + " is damaged");
         Write({{key, std::nullopt}});
     }
@@ -114,7 +108,7 @@ void RecordRepair::RestoreTrack(const Engine::Reservation& reservation) {
 }
 
 bool RecordRepair::HasProtection(Engine::TrackId track) {
-    const auto records = engine.ScanRecords(std::string(protectionPrefix));
+    const auto records = engine.ScanRecords(Protections::prefix);
     return std::any_of(records.begin(), records.end(), [track](const Engine::Record& record) {
         std::int64_t held = 0;
         Protections::Decode(record.value, held);
@@ -138,7 +132,7 @@ void RecordRepair::HoldWhatWasHeld(Engine::TrackId track) {
     if (end < 0 || HasProtection(track)) {
         return;
     }
-    IdSource ids(engine, protectionIds);
+    IdSource ids(engine, IdSource::protectionIds);
     const std::int64_t id = ids.Next();
     ids.Settle();
     Write({{Protections::Key(id), Protections::Encode(track, {begin, end - begin})}});

@@ -2,16 +2,15 @@
 
 #include "FieldReader.h"
 #include "FieldWriter.h"
+#include "RecordKey.h"
 #include "RecordRepair.h"
 #include "Track.h"
 #include "TrackRecord.h"
 
 #include <algorithm>
-#include <charconv>
 #include <exception>
 #include <stdexcept>
 #include <string>
-#include <system_error>
 #include <utility>
 #include <vector>
 
@@ -21,18 +20,6 @@ namespace {
 
 constexpr std::uint8_t storeVersion = 1;
 constexpr const char* storeKey = RecordRepair::storeKey;
-constexpr const char* trackPrefix = "track/";
-constexpr const char* protectionPrefix = "protection/";
-
-std::int64_t IdOf(const std::string& key, const std::string& prefix) {
-    std::int64_t id = 0;
-    const char* end = key.data() + key.size();
-    const auto [stop, error] = std::from_chars(key.data() + prefix.size(), end, id);
-    if (error != std::errc() || stop != end) {
-        throw std::runtime_error("The store has a record " + key + ", which has no number");
-    }
-    return id;
-}
 
 class Unheard : public Engine::IProgress {
   public:
@@ -47,7 +34,7 @@ StorageCore::StorageCore(Engine::IEngine& engine, StorageOptions givenOptions)
       engine(Repair(engine)),
       cache(options.entryCacheBytes),
       workers(options.clock, options.workersLimit),
-      protectionIds(engine, "ids/protection"),
+      protectionIds(engine, IdSource::protectionIds),
       tracks(engine, cache, options, geometry, TakeEpoch()),
       commands(engine, tracks, options, geometry) {
     LoadTracks();
@@ -112,13 +99,13 @@ Engine::Epoch StorageCore::TakeEpoch() {
 
 void StorageCore::LoadTracks() {
     std::map<std::int64_t, Stretches> stretches;  // by track
-    for (const Engine::Record& record : engine.ScanRecords(protectionPrefix)) {
+    for (const Engine::Record& record : engine.ScanRecords(Protections::prefix)) {
         std::int64_t track = 0;
         const Protections::Stretch stretch = Protections::Decode(record.value, track);
-        stretches[track].emplace(IdOf(record.key, protectionPrefix), stretch);
+        stretches[track].emplace(NumberInKey(record.key, Protections::prefix), stretch);
     }
-    for (const Engine::Record& record : engine.ScanRecords(trackPrefix)) {
-        const std::int64_t id = IdOf(record.key, trackPrefix);
+    for (const Engine::Record& record : engine.ScanRecords(TrackRecord::prefix)) {
+        const std::int64_t id = NumberInKey(record.key, TrackRecord::prefix);
         LoadTrack(id, TrackRecord::Decode(record.value), stretches[id]);
     }
 }

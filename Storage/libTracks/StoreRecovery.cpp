@@ -17,8 +17,6 @@ namespace Brantel::Tracks {
 namespace {
 
 constexpr const char* unfinishedKey = "recovery";
-constexpr std::string_view propertiesPrefix = "properties/";
-constexpr std::string_view trackPrefix = "track/";
 
 class Unheard : public Engine::IProgress {
   public:
@@ -92,8 +90,8 @@ void StoreRecovery::CopyRecords(StorageCore& from) {
         properties[propertiesKey] = whole ? whole->value : std::string();
     }
     for (Engine::Record& record : source.ScanRecords("")) {
-        if (!left.contains(record.key) && !record.key.starts_with(trackPrefix) &&
-            !record.key.starts_with(propertiesPrefix)) {
+        if (!left.contains(record.key) && !record.key.starts_with(TrackRecord::prefix) &&
+            !record.key.starts_with(Track::propertiesPrefix)) {
             changes.push_back({std::move(record.key), std::move(record.value)});
         }
     }

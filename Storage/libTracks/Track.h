@@ -99,8 +99,9 @@ class Track {
     void SetProperties(const Protocol::PropertyList& properties);
     void RemoveProperties(const Protocol::PropertyList& properties);
 
+    static constexpr const char* propertiesPrefix = "properties/";
     static std::string PropertiesKey(std::int64_t track) {
-        return "properties/" + std::to_string(track);
+        return propertiesPrefix + std::to_string(track);
     }
 
     // The value of the record with that key.
@@ -125,6 +126,9 @@ class Track {
     void LoadProperties();
     Properties CopyProperties();
     TrackSettings MakeSettings(const Properties& properties) const;
+    // For each item, on a copy; then the copy takes the properties' place.
+    template <typename Change>
+    void ChangeProperties(const Protocol::PropertyList& properties, Change change);
     void Replace(Properties properties);
 
     const TrackContext context;

@@ -43,7 +43,7 @@ TrackCommands::TrackCommands(Engine::IEngine& engine, TrackRegistry& registry,
       geometry(geometry),
       log(options.commandHistory),
       promises(engine),
-      ids(engine, "ids/command"),
+      ids(engine, IdSource::commandIds),
       runner(engine, registry, log, promises, options, geometry, isStopping) {}
 
 TrackCommands::~TrackCommands() {

@@ -80,28 +80,28 @@ Track::Properties Track::CopyProperties() {
     return state.properties;
 }
 
-void Track::SetProperties(const Protocol::PropertyList& properties) {
+template <typename Change>
+void Track::ChangeProperties(const Protocol::PropertyList& properties, Change change) {
     const std::lock_guard gate(propertiesGate);
     Properties changed = CopyProperties();
     for (const auto& item : properties.items()) {
         if (item.key().empty()) {
             throw TrackError(context.track, "a property has an empty key");
         }
-        changed[item.key()] = item.value();
+        change(changed, item);
     }
     Replace(std::move(changed));
 }
 
+void Track::SetProperties(const Protocol::PropertyList& properties) {
+    ChangeProperties(properties, [](Properties& changed, const auto& item) {
+        changed[item.key()] = item.value();
+    });
+}
+
 void Track::RemoveProperties(const Protocol::PropertyList& properties) {
-    const std::lock_guard gate(propertiesGate);
-    Properties changed = CopyProperties();
-    for (const auto& item : properties.items()) {
-        if (item.key().empty()) {
-            throw TrackError(context.track, "a property has an empty key");
-        }
-        changed.erase(item.key());
-    }
-    Replace(std::move(changed));
+    ChangeProperties(properties,
+                     [](Properties& changed, const auto& item) { changed.erase(item.key()); });
 }
 
 void Track::Replace(Properties properties) {

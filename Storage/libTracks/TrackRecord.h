@@ -38,7 +38,8 @@ struct TrackRecord {
     // Throws std::runtime_error for what it can't read.
     static TrackRecord Decode(std::string_view bytes);
 
-    static std::string Key(std::int64_t track) { return "track/" + std::to_string(track); }
+    static constexpr const char* prefix = "track/";
+    static std::string Key(std::int64_t track) { return prefix + std::to_string(track); }
 };
 
 }  // namespace Brantel::Tracks
