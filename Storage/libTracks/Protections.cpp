@@ -14,6 +14,26 @@ namespace {
 
 constexpr std::uint8_t version = 1;
 
+// Empty: nothing is wrong.
+std::string FaultOf(const Protections::Stretch& stretch) {
+    constexpr std::int64_t largest = std::numeric_limits<std::int64_t>::max();
+    if (stretch.timePoint < 0) {
+        return "begins below 0";
+    }
+    if (stretch.duration < 0) {
+        return "has a duration below 0";
+    }
+    if (stretch.duration > largest - stretch.timePoint) {
+        return "ends behind the largest time point, " + std::to_string(largest);
+    }
+    return {};
+}
+
+std::string TimesOf(const Protections::Stretch& stretch) {
+    return "of " + std::to_string(stretch.duration) + " nanoseconds at " +
+           std::to_string(stretch.timePoint);
+}
+
 }  // namespace
 
 std::uint64_t Protections::EndOf(std::int64_t timePoint, std::int64_t duration) {
@@ -43,17 +63,31 @@ std::vector<Protections::Interval> Protections::Merge(
 }
 
 void Protections::Check(std::int64_t track, const Stretch& stretch) {
-    const std::string what = "a protection of " + std::to_string(stretch.duration) +
-                             " nanoseconds at " + std::to_string(stretch.timePoint);
-    if (stretch.timePoint < 0) {
-        throw TrackError(track, what + " begins below 0");
+    if (const std::string fault = FaultOf(stretch); !fault.empty()) {
+        throw TrackError(track, "a protection " + TimesOf(stretch) + " " + fault);
     }
-    if (stretch.duration < 0) {
-        throw TrackError(track, what + " has a duration below 0");
+}
+
+std::string Protections::DescribeFault(std::int64_t id, const Stretch& stretch) {
+    const std::string fault = FaultOf(stretch);
+    return fault.empty()
+               ? fault
+               : "protection " + std::to_string(id) + ", " + TimesOf(stretch) + ", " + fault;
+}
+
+void Protections::Load(const std::map<std::int64_t, Stretch>& stored) {
+    std::string firstFault;
+    for (const auto& [id, stretch] : stored) {
+        const std::string fault = DescribeFault(id, stretch);
+        if (fault.empty()) {
+            stretches.emplace(id, stretch);
+        } else if (firstFault.empty()) {
+            firstFault = fault;
+        }
     }
-    if (stretch.duration > std::numeric_limits<std::int64_t>::max() - stretch.timePoint) {
-        throw TrackError(track, what + " ends behind the largest time point, " +
-                                    std::to_string(std::numeric_limits<std::int64_t>::max()));
+    merged = Merge(stretches);
+    if (!firstFault.empty()) {
+        throw std::runtime_error(firstFault);
     }
 }
 
@@ -110,7 +144,6 @@ Protections::Stretch Protections::Decode(std::string_view bytes, std::int64_t& t
     Stretch stretch;
     stretch.timePoint = fields.Get<std::int64_t>();
     stretch.duration = fields.Get<std::int64_t>();
-    Check(track, stretch);
     return stretch;
 }
 

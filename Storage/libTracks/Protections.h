@@ -21,6 +21,13 @@ class Protections {
 
     // Throws std::runtime_error "Track 7: ..." for a stretch that makes no sense anywhere.
     static void Check(std::int64_t track, const Stretch& stretch);
+    // What a stored protection is if it makes no sense anywhere: "protection 3, of 1 nanoseconds at
+    // -1, begins below 0". Empty: it does make sense.
+    static std::string DescribeFault(std::int64_t id, const Stretch& stretch);
+
+    // Takes over what was stored. Throws std::runtime_error with the first fault, once all that
+    // make sense are there.
+    void Load(const std::map<std::int64_t, Stretch>& stored);
 
     void Add(std::int64_t id, const Stretch& stretch);
     void Remove(std::int64_t id);
@@ -39,6 +46,7 @@ class Protections {
     static constexpr const char* prefix = "protection/";
     static std::string Key(std::int64_t id) { return prefix + std::to_string(id); }
     static std::string Encode(std::int64_t track, const Stretch& stretch);
+    // As stored: it may make no sense. Throws std::runtime_error for what it can't read.
     static Stretch Decode(std::string_view bytes, std::int64_t& track);
 
   private:

@@ -1,6 +1,8 @@
 #include "StoreRecovery.h"
 
 #include "EncodedChunk.h"
+#include "Protections.h"
+#include "RecordKey.h"
 #include "RecordRepair.h"
 #include "StorageCore.h"
 #include "Track.h"
@@ -33,7 +35,7 @@ StorageOptions TargetOptions() {
 
 void Write(Engine::IEngine& engine, const std::vector<Engine::RecordChange>& changes) {
     if (!engine.WriteRecords(changes)) {
-        throw std::runtime_error("the new store is used by somebody else");
+        throw std::runtime_error("the store is used by somebody else");
     }
 }
 
@@ -51,6 +53,7 @@ StoreRecovery::Sums StoreRecovery::Run() {
     const TrackGeometry geometry(options);
     CheckFinished(source);
     RecordRepair(source, geometry, [this](const std::string& text) { findings.Add(text); }).Run();
+    LeaveOutProtections();
     StorageCore from(source, options);
     CopyRecords(from);
     {
@@ -63,6 +66,23 @@ StoreRecovery::Sums StoreRecovery::Run() {
     }
     Finish();
     return sums;
+}
+
+void StoreRecovery::LeaveOutProtections() {
+    std::vector<Engine::RecordChange> changes;
+    for (const Engine::Record& record : source.ScanRecords(Protections::prefix)) {
+        std::int64_t track = 0;
+        const Protections::Stretch stretch = Protections::Decode(record.value, track);
+        const std::string fault =
+            Protections::DescribeFault(NumberInKey(record.key, Protections::prefix), stretch);
+        if (!fault.empty()) {
+            findings.Add("Track " + std::to_string(track) + ": " + fault + "; it is left out");
+            changes.push_back({record.key, std::nullopt});
+        }
+    }
+    if (!changes.empty()) {
+        Write(source, changes);
+    }
 }
 
 void StoreRecovery::CopyRecords(StorageCore& from) {

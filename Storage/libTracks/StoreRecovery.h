@@ -39,6 +39,8 @@ class StoreRecovery {
     static void CheckFinished(Engine::IEngine& engine);
 
   private:
+    // Impossible ones, which make their track an error: in `source`, before its tracks are read.
+    void LeaveOutProtections();
     void CopyRecords(StorageCore& from);
     void CopyTrack(Track& from, Track& to);
     // Goes on to the next time point; false at the end.

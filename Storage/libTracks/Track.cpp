@@ -50,13 +50,11 @@ void Track::StartNew(const TrackRecord& record) {
 void Track::Load(const TrackRecord& record,
                  const std::map<std::int64_t, Protections::Stretch>& held) {
     StartNew(record);
-    {
-        const std::lock_guard lock(state.mutex);
-        for (const auto& [id, stretch] : held) {
-            state.protections.Add(id, stretch);
-        }
-    }
     try {
+        {
+            const std::lock_guard lock(state.mutex);
+            state.protections.Load(held);
+        }
         LoadProperties();
         changes.Load(record);
     } catch (const std::exception& error) {

@@ -12,13 +12,13 @@
 namespace Brantel::Tracks {
 namespace {
 
-TEST(AStoredProtectionBehindTheEndOfTimeTest, ItIsRefused) {
+TEST(AStoredProtectionBehindTheEndOfTimeTest, ItIsNotTaken) {
     constexpr std::int64_t endOfTime = std::numeric_limits<std::int64_t>::max();
-    std::int64_t track = 0;
-    EXPECT_NO_THROW(Protections::Decode(Protections::Encode(7, {10, endOfTime - 10}), track));
-    EXPECT_THROW(Protections::Decode(Protections::Encode(7, {10, endOfTime - 9}), track),
-                 std::runtime_error);
-    EXPECT_THROW(Protections::Decode(Protections::Encode(7, {-1, 1}), track), std::runtime_error);
+    Protections protections;
+    EXPECT_NO_THROW(protections.Load({{1, {10, endOfTime - 10}}}));
+    EXPECT_THROW(protections.Load({{2, {10, endOfTime - 9}}}), std::runtime_error);
+    EXPECT_THROW(protections.Load({{3, {-1, 1}}}), std::runtime_error);
+    EXPECT_EQ(protections.GetAll().size(), 1U);
 }
 
 }  // namespace
