@@ -205,6 +205,7 @@ bool TrackChanges::Unprotect(std::int64_t id) {
         if (found == state.protections.GetAll().end()) {
             return false;
         }
+        state.CheckUsableLocked(context.track);
         ended = found->second;
         rest = state.protections;
     }

@@ -58,8 +58,7 @@ class ProtectionsTest : public StorageTest {
     StoreFindings findings{[this](const std::string& text) { texts.push_back(text); }};
 };
 
-INSTANTIATE_TEST_SUITE_P(Memory, ProtectionsTest,
-                         testing::Values(Engine::MemoryHarnessFactory()),
+INSTANTIATE_TEST_SUITE_P(Memory, ProtectionsTest, testing::Values(Engine::MemoryHarnessFactory()),
                          testing::PrintToStringParamName());
 
 TEST_P(ProtectionsTest, OneWithImpossibleTimesCostsItsTrackAloneAndIsToldAtTheStart) {
@@ -97,6 +96,14 @@ TEST_P(ProtectionsTest, TheOtherProtectionsAreStillListed) {
     const auto another = static_cast<std::uint64_t>(Protect(8, 1, 5));
     Store({10, endOfTime});
     EXPECT_EQ(ListProtections(), (std::vector<std::uint64_t>{other, another}));
+}
+
+TEST_P(ProtectionsTest, WhileTheTrackCanNotBeUsedTheOthersCanNotBeEnded) {
+    const long other = Protect(7, 20, 5);
+    Store({-1, 1});
+    EXPECT_EQ(ErrorOf([&] { Unprotect(other); }),
+              "Track 7: it can't be used: " + Named("of 1 nanoseconds at -1, begins below 0"));
+    EXPECT_EQ(ListProtections(), (std::vector<std::uint64_t>{static_cast<std::uint64_t>(other)}));
 }
 
 TEST_P(ProtectionsTest, WhatTheTrackHoldsIsNotTouched) {
