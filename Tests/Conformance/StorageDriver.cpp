@@ -1,5 +1,6 @@
 #include "Conformance/StorageDriver.h"
 
+#include "Support/TrackWalk.h"
 #include "Support/Waiting.h"
 
 #include <libProtocolX/rpc/ITrackReaderFactory.h>
@@ -415,15 +416,7 @@ std::string StorageDriver::RunList(Verb verb, const Numbers& numbers) {
 std::vector<std::int64_t> StorageDriver::TimesOf(std::int64_t track) {
     const std::unique_ptr<BrantelStorageApi::ITrackReader> reader(
         tracks->MakeReaderFactory({})->CreateTrackReader(track));
-    std::vector<std::int64_t> times;
-    Protocol::TimePoint time = At(-1);
-    for (bool found = true;;) {
-        reader->NextTimePoint(Protocol::TimePoint(time), time, found);
-        if (!found) {
-            return times;
-        }
-        times.push_back(static_cast<std::int64_t>(time.nanoseconds()));
-    }
+    return Tests::WalkTrack(*reader);
 }
 
 std::string StorageDriver::Inspect(std::int64_t track) {

@@ -143,4 +143,14 @@ std::string ReadChunk(StorageClientX& client, long track, long nanoseconds) {
     return found ? chunk.GetData("block") : "not found";
 }
 
+std::vector<long> TimesOf(StorageClientX& client, long track) {
+    std::vector<long> times;
+    ProtocolX::IStorageReaderX& reader = *client.GetTrackReader(track, 1);
+    for (TimePoint time = reader.FirstTimePoint(); time >= TimePoint();
+         time = reader.NextTimePoint(time)) {
+        times.push_back(time.ToNanoseconds());
+    }
+    return times;
+}
+
 }  // namespace Brantel::Tests

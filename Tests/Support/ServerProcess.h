@@ -64,4 +64,7 @@ void AppendChunk(ProtocolX::StorageClientX& client, long track, long nanoseconds
 // The data block of the chunk at this time point; "not found" when there is none.
 std::string ReadChunk(ProtocolX::StorageClientX& client, long track, long nanoseconds);
 
+// The time points of all chunks, in nanoseconds, walked forwards.
+std::vector<long> TimesOf(ProtocolX::StorageClientX& client, long track);
+
 }  // namespace Brantel::Tests

@@ -5,7 +5,6 @@
 #include "Support/TemporaryFolder.h"
 
 #include <libProtocolX/DataChunk.h>
-#include <libProtocolX/IStorageReaderX.h>
 
 #include <gmock/gmock.h>
 #include <gtest/gtest.h>
@@ -62,15 +61,6 @@ class StoreJobTest : public testing::Test {
     static std::string MarkOf(long timePoint) { return "chunk " + std::to_string(timePoint) + ";"; }
     static std::string TextOf(long timePoint, std::size_t size = 5000) {
         return MarkOf(timePoint) + std::string(size, static_cast<char>(timePoint));
-    }
-    std::vector<long> TimesOf(long track) const {
-        std::vector<long> times;
-        ProtocolX::IStorageReaderX& reader = *client->GetTrackReader(track, 1);
-        for (TimePoint time = reader.FirstTimePoint(); time >= TimePoint();
-             time = reader.NextTimePoint(time)) {
-            times.push_back(time.ToNanoseconds());
-        }
-        return times;
     }
     // Its exit code.
     int Job(const std::vector<std::string>& arguments) {
@@ -197,7 +187,7 @@ TEST_F(StoreJobTest, AChunkThatWasRecycledIsNobodysLoss) {
     Start();
     const long track = CreateTrack(*client, 20'000);  // three of the chunks
     Append(track, {1, 2, 3, 4});
-    ASSERT_EQ(TimesOf(track), (std::vector<long>{2, 3, 4}));
+    ASSERT_EQ(TimesOf(*client, track), (std::vector<long>{2, 3, 4}));
     Stop();
     Damage(1);
     EXPECT_EQ(Check(), clean) << said << errors;
@@ -281,7 +271,7 @@ TEST_F(StoreJobTest, ARecoveryCopiesEverythingThatIsWhole) {
     EXPECT_EQ(Contents(), before);
 
     Start(recovered);
-    EXPECT_EQ(TimesOf(track), (std::vector<long>{10, 30}));
+    EXPECT_EQ(TimesOf(*client, track), (std::vector<long>{10, 30}));
     EXPECT_EQ(ReadChunk(*client, track, 10), TextOf(10));
     EXPECT_EQ(ReadChunk(*client, track, 30), TextOf(30));
     EXPECT_EQ(client->GetTrackProperties(track), properties);
@@ -321,17 +311,17 @@ TEST_F(StoreJobTest, ATrackThatIsFullIsRecoveredWhole) {
         time += 60;
     }
     Append(track, times, 450'000);
-    const std::vector<long> held = TimesOf(track);
+    const std::vector<long> held = TimesOf(*client, track);
     ASSERT_EQ(held.front(), 30);
     Stop();
     EXPECT_EQ(Recover(), clean) << said << errors;
     Start(recovered);
-    EXPECT_EQ(TimesOf(track), held);
+    EXPECT_EQ(TimesOf(*client, track), held);
     for (const long time : held) {
         ASSERT_EQ(ReadChunk(*client, track, time), TextOf(time, 450'000)) << time;
     }
     Append(track, {1000, 1001, 1002}, 450'000);
-    EXPECT_EQ(TimesOf(track).front(), 30);
+    EXPECT_EQ(TimesOf(*client, track).front(), 30);
 }
 
 TEST_F(StoreJobTest, ARecoveryIntoAFolderThatHoldsSomethingIsRefused) {
@@ -355,7 +345,7 @@ TEST_F(StoreJobTest, AnEmptyFolderTakesARecovery) {
     std::filesystem::create_directory(recovered);
     EXPECT_EQ(Recover(), clean) << said << errors;
     Start(recovered);
-    EXPECT_EQ(TimesOf(track), (std::vector<long>{10}));
+    EXPECT_EQ(TimesOf(*client, track), (std::vector<long>{10}));
 }
 
 TEST_F(StoreJobTest, ALostCatalogueIsRestoredFromItsCopyAndServed) {
@@ -367,7 +357,7 @@ TEST_F(StoreJobTest, ALostCatalogueIsRestoredFromItsCopyAndServed) {
     EXPECT_EQ(Check(), damaged) << errors;
     EXPECT_THAT(said, HasSubstr(data + "/catalogue.sqlite: is missing\n"));
     Start();
-    EXPECT_EQ(TimesOf(track), (std::vector<long>{10, 20}));
+    EXPECT_EQ(TimesOf(*client, track), (std::vector<long>{10, 20}));
     EXPECT_EQ(client->GetTrackProperties(track).at("camera"), "north");
     EXPECT_THAT(server->Process().Errors(),
                 HasSubstr("restored from " + data + "/catalogue.copy.sqlite"));
@@ -388,7 +378,7 @@ TEST_F(StoreJobTest, ACatalogueOlderThanTheTracksIsStillServed) {
     RemoveCatalogue(true);
     std::filesystem::copy(folder.File("old.sqlite"), data + "/catalogue.copy.sqlite");
     Start();
-    EXPECT_EQ(TimesOf(track), (std::vector<long>{10, 20, 30, 40}));
+    EXPECT_EQ(TimesOf(*client, track), (std::vector<long>{10, 20, 30, 40}));
     Append(track, {50});
     EXPECT_EQ(ReadChunk(*client, track, 50), TextOf(50));
 }
@@ -401,7 +391,7 @@ TEST_F(StoreJobTest, WithoutAnyCatalogueTheTracksAreFoundInTheirSegmentsAndWhatI
     Stop();
     RemoveCatalogue(true);
     Start();
-    EXPECT_EQ(TimesOf(track), (std::vector<long>{10, 20}));
+    EXPECT_EQ(TimesOf(*client, track), (std::vector<long>{10, 20}));
     EXPECT_EQ(ReadChunk(*client, track, 20), TextOf(20));
     EXPECT_GE(client->GetTrackSize(track), size);
     const StorageClientX::Properties standIn{{"storage.retention", "stop"}};
@@ -425,7 +415,7 @@ TEST_F(StoreJobTest, WithoutAnyCatalogueWhatWasHeldStaysHeld) {
     Append(track, {times.begin(), times.begin() + 10}, 450'000);
     client->Protect(track, TimePoint::Nanoseconds(3), TimePoint::Nanoseconds(5));
     Append(track, {times.begin() + 10, times.end()}, 450'000);
-    ASSERT_EQ(TimesOf(track).at(0), 3);
+    ASSERT_EQ(TimesOf(*client, track).at(0), 3);
     Stop();
     RemoveCatalogue(true);
     ASSERT_EQ(Recover(), damaged) << errors;
@@ -436,7 +426,7 @@ TEST_F(StoreJobTest, WithoutAnyCatalogueWhatWasHeldStaysHeld) {
         time += 100;
     }
     Append(track, times, 450'000);
-    EXPECT_EQ(TimesOf(track).at(0), 3);
+    EXPECT_EQ(TimesOf(*client, track).at(0), 3);
     EXPECT_EQ(ReadChunk(*client, track, 4), TextOf(4, 450'000));
 }
 

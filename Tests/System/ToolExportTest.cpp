@@ -44,12 +44,10 @@ class ToolExportTest : public ToolFixture {
         all.insert(all.end(), arguments.begin(), arguments.end());
         return Tool(all);
     }
-    std::vector<long> TimesOf(long id) const {
-        std::vector<long> times;
-        ProtocolX::IStorageReaderX& reader = *client->GetTrackReader(id, 1);
-        for (TimePoint time = reader.FirstTimePoint(); time >= TimePoint();
-             time = reader.NextTimePoint(time)) {
-            times.push_back(time.ToNanoseconds() / second);
+    std::vector<long> SecondsOf(long id) const {
+        std::vector<long> times = TimesOf(*client, id);
+        for (long& time : times) {
+            time /= second;
         }
         return times;
     }
@@ -79,7 +77,7 @@ TEST_F(ToolExportTest, AnImportedTrackIsTheExportedOne) {
     EXPECT_EQ(said, "");
     ASSERT_EQ(Tool({"import", "--new", "-j", file}), 0) << errors;
     EXPECT_THAT(said, HasSubstr("{\"track\":2,"));
-    ASSERT_EQ(TimesOf(2), TimesOf(track));
+    ASSERT_EQ(SecondsOf(2), SecondsOf(track));
     for (long number = 0; number < 20; ++number) {
         EXPECT_TRUE(ChunkOf(2, number).IsEqual(ChunkOf(track, number)));
     }
@@ -91,7 +89,7 @@ TEST_F(ToolExportTest, ARangeIsExportedAlone) {
     Append(0, 20);
     ASSERT_EQ(Export({"5s..8s", file}), 0) << errors;
     ASSERT_EQ(Tool({"import", "--new", file}), 0) << errors;
-    EXPECT_EQ(TimesOf(2), (std::vector<long>{5, 6, 7}));
+    EXPECT_EQ(SecondsOf(2), (std::vector<long>{5, 6, 7}));
 }
 
 TEST_F(ToolExportTest, SinceLastAddsWhatIsNew) {
@@ -188,7 +186,7 @@ TEST_F(ToolExportTest, AnImportThatWasCutOffGoesOn) {
     ASSERT_EQ(Tool({"import", "--track", "2", file}), 0) << errors;
     EXPECT_THAT(errors, HasSubstr("has the chunks up to 9.000000000 already"));
     EXPECT_THAT(errors, HasSubstr("Track 2: 5 chunks, "));
-    EXPECT_EQ(TimesOf(2), TimesOf(track));
+    EXPECT_EQ(SecondsOf(2), SecondsOf(track));
 }
 
 TEST_F(ToolExportTest, AnImportIntoOtherChunksIsRefused) {
@@ -241,7 +239,7 @@ TEST_F(ToolExportTest, ADamagedFileIsNeitherImportedNorContinuedButRecovered) {
                                    "\\{\"recovered\":\"[^\n]+\",\"chunks\":9,\"findings\":1\\}\n"));
     EXPECT_EQ(Tool({"check", whole}), 0) << said;
     ASSERT_EQ(Tool({"import", "--new", whole}), 0) << errors;
-    EXPECT_EQ(TimesOf(2), (std::vector<long>{0, 1, 2, 3, 5, 6, 7, 8, 9}));
+    EXPECT_EQ(SecondsOf(2), (std::vector<long>{0, 1, 2, 3, 5, 6, 7, 8, 9}));
 }
 
 TEST_F(ToolExportTest, AFileWhoseHeaderIsLostIsRecoveredToo) {
@@ -255,7 +253,7 @@ TEST_F(ToolExportTest, AFileWhoseHeaderIsLostIsRecoveredToo) {
     EXPECT_EQ(Tool({"recover", file, whole}), 3) << errors;
     EXPECT_THAT(said, HasSubstr("the track's number and properties are lost"));
     ASSERT_EQ(Tool({"import", "--new", "--size", "1MB", whole}), 0) << errors;
-    EXPECT_EQ(TimesOf(2), (std::vector<long>{0, 1, 2}));
+    EXPECT_EQ(SecondsOf(2), (std::vector<long>{0, 1, 2}));
 }
 
 TEST_F(ToolExportTest, AWholeFileIsRecoveredAsItIs) {

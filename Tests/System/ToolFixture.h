@@ -76,15 +76,7 @@ class ToolFixture : public testing::Test {
         return text.str();
     }
 
-    std::vector<long> Times() const {
-        std::vector<long> times;
-        ProtocolX::IStorageReaderX& reader = *client->GetTrackReader(track, 1);
-        for (Time::TimePoint time = reader.FirstTimePoint(); time >= Time::TimePoint();
-             time = reader.NextTimePoint(time)) {
-            times.push_back(time.ToNanoseconds());
-        }
-        return times;
-    }
+    std::vector<long> Times() const { return TimesOf(*client, track); }
     ProtocolX::DataChunk Chunk(long time) const {
         ProtocolX::DataChunk chunk;
         client->GetTrackReader(track, 1)->GetChunk(chunk, Time::TimePoint::Nanoseconds(time), {});

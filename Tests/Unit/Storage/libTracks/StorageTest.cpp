@@ -1,5 +1,6 @@
 #include "Unit/Storage/libTracks/StorageTest.h"
 
+#include "Support/TrackWalk.h"
 #include "Support/Waiting.h"
 
 #include <libProtocolX/rpc/IChunkTaker.h>
@@ -185,16 +186,7 @@ std::optional<Protocol::Chunk> StorageTest::Previous(std::int64_t track, std::in
 }
 
 std::vector<std::int64_t> StorageTest::TimesOf(std::int64_t track) {
-    const Reader reader = OpenReader(track);
-    std::vector<std::int64_t> times;
-    Protocol::TimePoint time = At(-1);
-    for (bool found = true;;) {
-        reader->NextTimePoint(Protocol::TimePoint(time), time, found);
-        if (!found) {
-            return times;
-        }
-        times.push_back(static_cast<std::int64_t>(time.nanoseconds()));
-    }
+    return Tests::WalkTrack(*OpenReader(track));
 }
 
 std::int64_t StorageTest::BeginningOf(std::int64_t track) {
