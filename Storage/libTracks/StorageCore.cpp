@@ -26,6 +26,17 @@ class Unheard : public Engine::IProgress {
     bool Report(std::uint64_t, std::uint64_t) override { return true; }
 };
 
+// Gives a record that can't be read its name: nothing is known of the track that it belongs to.
+template <typename Decode>
+auto Read(const Engine::Record& record, Decode decode) {
+    try {
+        return decode(record.value);
+    } catch (const std::runtime_error& error) {
+        throw std::runtime_error("The store's record " + record.key +
+                                 " can't be read: " + error.what());
+    }
+}
+
 }  // namespace
 
 StorageCore::StorageCore(Engine::IEngine& engine, StorageOptions givenOptions)
@@ -101,12 +112,14 @@ void StorageCore::LoadTracks() {
     std::map<std::int64_t, Stretches> stretches;  // by track
     for (const Engine::Record& record : engine.ScanRecords(Protections::prefix)) {
         std::int64_t track = 0;
-        const Protections::Stretch stretch = Protections::Decode(record.value, track);
+        const Protections::Stretch stretch = Read(record, [&track](const std::string& value) {
+            return Protections::Decode(value, track);
+        });
         stretches[track].emplace(NumberInKey(record.key, Protections::prefix), stretch);
     }
     for (const Engine::Record& record : engine.ScanRecords(TrackRecord::prefix)) {
         const std::int64_t id = NumberInKey(record.key, TrackRecord::prefix);
-        LoadTrack(id, TrackRecord::Decode(record.value), stretches[id]);
+        LoadTrack(id, Read(record, TrackRecord::Decode), stretches[id]);
     }
 }
 

@@ -39,6 +39,24 @@ void Write(Engine::IEngine& engine, const std::vector<Engine::RecordChange>& cha
     }
 }
 
+// What is wrong with the record of a track or a protection; empty: nothing.
+std::string FaultOf(const Engine::Record& record) {
+    try {
+        if (record.key.starts_with(TrackRecord::prefix)) {
+            NumberInKey(record.key, TrackRecord::prefix);
+            TrackRecord::Decode(record.value);
+            return {};
+        }
+        std::int64_t track = 0;
+        const Protections::Stretch stretch = Protections::Decode(record.value, track);
+        const std::string fault =
+            Protections::DescribeFault(NumberInKey(record.key, Protections::prefix), stretch);
+        return fault.empty() ? fault : "Track " + std::to_string(track) + ": " + fault;
+    } catch (const std::runtime_error& error) {
+        return "The store's record " + record.key + " can't be read: " + error.what();
+    }
+}
+
 }  // namespace
 
 void StoreRecovery::CheckFinished(Engine::IEngine& engine) {
@@ -52,8 +70,8 @@ StoreRecovery::Sums StoreRecovery::Run() {
     const StorageOptions options;
     const TrackGeometry geometry(options);
     CheckFinished(source);
+    LeaveOutRecords();
     RecordRepair(source, geometry, [this](const std::string& text) { findings.Add(text); }).Run();
-    LeaveOutProtections();
     StorageCore from(source, options);
     CopyRecords(from);
     {
@@ -68,16 +86,15 @@ StoreRecovery::Sums StoreRecovery::Run() {
     return sums;
 }
 
-void StoreRecovery::LeaveOutProtections() {
+void StoreRecovery::LeaveOutRecords() {
     std::vector<Engine::RecordChange> changes;
-    for (const Engine::Record& record : source.ScanRecords(Protections::prefix)) {
-        std::int64_t track = 0;
-        const Protections::Stretch stretch = Protections::Decode(record.value, track);
-        const std::string fault =
-            Protections::DescribeFault(NumberInKey(record.key, Protections::prefix), stretch);
-        if (!fault.empty()) {
-            findings.Add("Track " + std::to_string(track) + ": " + fault + "; it is left out");
-            changes.push_back({record.key, std::nullopt});
+    for (const char* prefix : {TrackRecord::prefix, Protections::prefix}) {
+        for (const Engine::Record& record : source.ScanRecords(prefix)) {
+            const std::string fault = FaultOf(record);
+            if (!fault.empty()) {
+                findings.Add(fault + "; it is left out");
+                changes.push_back({record.key, std::nullopt});
+            }
         }
     }
     if (!changes.empty()) {

@@ -39,8 +39,9 @@ class StoreRecovery {
     static void CheckFinished(Engine::IEngine& engine);
 
   private:
-    // Impossible ones, which make their track an error: in `source`, before its tracks are read.
-    void LeaveOutProtections();
+    // Those of tracks and protections that say what can't be, before anybody reads them. A track is
+    // then made again from its segments.
+    void LeaveOutRecords();
     void CopyRecords(StorageCore& from);
     void CopyTrack(Track& from, Track& to);
     // Goes on to the next time point; false at the end.

@@ -34,11 +34,23 @@ class ProtectionsTest : public StorageTest {
     // The store is opened again with this in the place of the protection.
     void Store(const Protections::Stretch& stretch) {
         Close();
-        const std::vector<Engine::RecordChange> change{
-            {Protections::Key(id), Protections::Encode(7, stretch)}};
-        ASSERT_TRUE(GetEngine().WriteRecords(change));
+        Write(Protections::Encode(7, stretch));
         logged.clear();
         Open();
+    }
+    void Write(const std::string& bytes) {
+        const std::vector<Engine::RecordChange> change{{Protections::Key(id), bytes}};
+        ASSERT_TRUE(GetEngine().WriteRecords(change));
+    }
+    // Into a new store, which is then the one that is open.
+    StoreRecovery::Sums Recover() {
+        Close();
+        auto target = GetParam().make(limit);
+        Engine::ReadOnlyEngine shown(GetEngine());
+        const StoreRecovery::Sums sums = StoreRecovery(shown, target->GetEngine(), findings).Run();
+        harness = std::move(target);
+        Open();
+        return sums;
     }
     std::string Named(const std::string& fault) const {
         return "protection " + std::to_string(id) + ", " + fault;
@@ -115,6 +127,18 @@ TEST_P(ProtectionsTest, WhatTheTrackHoldsIsNotTouched) {
     EXPECT_EQ(ListProtections(), (std::vector<std::uint64_t>{static_cast<std::uint64_t>(id)}));
 }
 
+TEST_P(ProtectionsTest, OneThatCanNotBeReadKeepsTheStoreClosedAndIsNamed) {
+    Close();
+    Write("\x02");
+    EXPECT_EQ(ErrorOf([&] { Open(); }),
+              "The store's record protection/" + std::to_string(id) +
+                  " can't be read: a protection of version 2, known is 1");
+    Write("\x01");
+    EXPECT_EQ(ErrorOf([&] { Open(); }),
+              "The store's record protection/" + std::to_string(id) +
+                  " can't be read: a stored value ends 8 bytes too early");
+}
+
 TEST_P(ProtectionsTest, TheCheckNamesIt) {
     Store({-1, 1});
     Close();
@@ -127,21 +151,24 @@ TEST_P(ProtectionsTest, TheCheckNamesIt) {
 TEST_P(ProtectionsTest, ARecoveryLeavesItOutAndCopiesTheChunks) {
     const auto other = static_cast<std::uint64_t>(Protect(7, 20, 5));
     Store({-1, 1});
-    Close();
-    auto target = GetParam().make(limit);
-    {
-        Engine::ReadOnlyEngine shown(GetEngine());
-        const StoreRecovery::Sums sums = StoreRecovery(shown, target->GetEngine(), findings).Run();
-        EXPECT_EQ(sums.chunks, 4U);
-    }
+    EXPECT_EQ(Recover().chunks, 4U);
     EXPECT_EQ(
         texts,
         (std::vector<std::string>{"Track 7: " + Named("of 1 nanoseconds at -1, begins below 0") +
                                   "; it is left out"}));
-    harness = std::move(target);
-    Open();
     EXPECT_EQ(TimesOf(7), (std::vector<std::int64_t>{10, 20, 30}));
     EXPECT_EQ(ListProtections(), (std::vector<std::uint64_t>{other}));
+}
+
+TEST_P(ProtectionsTest, ARecoveryLeavesOutOneThatCanNotBeRead) {
+    Close();
+    Write("\x02");
+    EXPECT_EQ(Recover().chunks, 4U);
+    EXPECT_EQ(texts, (std::vector<std::string>{
+                         "The store's record protection/" + std::to_string(id) +
+                         " can't be read: a protection of version 2, known is 1; it is left out"}));
+    EXPECT_EQ(TimesOf(7), (std::vector<std::int64_t>{10, 20, 30}));
+    EXPECT_EQ(ListProtections(), std::vector<std::uint64_t>());
 }
 
 }  // namespace Brantel::Tracks

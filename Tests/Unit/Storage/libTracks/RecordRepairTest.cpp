@@ -4,6 +4,7 @@
 #include "Unit/Storage/libTracks/StorageTest.h"
 
 #include <libTracks/StorageOptions.h>
+#include <libTracks/StoreFindings.h>
 #include <libTracks/StoreRecovery.h>
 
 #include <gmock/gmock.h>
@@ -11,6 +12,7 @@
 
 #include <cstdint>
 #include <string>
+#include <utility>
 #include <vector>
 
 namespace Brantel::Tracks {
@@ -113,6 +115,24 @@ TEST_P(RecordRepairTest, ANewWriterOutlivesALostEpoch) {
     Lose({"store"});
     Fill(7, {4});
     EXPECT_EQ(TimesOf(7), (std::vector<std::int64_t>{1, 2, 3, 4}));
+}
+
+TEST_P(RecordRepairTest, ARecoveryMakesATrackAgainWhoseRecordCanNotBeRead) {
+    Create(7);
+    Fill(7, {1, 2, 3}, 100);
+    Close();
+    const std::vector<Engine::RecordChange> change{{"track/7", "\x02"}};
+    ASSERT_TRUE(GetEngine().WriteRecords(change));
+    std::string texts;
+    StoreFindings findings([&texts](const std::string& text) { texts += text + "\n"; });
+    auto target = GetParam().make(limit);
+    EXPECT_EQ(StoreRecovery(GetEngine(), target->GetEngine(), findings).Run().chunks, 3U);
+    EXPECT_THAT(texts, HasSubstr("The store's record track/7 can't be read: a track record of "
+                                 "version 2, known is 1; it is left out\nTrack 7: its record is "
+                                 "lost and was made again from its segments"));
+    harness = std::move(target);
+    Open();
+    EXPECT_EQ(TimesOf(7), (std::vector<std::int64_t>{1, 2, 3}));
 }
 
 TEST_P(RecordRepairTest, AnUnfinishedRecoveryIsNotServed) {

@@ -32,6 +32,18 @@ class TrackRecordTest : public testing::Test {
         }
         return "";
     }
+    // Why a store with this record under that key is refused; "" when it is not.
+    std::string RefusalOfStore(const std::string& key) const {
+        Engine::ForgetfulEngine engine(std::uint64_t{1} << 20U);
+        const std::vector<Engine::RecordChange> changes{{key, record.Encode()}};
+        engine.WriteRecords(changes);
+        try {
+            const Storage storage(engine, {});
+        } catch (const std::runtime_error& refusal) {
+            return refusal.what();
+        }
+        return "";
+    }
 
     TrackRecord record;
 };
@@ -77,16 +89,14 @@ TEST_F(TrackRecordTest, OneWithAnEmptyRunOfHeldEntriesIsRefused) {
 
 TEST_F(TrackRecordTest, OneWhoseKeyHasNoNumberKeepsTheStoreClosed) {
     for (const std::string key : {"track/", "track/7x", "track/99999999999999999999"}) {
-        Engine::ForgetfulEngine engine(std::uint64_t{1} << 20U);
-        const std::vector<Engine::RecordChange> changes{{key, record.Encode()}};
-        engine.WriteRecords(changes);
-        try {
-            const Storage storage(engine, {});
-            ADD_FAILURE() << key;
-        } catch (const std::runtime_error& refusal) {
-            EXPECT_EQ("The store has a record " + key + ", which has no number", refusal.what());
-        }
+        EXPECT_EQ("The store has a record " + key + ", which has no number", RefusalOfStore(key));
     }
+}
+
+TEST_F(TrackRecordTest, OneThatCanNotBeReadKeepsTheStoreClosedAndIsNamed) {
+    record.segmentSize = 0;
+    EXPECT_EQ("The store's record track/7 can't be read: a track record with segments of 0 bytes",
+              RefusalOfStore("track/7"));
 }
 
 }  // namespace
