@@ -1,5 +1,6 @@
 #include "LocalSignal.h"
 
+#include <mutex>
 #include <utility>
 
 namespace Brantel::Engine {
@@ -34,7 +35,7 @@ void LocalSignal::Notify(TrackId track, std::int64_t hint) noexcept {
     if (watchCount.load() == 0) {
         return;
     }
-    const std::lock_guard lock(mutex);
+    const std::shared_lock lock(mutex);
     const auto [begin, end] = watches.equal_range(track);
     for (auto watch = begin; watch != end; ++watch) {
         watch->second->Call(hint);

@@ -7,7 +7,7 @@
 #include <functional>
 #include <map>
 #include <memory>
-#include <mutex>
+#include <shared_mutex>
 
 namespace Brantel::Engine {
 
@@ -22,7 +22,9 @@ class LocalSignal {
     class WatchOnTrack;
 
     std::atomic<std::size_t> watchCount = 0;  // read without the lock by Notify
-    std::mutex mutex;
+    // Shared by those who notify: one of them that lost its processor to whom it has woken holds up
+    // nobody but the beginning and the end of watches.
+    std::shared_mutex mutex;
     std::multimap<TrackId, WatchOnTrack*> watches;  // guarded by mutex; borrowed
 };
 

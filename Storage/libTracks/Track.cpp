@@ -261,26 +261,36 @@ bool Track::Wait(std::int64_t timePoint, int timeoutMilliseconds,
     constexpr std::chrono::milliseconds betweenLooks(200);
     const auto begin = Clock::now();
     const auto timeout = std::chrono::milliseconds(timeoutMilliseconds);
-    std::unique_ptr<Engine::IWatch> watch;
+    const auto isThere = [this, timePoint] {
+        state.CheckUsableLocked(context.track);
+        return state.index.GetLast() > timePoint && !state.index.IsEmpty();
+    };
+    bool isWatched = false;
     for (;;) {
         {
             std::unique_lock lock(state.mutex);
-            state.CheckUsableLocked(context.track);
-            if (state.index.GetLast() > timePoint && !state.index.IsEmpty()) {
+            if (isThere()) {
                 return true;
             }
             const auto now = Clock::now();
             if (timeoutMilliseconds >= 0 && now >= begin + timeout) {
                 return false;
             }
-            if (watch) {
+            if (isWatched) {
                 const auto look = now + betweenLooks;
                 state.appended.wait_until(
                     lock, timeoutMilliseconds < 0 ? look : std::min(look, begin + timeout));
+                if (isThere()) {
+                    return true;
+                }
             }
         }
-        if (!watch) {
-            watch = context.engine.Watch(context.track, [this](std::int64_t) { WakeWaiting(); });
+        if (!isWatched) {
+            std::call_once(isAppendWatched, [this] {
+                watch =
+                    context.engine.Watch(context.track, [this](std::int64_t) { WakeWaiting(); });
+            });
+            isWatched = true;
         }
         if (isStopping) {
             throw TrackError(context.track, "the wait was ended, the server stops");

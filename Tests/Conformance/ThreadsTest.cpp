@@ -5,6 +5,7 @@
 
 #include <atomic>
 #include <cstdint>
+#include <future>
 #include <string>
 #include <thread>
 #include <vector>
@@ -22,6 +23,25 @@ TEST_P(EngineConformanceTest, ANotifyReachesThoseWhoWatchTheTrackAndNobodyElse) 
     Engine().Notify(7, 43);
     EXPECT_EQ(seen, (std::vector<std::int64_t>{41, 42}));
     EXPECT_EQ(others, 0);
+}
+
+// Who has woken somebody may lose the processor to him.
+TEST_P(EngineConformanceTest, ACallbackThatLastsHoldsUpNoSignalOfAnotherTrack) {
+    std::promise<void> begun;
+    std::promise<void> isOver;
+    const auto slow = Engine().Watch(7, [&](std::int64_t) {
+        begun.set_value();
+        isOver.get_future().wait();
+    });
+    std::atomic<std::int64_t> heard = 0;
+    const auto other = Engine().Watch(8, [&](std::int64_t hint) { heard = hint; });
+    std::thread first([&] { Engine().Notify(7, 1); });
+    begun.get_future().wait();
+    std::thread second([&] { Engine().Notify(8, 2); });
+    EXPECT_TRUE(Tests::Eventually([&] { return heard == 2; }));
+    isOver.set_value();
+    first.join();
+    second.join();
 }
 
 TEST_P(EngineConformanceTest, WatchesComeAndGoWhileOthersNotify) {
