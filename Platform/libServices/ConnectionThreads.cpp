@@ -289,7 +289,7 @@ bool ConnectionThreads::StartMissingThreads() {
     return false;
 }
 
-// Ends what the loops had, which is closed already.
+// Ends what the loops had, which is closed already: its handlers learn it by their next Receive.
 void ConnectionThreads::StopCrowds() {
     {
         const std::lock_guard guard(mutex);
@@ -308,6 +308,10 @@ void ConnectionThreads::StopCrowds() {
                 inCrowd = 0;
                 return;
             }
+        }
+        connection->stream->ServeOnThread();
+        if (!connection->isOver) {
+            HandleAndReport(*connection);
         }
         Finish(connection);
     }
