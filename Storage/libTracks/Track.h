@@ -135,8 +135,8 @@ class Track {
     const TrackContext context;
     TrackState state;
     TrackChanges changes;
-    // From the first wait on: to end a watch is to wait for whoever signals just now, and that would
-    // be the one who has woken a reader.
+    // From the first wait on: to end a watch is to wait for whoever signals just now, and that
+    // would be the one who has woken a reader.
     std::once_flag isAppendWatched;
     std::unique_ptr<Engine::IWatch> watch;
     std::mutex propertiesGate;  // held while properties are changed; taken before the state's lock
