@@ -176,8 +176,8 @@ bool FileDescriptorServiceConnection::ReceiveInCrowd() noexcept {
     inCrowd = true;
     quickMessages = 0;
     reader->ReceiveWhatCame();
-    // Half as many end a crowd as make one: so the threads do not come and go.
-    return crowd != nullptr && reader->IsCrowd(crowd->activeConnections / 2) && NextIsQuick();
+    // Half as many end a crowd as make one, after a while: so the threads do not come and go.
+    return crowd != nullptr && reader->WasCrowd(crowd->activeConnections / 2) && NextIsQuick();
 }
 
 bool FileDescriptorServiceConnection::IsIdle() const noexcept {

@@ -71,8 +71,9 @@ class SocketReader {
     // connection is reported by the next wait.
     void ReceiveWhatCame() noexcept;
 
-    // Whether more connections are active than `connections`; counts this one as active.
+    // As the governor's.
     bool IsCrowd(std::uint32_t connections) { return governor.IsCrowd(memory, connections); }
+    bool WasCrowd(std::uint32_t connections) { return governor.WasCrowd(memory, connections); }
 
     // Takes the whole buffer: a large message comes.
     void TakeWholeBuffer() {

@@ -57,7 +57,18 @@ class SpinGovernor {
     // Whether more connections are active than `connections`; counts this one as active.
     bool IsCrowd(SpinMemory& memory, std::uint32_t connections) noexcept {
         CountActive(memory);
-        return CurrentlyActive() > connections;
+        if (CurrentlyActive() <= connections) {
+            return false;
+        }
+        crowdedSlice.store(memory.slice, std::memory_order_relaxed);
+        return true;
+    }
+
+    // Whether IsCrowd was true less than about 64 ms ago, for any connection; counts this one, too.
+    // A processor that was away for a moment does not end a crowd.
+    bool WasCrowd(SpinMemory& memory, std::uint32_t connections) noexcept {
+        return IsCrowd(memory, connections) ||
+               memory.slice - crowdedSlice.load(std::memory_order_relaxed) <= crowdSlices;
     }
 
     // Takes a place among those that poll, for Budget() at most. False: none is free, block. After
@@ -69,6 +80,7 @@ class SpinGovernor {
 
   private:
     static constexpr std::uint32_t highestPenalty = 4096;
+    static constexpr std::int64_t crowdSlices = 16;
 
     bool Promises(SpinMemory& memory) noexcept;
     void CountActive(SpinMemory& memory) noexcept;
@@ -80,6 +92,7 @@ class SpinGovernor {
     std::atomic<std::int64_t> currentSlice{0};
     std::atomic<std::uint32_t> activeInSlice{0};
     std::atomic<std::uint32_t> activeBefore{0};
+    std::atomic<std::int64_t> crowdedSlice{-crowdSlices - 1};
     std::atomic<std::uint32_t> spinners{0};
 };
 

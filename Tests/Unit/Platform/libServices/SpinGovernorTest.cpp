@@ -48,6 +48,36 @@ TEST(SpinGovernorTest, ABudgetOfZeroTurnsPollingOff) {
     EXPECT_EQ(memory.slice, -1);
 }
 
+// Counts so many connections as active, in one slice of time or in two.
+void MakeActive(SpinGovernor& governor, std::size_t connections) {
+    std::vector<SpinMemory> memories(connections);
+    for (SpinMemory& memory : memories) {
+        governor.MayPoll(memory);
+    }
+}
+
+TEST(SpinGovernorTest, MoreActiveConnectionsThanSoManyAreACrowd) {
+    SpinGovernor governor;
+    SpinMemory memory;
+    EXPECT_FALSE(governor.IsCrowd(memory, 1));
+    EXPECT_TRUE(Tests::Eventually([&] {
+        MakeActive(governor, 100);
+        return governor.IsCrowd(memory, 50);
+    }));
+    EXPECT_FALSE(governor.IsCrowd(memory, 1000));
+}
+
+TEST(SpinGovernorTest, ACrowdIsOverAWhileAfterItsEnd) {
+    SpinGovernor governor;
+    SpinMemory memory;
+    EXPECT_FALSE(governor.WasCrowd(memory, 50));
+    EXPECT_TRUE(Tests::Eventually([&] {
+        MakeActive(governor, 100);
+        return governor.IsCrowd(memory, 50) && governor.WasCrowd(memory, 1000);
+    }));
+    EXPECT_TRUE(Tests::Eventually([&] { return !governor.WasCrowd(memory, 50); }));
+}
+
 TEST(SpinGovernorTest, TheBudgetCanBeChanged) {
     SpinGovernor governor(SpinGovernor::defaultBudget, 2);
     SpinMemory memory;
