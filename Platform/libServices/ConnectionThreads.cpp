@@ -253,23 +253,20 @@ void ConnectionThreads::TakeFromCrowd(CrowdLoop& loop, Connection& connection) {
     loop.LeaveAlone(connection.socket);
     connection.stream->ServeOnThread();
     --inCrowd;
-    bool isNews = false;
     std::string reason;
     try {
         const std::lock_guard guard(mutex);
-        isNews = !missingIsReported;
         StartThreadLocked(connection.self);
         return;
     } catch (const std::exception& error) {
         reason = error.what();
     }
-    if (isNews) {
+    if (!missingIsReported.exchange(true)) {
         Report(ServiceListenerEvent::Kind::ThreadMissing, connection.peer, reason);
     }
-    // From now on it may be another loop that starts its thread.
     loop.AskAgain();
+    // From now on it may be another loop that starts its thread.
     const std::lock_guard guard(mutex);
-    missingIsReported = true;
     connection.needsThread = true;
 }
 

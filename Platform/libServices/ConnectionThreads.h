@@ -121,6 +121,7 @@ class ConnectionThreads {
     std::atomic<std::uint64_t> lostConnections{0};
     std::atomic<std::uint64_t> failedHandlers{0};
     std::atomic<std::uint64_t> crowdedOut{0};
+    std::atomic<bool> missingIsReported{false};
     LimitCounts counts;
     ArrivalRoom room;
     // Guards the lists and what is said to be guarded in their elements.
@@ -131,7 +132,6 @@ class ConnectionThreads {
     Connections ended;
     std::list<ServiceThread> endedThreads;
     bool crowdsAreOpen = false;
-    bool missingIsReported = false;
 };
 
 }  // namespace Brantel::Services

@@ -62,6 +62,7 @@ class FileDescriptorServiceConnection : public IServiceConnection {
     // is a crowd (the rule is borrowed; null: never, from now on). HasLeft then tells that this was
     // why.
     void SetCrowdRule(const CrowdRule* rule) noexcept;
+    // Whether the last Receive returned false for that reason.
     bool HasLeft() const noexcept { return hasLeft; }
     // For whom the thread has left the connection to, in the place of the receiving thread:
     // receives what has come, without waiting. True: there still is a crowd, and the next message

@@ -69,7 +69,7 @@ struct ServiceListenerOptions {
     // threads at once. Null: each connection keeps its thread.
     bool (*isQuick)(const unsigned char* message, std::size_t size) = nullptr;
     // It is a crowd while more than so many connections are active within some milliseconds.
-    std::uint32_t crowd = 16 * SpinGovernor::OnlineProcessors();
+    std::uint32_t crowd = 8 * SpinGovernor::OnlineProcessors();
     // After the system has failed to accept (no descriptors, no memory) the next attempt is made
     // when a connection has ended, or after this time, 1 ms to 1 hour.
     std::chrono::milliseconds acceptPause{100};
