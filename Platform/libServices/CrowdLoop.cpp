@@ -46,6 +46,13 @@ void CrowdLoop::LeaveAlone(int socket) noexcept {
     (void)epoll_ctl(poller.Get(), EPOLL_CTL_DEL, socket, &ignored);
 }
 
+void CrowdLoop::AskAgain() noexcept {
+    if (!isAsking) {
+        nextTry = Clock::now() + tryAgainAfter;
+        isAsking = true;
+    }
+}
+
 void CrowdLoop::Stop() noexcept {
     stopping = true;
     (void)eventfd_write(wake.Get(), 1);
@@ -65,7 +72,8 @@ void CrowdLoop::Run() {
                 calls.serve(*this, owner);
             }
         }
-        if (isAsking) {
+        if (isAsking && Clock::now() >= nextTry) {
+            nextTry = Clock::now() + tryAgainAfter;
             isAsking = calls.tryAgain();
         }
     }

@@ -21,8 +21,7 @@ class CrowdLoop {
         // A socket has received something or is lost; again and again until that has been taken, or
         // the socket is left alone.
         std::function<void(CrowdLoop& loop, void* owner)> serve;
-        // Between two waits, in each of which at most tryAgainAfter passes once AskAgain was
-        // called. False: there is nothing more to be tried.
+        // Each tryAgainAfter once AskAgain was called. False: there is nothing more to be tried.
         std::function<bool()> tryAgain;
     };
     static constexpr std::chrono::milliseconds tryAgainAfter{100};
@@ -42,12 +41,14 @@ class CrowdLoop {
     bool Watch(int socket, void* owner) noexcept;
     // On the loop's thread.
     void LeaveAlone(int socket) noexcept;
-    void AskAgain() noexcept { isAsking = true; }
+    void AskAgain() noexcept;
 
     // Ends the thread: no call is made any more. Does nothing when it does not run.
     void Stop() noexcept;
 
   private:
+    using Clock = std::chrono::steady_clock;
+
     void Run();
 
     // Constant while the thread runs.
@@ -59,6 +60,7 @@ class CrowdLoop {
     std::atomic<bool> stopping{false};
     // The thread's.
     bool isAsking = false;
+    Clock::time_point nextTry;
 };
 
 }  // namespace Brantel::Services

@@ -4,6 +4,7 @@
 #include "Track.h"
 #include "TrackGeometry.h"
 #include "TrackRecord.h"
+#include "Unheard.h"
 
 #include <exception>
 #include <memory>
@@ -98,10 +99,7 @@ void CommandRunner::Delete(const CommandRecord& command) {
 
 void CommandRunner::RemoveUnfinished(std::int64_t track,
                                      std::vector<Engine::RecordChange> changes) {
-    class Unheard : public Engine::IProgress {
-      public:
-        bool Report(std::uint64_t, std::uint64_t) override { return true; }
-    } progress;
+    Unheard progress;
     engine.Release(track, progress);
     changes.push_back({TrackRecord::Key(track), std::nullopt});
     changes.push_back({Track::PropertiesKey(track), std::nullopt});

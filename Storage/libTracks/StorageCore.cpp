@@ -6,6 +6,7 @@
 #include "RecordRepair.h"
 #include "Track.h"
 #include "TrackRecord.h"
+#include "Unheard.h"
 
 #include <algorithm>
 #include <exception>
@@ -20,11 +21,6 @@ namespace {
 
 constexpr std::uint8_t storeVersion = 1;
 constexpr const char* storeKey = RecordRepair::storeKey;
-
-class Unheard : public Engine::IProgress {
-  public:
-    bool Report(std::uint64_t, std::uint64_t) override { return true; }
-};
 
 // Gives a record that can't be read its name: nothing is known of the track that it belongs to.
 template <typename Decode>

@@ -6,6 +6,7 @@
 #include "RecordRepair.h"
 #include "StorageCore.h"
 #include "Track.h"
+#include "Unheard.h"
 
 #include <exception>
 #include <optional>
@@ -19,11 +20,6 @@ namespace Brantel::Tracks {
 namespace {
 
 constexpr const char* unfinishedKey = "recovery";
-
-class Unheard : public Engine::IProgress {
-  public:
-    bool Report(std::uint64_t, std::uint64_t) override { return true; }
-};
 
 // A track is packed anew into segments that may end at other chunks, and one of them stays free.
 StorageOptions TargetOptions() {

@@ -5,6 +5,7 @@
 #include <libEngine/ChunkLayout.h>
 #include <libEngine/Memory/MemoryEngine.h>
 #include <libTracks/Storage.h>
+#include <libTracks/Unheard.h>
 
 #include <gtest/gtest.h>
 
@@ -17,11 +18,6 @@ namespace Brantel::Tracks {
 namespace {
 
 using namespace Engine;
-
-class Unheard : public IProgress {
-  public:
-    bool Report(std::uint64_t, std::uint64_t) override { return true; }
-};
 
 class ADurationBehindTheEndOfTimeTest : public testing::Test {
   protected:

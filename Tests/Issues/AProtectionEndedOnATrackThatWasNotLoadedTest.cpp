@@ -5,6 +5,7 @@
 #include <libEngine/ChunkLayout.h>
 #include <libEngine/Memory/MemoryEngine.h>
 #include <libTracks/Storage.h>
+#include <libTracks/Unheard.h>
 
 #include <gtest/gtest.h>
 
@@ -20,11 +21,6 @@ namespace Brantel::Tracks {
 namespace {
 
 using namespace Engine;
-
-class Unheard : public IProgress {
-  public:
-    bool Report(std::uint64_t, std::uint64_t) override { return true; }
-};
 
 class AProtectionEndedOnATrackThatWasNotLoadedTest : public testing::Test {
   protected:

@@ -19,6 +19,7 @@ class MonitorTest : public testing::Test {
         ServedStatus served;
         served.addresses = {"unix:/run/storage.sock"};
         served.connections.active = 3;
+        served.connections.inCrowd = 2;
         served.refusals = {{"max-connections", 2}};
         Tracks::TrackStatus& track = served.storage.tracks.emplace_back();
         track.id = 7;
@@ -101,6 +102,7 @@ TEST_F(MonitorTest, TheNumbersOfATrackAreInBaseUnits) {
           "brantel_track_remaining_bytes{track=\"7\"} 600\n",
           "brantel_track_recycled_chunks_total{track=\"7\"} 5\n",
           "brantel_track_reader_lag_seconds{track=\"7\"} 2.5\n", "brantel_connections 3\n",
+          "brantel_connections_in_crowd 2\n",
           "brantel_refused_by_limit_total{limit=\"max-connections\"} 2\n",
           "brantel_workers{type=\"reader\"} 1\n", "brantel_commands{state=\"ongoing\"} 1\n",
           "brantel_commands_ended_total{state=\"canceled\"} 2\n",

@@ -178,8 +178,9 @@ TEST_F(ServerLogTest, ConnectionsThatEndOtherwiseThanTheyShouldAreLogged) {
     event.peer.text = "there";
     event.text = "why";
     using EventKind = ServiceListenerEvent::Kind;
-    for (const EventKind kind : {EventKind::ConnectionLost, EventKind::HandlerFailed,
-                                 EventKind::ConnectionRefused, EventKind::MessageRefused}) {
+    for (const EventKind kind :
+         {EventKind::ConnectionLost, EventKind::HandlerFailed, EventKind::ConnectionRefused,
+          EventKind::MessageRefused, EventKind::ThreadMissing}) {
         event.kind = kind;
         log->OnConnection(event);
     }
@@ -192,6 +193,7 @@ TEST_F(ServerLogTest, ConnectionsThatEndOtherwiseThanTheyShouldAreLogged) {
               "<3>connection 3 from there: ended by a failure: why\n"
               "<4>connection 3 from there: refused: why\n"
               "<4>connection 3 from there: ended, a message was refused: why\n"
+              "<3>connection 3 from there: waits for a thread: why\n"
               "<3>No connection can be accepted now: why\n");
 }
 

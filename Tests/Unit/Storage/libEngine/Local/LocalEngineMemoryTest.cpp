@@ -152,6 +152,16 @@ class LocalEngineMemoryTest : public LocalStoreTest {
         EXPECT_GT(errors, 0);
     }
 
+    void ForEachAllocationOfAnAppend(const std::vector<std::string_view>& parts) {
+        ForEachAllocation([this] { engine->CreateSegment(Ring(2), 1); },
+                          [&] {
+                              ChunkEntry entry{10, 10, 0, 0, 4096, 0, 0};
+                              ChunkLayout::SetLengths(entry, parts);
+                              engine->Append(Ring(2), 1, entry, parts, Durability{});
+                          },
+                          [this] { engine->RemoveSegment(Ring(2), 1, 0); });
+    }
+
     ChunkEntry first;
     std::int64_t attempts = 0;  // with an allocation that fails
 };
@@ -159,26 +169,12 @@ class LocalEngineMemoryTest : public LocalStoreTest {
 const auto nothing = [] {};
 
 TEST_F(LocalEngineMemoryTest, AppendOfASmallChunk) {
-    const std::vector<std::string_view> parts{"metadata"};
-    ForEachAllocation([this] { engine->CreateSegment(Ring(2), 1); },
-                      [&] {
-                          ChunkEntry entry{10, 10, 0, 0, 4096, 0, 0};
-                          ChunkLayout::SetLengths(entry, parts);
-                          engine->Append(Ring(2), 1, entry, parts, Durability{});
-                      },
-                      [this] { engine->RemoveSegment(Ring(2), 1, 0); });
+    ForEachAllocationOfAnAppend({"metadata"});
 }
 
 TEST_F(LocalEngineMemoryTest, AppendOfALargeChunk) {
     const std::string data = Bytes(40000, 2);
-    const std::vector<std::string_view> parts{"metadata", data};
-    ForEachAllocation([this] { engine->CreateSegment(Ring(2), 1); },
-                      [&] {
-                          ChunkEntry entry{10, 10, 0, 0, 4096, 0, 0};
-                          ChunkLayout::SetLengths(entry, parts);
-                          engine->Append(Ring(2), 1, entry, parts, Durability{});
-                      },
-                      [this] { engine->RemoveSegment(Ring(2), 1, 0); });
+    ForEachAllocationOfAnAppend({"metadata", data});
 }
 
 TEST_F(LocalEngineMemoryTest, CreateSegment) {
